@@ -1,0 +1,39 @@
+# Warnings and hardening, for the project's own targets only.
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported()
+
+add_library(project_settings INTERFACE)
+
+target_compile_options(project_settings INTERFACE
+  -Wall
+  -Wextra
+  -Wpedantic
+  -Wcast-qual
+  -Wconversion
+  -Wformat=2
+  -Wnull-dereference
+  -Wshadow
+  -Wsign-conversion
+  -Wundef
+)
+
+option(KEYGEN_WARNINGS_AS_ERRORS "Stop the build at a warning" OFF)
+if(KEYGEN_WARNINGS_AS_ERRORS)
+  target_compile_options(project_settings INTERFACE -Werror)
+endif()
+
+option(KEYGEN_HARDENING "Build with the hardening flags of the compiler and the linker" ON)
+if(KEYGEN_HARDENING)
+  foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection)
+    string(MAKE_C_IDENTIFIER "HAS${flag}" has_flag)
+    check_cxx_compiler_flag(${flag} ${has_flag})
+    if(${has_flag})
+      target_compile_options(project_settings INTERFACE ${flag})
+    endif()
+  endforeach()
+  # Fortified functions need an optimising build.
+  target_compile_options(project_settings INTERFACE
+    $<$<NOT:$<CONFIG:Debug,>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug,>>:-D_FORTIFY_SOURCE=2>)
+  target_link_options(project_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()

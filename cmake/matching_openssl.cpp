@@ -1,0 +1,11 @@
+// Succeeds when the headers compiled with and the library run with are of one version.
+#include <openssl/crypto.h>
+
+#include <cstdio>
+
+int main()
+{
+    std::printf("headers %lx, library %lx\n", static_cast<unsigned long>(OPENSSL_VERSION_NUMBER),
+                OpenSSL_version_num());
+    return OPENSSL_VERSION_NUMBER == OpenSSL_version_num() ? 0 : 1;
+}
