@@ -1,0 +1,44 @@
+#include "keygen/console.h"
+
+#include <QByteArray>
+#include <QStringDecoder>
+
+#include <array>
+#include <cstdio>
+
+namespace {
+
+// Indexed by MSGTYPE. The blank after four of the prefixes is part of the output format, as is its absence
+// after the other two: prompts start at the left edge.
+constexpr std::array<const char *, 6> prefixes = {
+    "\x1B[00;32m ",       // MSG_SUCCESS
+    "\x1B[49m ",          // MSG_INFO
+    "\x1B[0m\x1B[39;49m", // MSG_PROMPT
+    "\x1B[00;35m",        // MSG_REPROMPT
+    "\x1B[00;31m ",       // MSG_ERROR
+    "\x1B[36m ",          // MSG_TITLE
+};
+
+constexpr const char *reset = "\x1B[0m\x1B[39;49m";
+
+} // namespace
+
+void MessageOut(QString message, MSGTYPE type)
+{
+    // Compared as unsigned, so that negative values are out of range too.
+    if (static_cast<unsigned int>(type) < prefixes.size())
+        std::fputs(prefixes[static_cast<unsigned int>(type)], stdout);
+    std::fputs(message.toLocal8Bit().constData(), stdout);
+    std::fputs(reset, stdout);
+}
+
+QString TextOf(QByteArrayView utf8, bool *valid)
+{
+    // Stateless, or the decoder would hold back a character cut short at the end instead of marking it.
+    QStringDecoder decoder(QStringDecoder::Utf8,
+                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+    QString text = decoder(utf8);
+    if (valid != nullptr)
+        *valid = !decoder.hasError();
+    return text;
+}

@@ -1,0 +1,38 @@
+#include "keygen/process.h"
+
+#include <QtGlobal>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace {
+
+void fillStandardStreams()
+{
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // open() returns the lowest free descriptor, which is the closed stream's: those below it are in use.
+        if (fcntl(stream, F_GETFD) == -1 && errno == EBADF && open("/dev/null", O_RDWR) == -1)
+            std::exit(EXIT_FAILURE);
+    }
+}
+
+void ignoreLibraryMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
+
+} // namespace
+
+void PrepareProcess()
+{
+    fillStandardStreams();
+    qInstallMessageHandler(ignoreLibraryMessage);
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+}
+
+void exitKeyGen(int status)
+{
+    std::exit(status);
+}
