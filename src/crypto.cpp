@@ -1,0 +1,192 @@
+#include "src/crypto.h"
+
+#include "keygen/console.h"
+#include "src/openssl_owners.h"
+
+#include <QFile>
+#include <QRandomGenerator>
+
+#include <openssl/conf.h>
+#include <openssl/crypto.h>
+#include <openssl/err.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <new>
+
+namespace {
+
+/// Bytes for random data, wiped when they are no longer needed: keys may be cut from them.
+class RandomBytes {
+public:
+    /// Holds nothing where `size` is negative or the memory is not to be had.
+    explicit RandomBytes(int size)
+        : count(size), bytes(size < 0 ? nullptr : new (std::nothrow) char[static_cast<size_t>(size)])
+    {
+    }
+    ~RandomBytes()
+    {
+        if (bytes)
+            OPENSSL_cleanse(bytes.get(), static_cast<size_t>(count));
+    }
+    RandomBytes(const RandomBytes &) = delete;
+    RandomBytes &operator=(const RandomBytes &) = delete;
+
+    explicit operator bool() const { return bytes != nullptr; }
+    const char *data() const { return bytes.get(); }
+
+    /// Each byte is the low 8 bits of a 64-bit value of its own. The values are drawn in blocks, which is
+    /// many times faster than one by one.
+    void fill()
+    {
+        std::array<quint64, 4096> values = {};
+        for (int done = 0; done < count;) {
+            const int block = std::min<int>(count - done, values.size());
+            QRandomGenerator64::system()->fillRange(values.data(), block);
+            std::transform(values.begin(), values.begin() + block, bytes.get() + done,
+                           [](quint64 value) { return static_cast<char>(value & 0xFF); });
+            done += block;
+        }
+        OPENSSL_cleanse(values.data(), sizeof values);
+    }
+
+private:
+    int count;
+    std::unique_ptr<char[]> bytes;
+};
+
+/// Writes `bytes` to `file`, and learns of a failure that shows only when the file is closed.
+bool writeAndClose(QFile &file, const char *bytes, int size)
+{
+    const bool written = file.write(bytes, size) == size;
+    file.close();
+    return written && file.error() == QFileDevice::NoError;
+}
+
+} // namespace
+
+unsigned char randomByte()
+{
+    return static_cast<unsigned char>(QRandomGenerator64::system()->generate() & 0xFF);
+}
+
+Crypto::Crypto()
+{
+    OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
+    OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
+    OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
+    // What OPENSSL_config(NULL) does, which the declared level of the library's interface no longer has.
+    OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
+}
+
+int Crypto::GetPubKeyBin(EVP_PKEY *, unsigned char **, size_t *)
+{
+    MessageOut("Not supported operation\n", MSG_ERROR);
+    return 0;
+}
+
+int Crypto::GetPubKeyDER(EVP_PKEY *key, unsigned char **der, size_t *derLen)
+{
+    *derLen = static_cast<size_t>(std::max(i2d_PUBKEY(key, nullptr), 0));
+    if (*derLen == 0) {
+        MessageOut("Error: extracting public key fails\n", MSG_ERROR);
+        return -1;
+    }
+    *der = static_cast<unsigned char *>(OPENSSL_malloc(*derLen));
+    if (*der == nullptr) {
+        MessageOut("Error: creating buffer for DER fromat public key fails\n", MSG_ERROR);
+        return -1;
+    }
+    unsigned char *cursor = *der;
+    if (i2d_PUBKEY(key, &cursor) <= 0) {
+        MessageOut("Error: creating DER fromat public key fails\n", MSG_ERROR);
+        return -1;
+    }
+    return 1;
+}
+
+int Crypto::GetPubKeyDER(const unsigned char *path, unsigned char **der, size_t *derLen)
+{
+    EVP_PKEY *key = nullptr;
+    const int status = ReadPubKey(path, &key);
+    const KeyOwner owner(key);
+    if (status != 1) {
+        MessageOut("Error: reading public key fails\n", MSG_ERROR);
+        return -1;
+    }
+    return GetPubKeyDER(key, der, derLen);
+}
+
+int Crypto::CalculateDigest(const unsigned char *data, size_t len, unsigned char **digest, size_t *digestLen)
+{
+    *digestLen = 0;
+    const EVP_MD *const method = EVP_sha256();
+    if (method == nullptr) {
+        MessageOut("unknown message digest ", MSG_ERROR);
+        return -1;
+    }
+    const DigestContextOwner context(EVP_MD_CTX_new());
+    if (!context) {
+        MessageOut("unknown message digest ", MSG_ERROR);
+        return -1;
+    }
+    // A failure on the way is no failure of this call; it shows in the length, which stays 0.
+    unsigned int length = 0;
+    if (EVP_MD_CTX_reset(context.get()) == 1 && EVP_DigestInit_ex(context.get(), method, nullptr) == 1 &&
+        EVP_DigestUpdate(context.get(), data, len) == 1 &&
+        EVP_DigestFinal_ex(context.get(), *digest, &length) == 1)
+        *digestLen = length;
+    return 1;
+}
+
+int Crypto::GetHashPubKey(EVP_PKEY *key, unsigned char **digest, size_t *digestLen)
+{
+    unsigned char *binaryForm = nullptr;
+    size_t length = 0;
+    const int status = GetPubKeyBin(key, &binaryForm, &length);
+    const BufferOwner owner(binaryForm);
+    if (status != 1) {
+        std::puts("Error: converting public Key to DER Format fails ");
+        return -1;
+    }
+    if (CalculateDigest(binaryForm, length, digest, digestLen) != 1 || *digestLen == 0) {
+        MessageOut("Error : calculating public Key (DER Format) hash fails\n", MSG_ERROR);
+        return -1;
+    }
+    return 1;
+}
+
+int Crypto::generateRandom(int size, const unsigned char *path)
+{
+    const QString name = TextOf(reinterpret_cast<const char *>(path));
+    RandomBytes bytes(size);
+    if (!bytes) {
+        MessageOut("Failed to create output file : " + name, MSG_ERROR);
+        return -1;
+    }
+    bytes.fill();
+
+    QFile file(name);
+    if (file.exists())
+        MessageOut("The file " + name + " already exists, it will be overwritten", MSG_REPROMPT);
+    // Unbuffered: one write of the whole buffer, whose failure shows at once.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+        MessageOut("Failed to create output file : " + name, MSG_ERROR);
+        return -1;
+    }
+    if (!writeAndClose(file, bytes.data(), size)) {
+        MessageOut("Error while writing in file : " + name, MSG_ERROR);
+        return -1;
+    }
+    return 0;
+}
+
+int Crypto::Buffer_Cleanup(unsigned char *buf)
+{
+    if (buf == nullptr)
+        return 0;
+    OPENSSL_free(buf);
+    return 1;
+}
