@@ -1,0 +1,220 @@
+#include "keygen/command_line.h"
+
+#include "keygen/console.h"
+#include "keygen/help.h"
+#include "keygen/run_settings.h"
+
+#include <QStringList>
+
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+struct OptionEntry {
+    QString name; // as typed
+    QStringList values;
+
+    /// The value at `index`, empty when it was not given.
+    QString value(int index) const { return values.value(index); }
+};
+
+constexpr int mostValues = 25;
+
+bool isSame(const QString &name, const char *accepted)
+{
+    return name.compare(QLatin1String(accepted), Qt::CaseInsensitive) == 0;
+}
+
+[[noreturn]] void refuseWithHelp(const char *message)
+{
+    MessageOut(message, MSG_ERROR);
+    ShowHelp();
+    std::exit(EXIT_FAILURE);
+}
+
+[[noreturn]] void refuseArgument()
+{
+    MessageOut("Error: Argument error.Use -? for help.\n", MSG_ERROR);
+    std::exit(EXIT_FAILURE);
+}
+
+/// The text of a value. A password that is not UTF-8 would encrypt its key under other bytes than were typed,
+/// and no one could open the key again; so a value that is not text is refused.
+QString valueText(const QByteArray &argument)
+{
+    bool valid = false;
+    QString text = TextOf(argument, &valid);
+    if (!valid)
+        refuseArgument();
+    return text;
+}
+
+std::vector<OptionEntry> collectOptions(const QList<QByteArray> &arguments)
+{
+    std::vector<OptionEntry> entries;
+    auto argument = arguments.cbegin();
+    while (argument != arguments.cend()) {
+        if (!argument->startsWith('-'))
+            refuseArgument();
+        OptionEntry entry{TextOf(*argument++), {}};
+        while (argument != arguments.cend() && !argument->startsWith('-') && entry.values.size() < mostValues)
+            entry.values.append(valueText(*argument++));
+        entries.push_back(std::move(entry));
+    }
+    return entries;
+}
+
+void checkNames(const std::vector<OptionEntry> &entries)
+{
+    for (const OptionEntry &entry : entries) {
+        true_command =
+            std::any_of(tab_command_name.begin(), tab_command_name.end(), [&](const QString &known) {
+                return known.compare(entry.name, Qt::CaseInsensitive) == 0;
+            });
+        if (!true_command) {
+            MessageOut("Error: Invalid command ", MSG_ERROR);
+            MessageOut("'" + entry.name + "'" + "\n\n", MSG_INFO);
+            ShowHelp();
+            std::exit(EXIT_FAILURE);
+        }
+    }
+}
+
+void answerHelpAndVersion(const std::vector<OptionEntry> &entries)
+{
+    for (const OptionEntry &entry : entries) {
+        if (isSame(entry.name, "-?") || isSame(entry.name, "-h") || isSame(entry.name, "--help")) {
+            ShowHelp();
+            std::exit(EXIT_SUCCESS);
+        }
+        if (isSame(entry.name, "-v") || isSame(entry.name, "--version")) {
+            ShowVersion();
+            std::exit(EXIT_SUCCESS);
+        }
+    }
+}
+
+void applyPassword(const OptionEntry &entry)
+{
+    password = entry.value(0);
+    // Any other count is left to the password checks, which come after the whole command line was read.
+    if (entry.values.size() == packetSize)
+        passwordTable.append(entry.values);
+    else if (entry.values.size() == 1)
+        passwordTable.append(password);
+    numberPassword = static_cast<int>(entry.values.size());
+    isPasswordCmd = true;
+}
+
+void applyPublicKey(const OptionEntry &entry)
+{
+    publicKeyPath = entry.value(0);
+}
+
+void applyPrivateKey(const OptionEntry &entry)
+{
+    privateKeyPath = entry.value(0);
+}
+
+void applyHash(const OptionEntry &entry)
+{
+    hashPath = entry.value(0);
+}
+
+void applyAbsolutePath(const OptionEntry &entry)
+{
+    absolutePath = entry.value(0);
+}
+
+void applyCipher(const OptionEntry &entry)
+{
+    if (isSame(entry.value(0), "aes128"))
+        aes128 = true;
+    else if (isSame(entry.value(0), "aes256"))
+        aes128 = false;
+    else
+        wrongParameterAES = true;
+}
+
+// The numbers run against the help text's list; files already in the field were made by these.
+void applyCurve(const OptionEntry &entry)
+{
+    const QString curve = entry.value(0);
+    if (isSame(curve, "brainpoolP256t1") || isSame(curve, "1"))
+        brainpoolP256t1 = true;
+    else if (isSame(curve, "prime256v1") || isSame(curve, "2"))
+        brainpoolP256t1 = false;
+    else
+        wrongParameterECC = true;
+}
+
+void applyKeyNumber(const OptionEntry &entry)
+{
+    numberKeys = entry.value(0).toInt();
+    if (numberKeys != 1 && numberKeys != packetSize)
+        refuseWithHelp(
+            "Wrong parameter with command --number-key/-n, permitted number value must be respected "
+            "{1 or 8}.\n");
+    isKeyNumberCommand = true;
+}
+
+void applyRandom(const OptionEntry &entry)
+{
+    if (entry.values.size() != 2)
+        refuseWithHelp("Wrong parameters with command --random/-rand.\n");
+    randSize = entry.value(0).toInt();
+    randPath = entry.value(1);
+    if (!randPath.endsWith(".bin"))
+        refuseWithHelp(
+            "Wrong parameters with command --random/-rand. Output file extension should be .bin\n");
+    isRandomCmd = true;
+}
+
+struct Command {
+    const char *shortName;
+    const char *longName;
+    void (*apply)(const OptionEntry &entry);
+};
+
+// Two long names differ from those in tab_command_name on purpose: "--hash-image", and "--prvkey-enc " with
+// its trailing blank, never pass the name check, while "--public-key-hash" and "--prvkey-enc" pass it and
+// then apply nothing. Command lines that carry them in the field must go on doing what they do.
+constexpr Command commands[] = {
+    {"-pwd", "--password", applyPassword},
+    {"-pubk", "--public-key", applyPublicKey},
+    {"-prvk", "--private-key", applyPrivateKey},
+    {"-hash", "--hash-image", applyHash},
+    {"-abs", "--absolute-path", applyAbsolutePath},
+    {"-pe", "--prvkey-enc ", applyCipher},
+    {"-ecc", "--ecc-algo", applyCurve},
+    {"-n", "--number-key", applyKeyNumber},
+    {"-rand", "--random", applyRandom},
+};
+
+void applyOptions(const std::vector<OptionEntry> &entries)
+{
+    for (const OptionEntry &entry : entries) {
+        const auto *const command =
+            std::find_if(std::begin(commands), std::end(commands), [&](const Command &candidate) {
+                return isSame(entry.name, candidate.shortName) || isSame(entry.name, candidate.longName);
+            });
+        if (command != std::end(commands))
+            command->apply(entry);
+    }
+    if (wrongParameterAES)
+        refuseWithHelp("Error: wrong parameter with command -pe.\n");
+    if (wrongParameterECC)
+        refuseWithHelp("Error: wrong parameter with command -ecc.\n");
+}
+
+} // namespace
+
+void ParseCommandLine(const QList<QByteArray> &arguments)
+{
+    const std::vector<OptionEntry> entries = collectOptions(arguments);
+    checkNames(entries);
+    answerHelpAndVersion(entries);
+    applyOptions(entries);
+}

@@ -1,0 +1,11 @@
+// The command line: from the argument vector to the run settings.
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+
+/// Collects the options, checks every name, answers help and version, and applies the options to the run
+/// settings. `arguments` is the argument vector less the program name, as received. An error prints its
+/// message, for most errors the help text too, and ends the process with status 1; help and version end it
+/// with status 0.
+void ParseCommandLine(const QList<QByteArray> &arguments);
