@@ -1,0 +1,140 @@
+#include "keygen/dialogue.h"
+
+#include "keygen/console.h"
+#include "keygen/key_paths.h"
+#include "keygen/output_folders.h"
+#include "keygen/password_rules.h"
+#include "keygen/run_settings.h"
+#include "keygen/standard_input.h"
+#include "keygen/terminal.h"
+
+#include <QStandardPaths>
+
+#include <cstdlib>
+
+namespace {
+
+void showNotice()
+{
+    MessageOut("Corvane Key Generator [Version " + KeyGenVersion + "] <'-? for help>\n" +
+                   "Copyright (C) Halvex. All rights reserved.\n",
+               MSG_INFO);
+}
+
+void askFolder()
+{
+    MessageOut("Please enter Path for output files :\n ", MSG_PROMPT);
+    MessageOut("<", MSG_INFO);
+    MessageOut(absolutePath, MSG_INFO);
+    MessageOut(">\n", MSG_INFO);
+    const QString answer = ReadLine();
+    if (answer.isEmpty())
+        return;
+    absolutePath = answer;
+    if (!CreateDirectoryPath(absolutePath)) {
+        MessageOut("Error: Can not create path.", MSG_ERROR);
+        std::exit(EXIT_FAILURE);
+    }
+}
+
+/// True for the second of two choices. Only "1" and "2" are answers.
+bool choseSecond(const char *question, const char *questionAgain, const char *choices)
+{
+    MessageOut(question, MSG_PROMPT);
+    MessageOut(choices, MSG_INFO);
+    MessageOut("(1/2)?\n", MSG_PROMPT);
+    for (;;) {
+        const QString answer = ReadLine();
+        if (answer == "1" || answer == "2")
+            return answer == "2";
+        MessageOut(questionAgain, MSG_REPROMPT);
+        MessageOut(choices, MSG_INFO);
+        MessageOut("(1/2)?\n", MSG_REPROMPT);
+    }
+}
+
+void askKeyNumber()
+{
+    // Asked again with two blanks and on one line, unlike the first time.
+    if (!choseSecond("Please select number of packets: \n",
+                     "Please select  number of packets: ", "1. 1 keypair packet   2. 8 keypair packets ")) {
+        MessageOut("Generate 1 key packet !\n", MSG_SUCCESS);
+        return;
+    }
+    isKeyGeneration = true;
+    isKeyNumberCommand = true;
+    numberKeys = packetSize;
+    MessageOut("Generate 8 key packets !\n", MSG_SUCCESS);
+}
+
+/// Asks for one password until it is accepted and typed twice alike. `which` follows the word "Password" in
+/// the prompts; `mismatch` is printed when the two differ.
+void askPassword(const QString &which, const QString &mismatch)
+{
+    for (;;) {
+        MessageOut("Please enter Password" + which + "\n", MSG_PROMPT);
+        password = ReadLine();
+        while (!checkPassword(password)) {
+            MessageOut("Please enter your Password" + which + "\n", MSG_PROMPT);
+            password = ReadLine();
+        }
+        MessageOut("Please re-enter your Password" + which + "\n", MSG_PROMPT);
+        if (ReadLine() == password)
+            break;
+        MessageOut(mismatch, MSG_ERROR);
+    }
+    passwordTable.append(password);
+}
+
+void askPasswords()
+{
+    if (passwordOK)
+        return;
+    if (numberKeys == 1) {
+        askPassword("", "Error: password doesn't match\n");
+    } else {
+        for (int i = 0; i < packetSize; ++i) {
+            const QString which = " [" + QString::number(i) + "]";
+            askPassword(which, "Error: Password" + which + " doesn't match\n");
+        }
+    }
+    passwordOK = true;
+}
+
+void composePaths()
+{
+    publicKeyPath = absolutePath;
+    if (!publicKeyPath.endsWith('/'))
+        publicKeyPath.append('/');
+    publicKeyPath.append(defaultPublicKeyName);
+    // Always with a separator, doubled after a folder that ends with one: the public key's path is looked at
+    // here, which no longer ends with '/'. It is the same file, and the name shown has always been this one.
+    privateKeyPath = absolutePath;
+    if (!publicKeyPath.endsWith('/'))
+        privateKeyPath.append('/');
+    privateKeyPath.append(defaultPrivateKeyName);
+    hashPath = absolutePath;
+    if (!hashPath.endsWith('/'))
+        hashPath.append('/');
+    hashPath.append(defaultHashName);
+}
+
+} // namespace
+
+void RunDialogue()
+{
+    showNotice();
+    absolutePath = QStandardPaths::writableLocation(QStandardPaths::HomeLocation) + "/Corvane_KeyGen/";
+    MessageOut("Interactive mode...\n", MSG_SUCCESS);
+    askFolder();
+    askKeyNumber();
+    {
+        const HiddenEntry hidden;
+        askPasswords();
+    }
+    brainpoolP256t1 = choseSecond(
+        "Please select algorithm: ", "Please select algorithm: ", "1. prime256v1   2. brainpoolP256t1 ");
+    aes128 = choseSecond("Please select encrypting algorithm: ", "Please select encrypting algorithm: ",
+                         "1. aes256   2. aes128 ");
+    composePaths();
+}
