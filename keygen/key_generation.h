@@ -1,0 +1,9 @@
+// The generation driver: from the run settings to the files of one key pair, or of a packet.
+#pragma once
+
+class EC_Crypto;
+
+/// Makes sure of the output folders, selects the curve and generates. A failed pair is reported and the run
+/// goes on; a folder that cannot be had, an unsupported curve or a file that is missing after its pair was
+/// reported generated ends the process with status 1.
+void GenerateKeyPackets(EC_Crypto &engine);
