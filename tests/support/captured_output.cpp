@@ -1,0 +1,89 @@
+#include "tests/support/captured_output.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace {
+
+int unnamedFile()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "keygen-output-XXXXXX").string();
+    const int file = mkstemp(name.data());
+    if (file == -1)
+        throw std::runtime_error("no temporary file at " + name);
+    unlink(name.c_str());
+    return file;
+}
+
+} // namespace
+
+CapturedOutput::CapturedOutput(int captured) : descriptor(captured), original(-1), file(unnamedFile())
+{
+    std::fflush(nullptr);
+    original = dup(descriptor);
+    dup2(file, descriptor);
+}
+
+CapturedOutput::~CapturedOutput()
+{
+    end();
+    close(file);
+}
+
+void CapturedOutput::end()
+{
+    if (original == -1)
+        return;
+    std::fflush(nullptr);
+    dup2(original, descriptor);
+    close(original);
+    original = -1;
+}
+
+std::string CapturedOutput::text()
+{
+    end();
+    std::string content;
+    std::array<char, 4096> chunk;
+    lseek(file, 0, SEEK_SET);
+    for (ssize_t size = read(file, chunk.data(), chunk.size()); size > 0;
+         size = read(file, chunk.data(), chunk.size()))
+        content.append(chunk.data(), static_cast<std::size_t>(size));
+    return content;
+}
+
+std::string Success(const std::string &text)
+{
+    return "\x1B[00;32m " + text + "\x1B[0m\x1B[39;49m";
+}
+
+std::string Info(const std::string &text)
+{
+    return "\x1B[49m " + text + "\x1B[0m\x1B[39;49m";
+}
+
+std::string Prompt(const std::string &text)
+{
+    return "\x1B[0m\x1B[39;49m" + text + "\x1B[0m\x1B[39;49m";
+}
+
+std::string Reprompt(const std::string &text)
+{
+    return "\x1B[00;35m" + text + "\x1B[0m\x1B[39;49m";
+}
+
+std::string Error(const std::string &text)
+{
+    return "\x1B[00;31m " + text + "\x1B[0m\x1B[39;49m";
+}
+
+std::string Title(const std::string &text)
+{
+    return "\x1B[36m " + text + "\x1B[0m\x1B[39;49m";
+}

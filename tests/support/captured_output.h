@@ -1,0 +1,33 @@
+// What a call writes to standard output or to standard error.
+#pragma once
+
+#include <string>
+
+/// Catches a standard stream of this process, at the level of its descriptor, from construction to text() or
+/// to the end of its life.
+class CapturedOutput {
+public:
+    /// `descriptor`: STDOUT_FILENO or STDERR_FILENO.
+    explicit CapturedOutput(int descriptor = 1);
+    ~CapturedOutput();
+    CapturedOutput(const CapturedOutput &) = delete;
+    CapturedOutput &operator=(const CapturedOutput &) = delete;
+
+    /// Flushes, ends the capture and returns everything that was written.
+    std::string text();
+
+private:
+    void end();
+
+    int descriptor;
+    int original;
+    int file;
+};
+
+/// `text` as MessageOut prints it, for each kind.
+std::string Success(const std::string &text);
+std::string Info(const std::string &text);
+std::string Prompt(const std::string &text);
+std::string Reprompt(const std::string &text);
+std::string Error(const std::string &text);
+std::string Title(const std::string &text);

@@ -1,0 +1,14 @@
+// Run settings as a new process has them.
+#pragma once
+
+#include <gtest/gtest.h>
+
+/// Fixture for tests that fill or read the run settings: each starts, and leaves them, as a new process has
+/// them.
+class FreshSettings : public testing::Test {
+protected:
+    FreshSettings() { Reset(); }
+    ~FreshSettings() override { Reset(); }
+
+    static void Reset();
+};

@@ -1,0 +1,54 @@
+#include "tests/support/temporary_folder.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include <stdlib.h>
+
+namespace fs = std::filesystem;
+
+TemporaryFolder::TemporaryFolder()
+{
+    std::string name = (fs::temp_directory_path() / "keygen test XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr)
+        throw std::runtime_error("no temporary folder at " + name);
+    folder = name;
+}
+
+TemporaryFolder::~TemporaryFolder()
+{
+    // A test may have left folders that their owner cannot enter.
+    std::error_code ignored;
+    for (auto entry =
+             fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied, ignored);
+         entry != fs::recursive_directory_iterator(); entry.increment(ignored)) {
+        if (entry->is_directory(ignored) && !entry->is_symlink(ignored))
+            fs::permissions(entry->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
+    }
+    fs::remove_all(folder, ignored);
+}
+
+std::string ReadFile(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file.is_open()) << "cannot read " << path;
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+void WriteFile(const std::string &path, const std::string &content)
+{
+    std::ofstream file(path, std::ios::binary);
+    file << content;
+    file.close();
+    EXPECT_TRUE(file.good()) << "cannot write " << path;
+}
+
+int ModeOf(const std::string &path)
+{
+    return static_cast<int>(fs::status(path).permissions()) & 07777;
+}

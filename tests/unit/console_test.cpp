@@ -1,0 +1,69 @@
+#include "keygen/console.h"
+
+#include "tests/support/captured_output.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::string printed(const QString &message, MSGTYPE type)
+{
+    CapturedOutput output;
+    MessageOut(message, type);
+    return output.text();
+}
+
+TEST(MessageOut, WritesThePrefixOfEachKindTheTextAndTheReset)
+{
+    EXPECT_EQ(printed("text", MSG_SUCCESS), "\x1B[00;32m text\x1B[0m\x1B[39;49m");
+    EXPECT_EQ(printed("text", MSG_INFO), "\x1B[49m text\x1B[0m\x1B[39;49m");
+    EXPECT_EQ(printed("text", MSG_PROMPT), "\x1B[0m\x1B[39;49mtext\x1B[0m\x1B[39;49m");
+    EXPECT_EQ(printed("text", MSG_REPROMPT), "\x1B[00;35mtext\x1B[0m\x1B[39;49m");
+    EXPECT_EQ(printed("text", MSG_ERROR), "\x1B[00;31m text\x1B[0m\x1B[39;49m");
+    EXPECT_EQ(printed("text", MSG_TITLE), "\x1B[36m text\x1B[0m\x1B[39;49m");
+}
+
+TEST(MessageOut, NumbersTheKindsFromZeroToFive)
+{
+    EXPECT_EQ(MSG_SUCCESS, 0);
+    EXPECT_EQ(MSG_INFO, 1);
+    EXPECT_EQ(MSG_PROMPT, 2);
+    EXPECT_EQ(MSG_REPROMPT, 3);
+    EXPECT_EQ(MSG_ERROR, 4);
+    EXPECT_EQ(MSG_TITLE, 5);
+}
+
+TEST(MessageOut, WritesNoPrefixForAnUnknownKind)
+{
+    EXPECT_EQ(printed("text", static_cast<MSGTYPE>(6)), "text\x1B[0m\x1B[39;49m");
+    EXPECT_EQ(printed("text", static_cast<MSGTYPE>(-1)), "text\x1B[0m\x1B[39;49m");
+}
+
+TEST(MessageOut, CutsAMessageAtItsFirstZeroCharacter)
+{
+    EXPECT_EQ(printed(QString("ab") + QChar(0) + "cd", MSG_PROMPT), Prompt("ab"));
+}
+
+TEST(MessageOut, WritesUtf8)
+{
+    EXPECT_EQ(printed(QString::fromUtf8("clé €"), MSG_PROMPT), Prompt("clé €"));
+}
+
+TEST(TextOf, KeepsALeadingByteOrderMark)
+{
+    EXPECT_EQ(TextOf("\xEF\xBB\xBFpass").toStdString(), "\xEF\xBB\xBFpass");
+}
+
+TEST(TextOf, TellsBytesThatAreNoText)
+{
+    for (const char *bytes : {"a\xFF", "abc\xE2\x82", "\xED\xA0\x80"}) {
+        bool valid = true;
+        EXPECT_TRUE(TextOf(bytes, &valid).contains(QChar(QChar::ReplacementCharacter)));
+        EXPECT_FALSE(valid);
+    }
+    bool valid = false;
+    EXPECT_EQ(TextOf("abc\xE2\x82\xAC", &valid).size(), 4);
+    EXPECT_TRUE(valid);
+}
+
+} // namespace
