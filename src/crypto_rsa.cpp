@@ -4,6 +4,7 @@
 #include "keygen/console.h"
 #include "src/openssl_owners.h"
 
+#include <openssl/bn.h>
 #include <openssl/err.h>
 #include <openssl/rsa.h>
 
