@@ -30,12 +30,13 @@ if(NOT CMAKE_CROSSCOMPILING)
     COMPILE_OUTPUT_VARIABLE matching_openssl_errors
     RUN_OUTPUT_VARIABLE matching_openssl_versions)
   if(NOT matching_openssl_compiled OR NOT matching_openssl_status STREQUAL "0")
+    set(matching_openssl_pair "${OPENSSL_INCLUDE_DIR}, ${OPENSSL_CRYPTO_LIBRARY}")
     # Looked at again by the next configuration.
     unset(matching_openssl_status CACHE)
     unset(matching_openssl_compiled CACHE)
     unset(OPENSSL_INCLUDE_DIR CACHE)
     unset(OPENSSL_CRYPTO_LIBRARY CACHE)
     message(FATAL_ERROR "The headers of OpenSSL and its library do not belong together: "
-      "${OPENSSL_INCLUDE_DIR}, ${OPENSSL_CRYPTO_LIBRARY}\n${matching_openssl_versions}${matching_openssl_errors}")
+      "${matching_openssl_pair}\n${matching_openssl_versions}${matching_openssl_errors}")
   endif()
 endif()
