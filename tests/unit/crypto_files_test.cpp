@@ -16,6 +16,7 @@
 
 #include <array>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <utility>
 
@@ -47,6 +48,11 @@ struct Writer {
     bool (*isComplete)(const std::string &file);
     bool namesPathsInUtf8;
 };
+
+std::ostream &operator<<(std::ostream &stream, const Writer &writer)
+{
+    return stream << writer.name;
+}
 
 KeyOwner key()
 {
@@ -118,8 +124,7 @@ protected:
     TemporaryFolder folder;
 };
 
-INSTANTIATE_TEST_SUITE_P(Files, EachWriter, testing::ValuesIn(writers),
-                         [](const auto &instance) { return std::string(instance.param.name); });
+INSTANTIATE_TEST_SUITE_P(Files, EachWriter, testing::ValuesIn(writers), testing::PrintToStringParamName());
 
 TEST_P(EachWriter, MakesANewFileReadOnlyWhateverTheMask)
 {
