@@ -178,7 +178,8 @@ int Crypto::generateRandom(int size, const unsigned char *path)
     bytes.fill();
 
     QFile file(name);
-    if (file.exists())
+    // Asked of the name: to the file object a link that leads nowhere is a file, too.
+    if (QFile::exists(name))
         MessageOut("The file " + name + " already exists, it will be overwritten", MSG_REPROMPT);
     // Unbuffered: one write of the whole buffer, whose failure shows at once.
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {

@@ -51,16 +51,23 @@ QString permissionName(const unsigned char *path)
     return QString::fromLatin1(charsOf(path));
 }
 
-/// One output file: an old one is made writable, then it is created or truncated, written, and closed.
+/// One output file: an old one is made writable at once; then it is created or truncated, written, and
+/// closed.
 class OutputFile {
 public:
-    OutputFile(const unsigned char *path, const QString &nameForPermissions) : name(nameForPermissions)
+    OutputFile(const unsigned char *filePath, const QString &nameForPermissions)
+        : path(charsOf(filePath)), name(nameForPermissions)
     {
         setPermissions(overwritable);
-        file.reset(std::fopen(charsOf(path), "wb"));
     }
 
-    explicit operator bool() const { return file != nullptr; }
+    /// Creates or truncates the file.
+    bool open()
+    {
+        file.reset(std::fopen(path, "wb"));
+        return file != nullptr;
+    }
+
     std::FILE *stream() const { return file.get(); }
 
     /// Flushes and closes: only now is it known whether all that was written has reached the file.
@@ -79,6 +86,7 @@ public:
     }
 
 private:
+    const char *path;
     QString name;
     FileOwner file;
 };
@@ -238,7 +246,7 @@ int Crypto::SaveEncPrvKey(const unsigned char *path, EVP_PKEY *key, const unsign
                           const EVP_CIPHER *cipher)
 {
     OutputFile file(path, permissionName(path));
-    if (!file) {
+    if (!file.open()) {
         MessageOut("Error: creating Key File fails\n", MSG_ERROR);
         return -1;
     }
@@ -270,7 +278,7 @@ int Crypto::SavePrvKey(const unsigned char *path, EVP_PKEY *key)
 int Crypto::SavePubKey(const unsigned char *path, EVP_PKEY *key)
 {
     OutputFile file(path, permissionName(path));
-    if (!file) {
+    if (!file.open()) {
         MessageOut("Error: creating key file fails\n", MSG_ERROR);
         return -1;
     }
@@ -284,6 +292,7 @@ int Crypto::SavePubKey(const unsigned char *path, EVP_PKEY *key)
 
 int Crypto::SaveHashPubKey(EVP_PKEY *key, const unsigned char *hashPath)
 {
+    OutputFile file(hashPath, permissionName(hashPath));
     const BufferOwner digest(static_cast<unsigned char *>(OPENSSL_malloc(digestBufferSize)));
     if (!digest) {
         MessageOut("Error: allocating buffer for PubKey hash fails\n", MSG_ERROR);
@@ -295,9 +304,9 @@ int Crypto::SaveHashPubKey(EVP_PKEY *key, const unsigned char *hashPath)
         MessageOut("Error: calculating PubKey hash fails\n", MSG_ERROR);
         return -1;
     }
-    OutputFile file(hashPath, permissionName(hashPath));
-    // The message speaks of reading; it is the one that users know for a hash file that cannot be written.
-    if (!file || !writeAndClose(file, buffer, digestSize)) {
+    // Only now is the old file lost. The message speaks of reading; it is the one that users know for a hash
+    // file that cannot be written.
+    if (!file.open() || !writeAndClose(file, buffer, digestSize)) {
         printPathError("Error: Reading Device file fails: ", hashPath);
         return -1;
     }
@@ -308,7 +317,7 @@ int Crypto::SaveHashPubKey(EVP_PKEY *key, const unsigned char *hashPath)
 int Crypto::SaveHashTableHash(const unsigned char *data, int length, const unsigned char *path)
 {
     OutputFile file(path, TextOf(charsOf(path)));
-    if (!file || !writeAndClose(file, data, static_cast<size_t>(length))) {
+    if (!file.open() || !writeAndClose(file, data, static_cast<size_t>(length))) {
         printPathError("Error: Creating file fails: ", path);
         return -1;
     }

@@ -49,11 +49,18 @@ void CapturedOutput::end()
 std::string CapturedOutput::text()
 {
     end();
+    return flushedText();
+}
+
+std::string CapturedOutput::flushedText() const
+{
     std::string content;
     std::array<char, 4096> chunk;
-    lseek(file, 0, SEEK_SET);
-    for (ssize_t size = read(file, chunk.data(), chunk.size()); size > 0;
-         size = read(file, chunk.data(), chunk.size()))
+    // The position stays where the writers have it.
+    const auto next = [&] {
+        return pread(file, chunk.data(), chunk.size(), static_cast<off_t>(content.size()));
+    };
+    for (ssize_t size = next(); size > 0; size = next())
         content.append(chunk.data(), static_cast<std::size_t>(size));
     return content;
 }

@@ -15,6 +15,8 @@ public:
 
     /// Flushes, ends the capture and returns everything that was written.
     std::string text();
+    /// What has reached the descriptor so far. Nothing is flushed, and the capture goes on.
+    std::string flushedText() const;
 
 private:
     void end();

@@ -1,0 +1,170 @@
+#include "tests/support/test_keys.h"
+
+#include <openssl/bn.h>
+#include <openssl/ec.h>
+#include <openssl/evp.h>
+#include <openssl/obj_mac.h>
+
+#include <array>
+#include <stdexcept>
+
+namespace {
+
+using Number = Owner<BIGNUM, BN_clear_free>;
+using Point = Owner<EC_POINT, EC_POINT_free>;
+
+constexpr int numberSize = 32;
+
+void require(bool condition, const char *what)
+{
+    if (!condition)
+        throw std::runtime_error(what);
+}
+
+EcKeyOwner ellipticKeyOf(const EVP_PKEY *key)
+{
+    // Some versions of the library take the key without const; it is only read.
+    EcKeyOwner ec(EVP_PKEY_get1_EC_KEY(const_cast<EVP_PKEY *>(key)));
+    require(ec != nullptr, "no elliptic-curve key");
+    return ec;
+}
+
+std::string bytesOf(const BIGNUM *number)
+{
+    std::array<unsigned char, numberSize> bytes = {};
+    require(BN_bn2binpad(number, bytes.data(), numberSize) == numberSize, "not a number of 32 bytes");
+    return {bytes.begin(), bytes.end()};
+}
+
+/// Whether the tests watch this key's release; the library calls it for every key that is released.
+void noteRelease(void *, void *watched, CRYPTO_EX_DATA *, int, long, void *)
+{
+    if (watched != nullptr)
+        *static_cast<bool *>(watched) = true;
+}
+
+int watchIndex()
+{
+    static const int index = EC_KEY_get_ex_new_index(0, nullptr, nullptr, nullptr, noteRelease);
+    return index;
+}
+
+} // namespace
+
+const unsigned char *Bytes(const std::string &text)
+{
+    return reinterpret_cast<const unsigned char *>(text.c_str());
+}
+
+std::string FromHex(const std::string &digits)
+{
+    std::string bytes;
+    std::string pair;
+    for (const char digit : digits) {
+        if (digit == ' ')
+            continue;
+        pair += digit;
+        if (pair.size() == 2) {
+            bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
+            pair.clear();
+        }
+    }
+    require(pair.empty(), "an odd number of digits");
+    return bytes;
+}
+
+KeyOwner FixedKey(int nid, unsigned long number)
+{
+    EcKeyOwner ec(EC_KEY_new_by_curve_name(nid));
+    require(ec != nullptr, "no such curve");
+    const Number privateNumber(BN_new());
+    const EC_GROUP *const group = EC_KEY_get0_group(ec.get());
+    const Point point(EC_POINT_new(group));
+    require(BN_set_word(privateNumber.get(), number) == 1 &&
+                EC_POINT_mul(group, point.get(), privateNumber.get(), nullptr, nullptr, nullptr) == 1 &&
+                EC_KEY_set_private_key(ec.get(), privateNumber.get()) == 1 &&
+                EC_KEY_set_public_key(ec.get(), point.get()) == 1,
+            "no fixed key");
+    EC_KEY_set_asn1_flag(ec.get(), OPENSSL_EC_NAMED_CURVE);
+    KeyOwner key(EVP_PKEY_new());
+    require(EVP_PKEY_assign_EC_KEY(key.get(), ec.get()) == 1, "no key object");
+    static_cast<void>(ec.release()); // the key object owns it
+    return key;
+}
+
+std::string NumberOf(const EVP_PKEY *key)
+{
+    return bytesOf(EC_KEY_get0_private_key(ellipticKeyOf(key).get()));
+}
+
+std::string PointOf(const EVP_PKEY *key)
+{
+    const EcKeyOwner ec = ellipticKeyOf(key);
+    const Number x(BN_new());
+    const Number y(BN_new());
+    require(EC_POINT_get_affine_coordinates(EC_KEY_get0_group(ec.get()), EC_KEY_get0_public_key(ec.get()),
+                                            x.get(), y.get(), nullptr) == 1,
+            "no public point");
+    return bytesOf(x.get()) + bytesOf(y.get());
+}
+
+std::string EncodingOfPoint(int nid, const std::string &point)
+{
+    require(nid == 415 || nid == 928, "a curve of another kind");
+    const std::string header = nid == 928
+                                   ? "30 5A 30 14 06 07 2A 86 48 CE 3D 02 01 06 09 2B 24 03 03 02 08 01 01 08"
+                                   : "30 59 30 13 06 07 2A 86 48 CE 3D 02 01 06 08 2A 86 48 CE 3D 03 01 07";
+    return FromHex(header + " 03 42 00 04") + point;
+}
+
+std::string PemFile(const std::string &label, const std::string &content)
+{
+    std::string base64(4 * ((content.size() + 2) / 3) + 1, '\0');
+    EVP_EncodeBlock(reinterpret_cast<unsigned char *>(base64.data()), Bytes(content),
+                    static_cast<int>(content.size()));
+    base64.pop_back();
+    std::string file = "-----BEGIN " + label + "-----\n";
+    for (std::size_t i = 0; i < base64.size(); i += 64)
+        file += base64.substr(i, 64) + "\n";
+    return file + "-----END " + label + "-----\n";
+}
+
+std::string ContentOfPemFile(const std::string &label, const std::string &file)
+{
+    const std::string begin = "-----BEGIN " + label + "-----\n";
+    const std::string end = "-----END " + label + "-----\n";
+    if (file.size() < begin.size() + end.size())
+        return "";
+    std::string base64;
+    for (const char c : file.substr(begin.size(), file.size() - begin.size() - end.size())) {
+        if (c != '\n')
+            base64 += c;
+    }
+    std::string content(base64.size() / 4 * 3, '\0');
+    if (EVP_DecodeBlock(reinterpret_cast<unsigned char *>(content.data()), Bytes(base64),
+                        static_cast<int>(base64.size())) < 0)
+        return "";
+    // The library's decoder counts the padding's zero bytes.
+    const std::size_t lastDigit = base64.find_last_not_of('=');
+    content.resize(content.size() - (base64.size() - 1 - lastDigit));
+    return PemFile(label, content) == file ? content : "";
+}
+
+std::string Sha256Of(const std::string &data)
+{
+    std::string digest(32, '\0');
+    require(EVP_Digest(data.data(), data.size(), reinterpret_cast<unsigned char *>(digest.data()), nullptr,
+                       EVP_sha256(), nullptr) == 1,
+            "no digest");
+    return digest;
+}
+
+std::string TestData(const std::string &name)
+{
+    return std::string(TEST_DATA_FOLDER "/") + name;
+}
+
+ReleaseWatch::ReleaseWatch(EVP_PKEY *key)
+{
+    require(EC_KEY_set_ex_data(ellipticKeyOf(key).get(), watchIndex(), &isReleased) == 1, "no watch");
+}

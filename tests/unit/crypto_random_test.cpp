@@ -1,0 +1,205 @@
+#include "src/crypto.h"
+
+#include "tests/support/captured_output.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/test_keys.h"
+#include "tests/support/umask.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <climits>
+#include <filesystem>
+#include <set>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class GenerateRandom : public testing::Test {
+protected:
+    int generate(int size, const std::string &path)
+    {
+        CapturedOutput output;
+        const int status = engine.generateRandom(size, Bytes(path));
+        printed = output.text();
+        return status;
+    }
+
+    void expectFailure(int size, const std::string &path, const std::string &message)
+    {
+        EXPECT_EQ(generate(size, path), -1);
+        EXPECT_EQ(printed, message);
+    }
+
+    static std::string notice(const std::string &path)
+    {
+        return Reprompt("The file " + path + " already exists, it will be overwritten");
+    }
+
+    static std::string cannotCreate(const std::string &path)
+    {
+        return Error("Failed to create output file : " + path);
+    }
+
+    Crypto engine;
+    TemporaryFolder folder;
+    std::string printed;
+};
+
+/// Whether bytes are spread as random ones are: all values occur, and none far more often than the others.
+/// A sound generator fails once in far more runs than will ever be made.
+testing::AssertionResult looksRandom(const std::string &bytes)
+{
+    std::array<double, 256> counts = {};
+    for (const char byte : bytes)
+        ++counts[static_cast<unsigned char>(byte)];
+    const double expected = static_cast<double>(bytes.size()) / 256;
+    double chiSquare = 0;
+    for (std::size_t value = 0; value < counts.size(); ++value) {
+        if (counts[value] == 0)
+            return testing::AssertionFailure() << "no byte has the value " << value;
+        chiSquare += (counts[value] - expected) * (counts[value] - expected) / expected;
+    }
+    // 255 on average, with a standard deviation of 23.
+    if (chiSquare < 80 || chiSquare > 600)
+        return testing::AssertionFailure() << "chi-square is " << chiSquare;
+    return testing::AssertionSuccess();
+}
+
+TEST_F(GenerateRandom, WritesExactlyAsManyBytesAsAskedFor)
+{
+    for (const int size : {0, 1, 16, 4095, 4096, 4097, 8192, 100000}) {
+        const std::string path = folder / std::to_string(size);
+        EXPECT_EQ(generate(size, path), 0);
+        EXPECT_EQ(printed, "");
+        EXPECT_EQ(ReadFile(path).size(), static_cast<std::size_t>(size));
+    }
+}
+
+TEST_F(GenerateRandom, SpreadsAllByteValuesOverTheWholeFile)
+{
+    ASSERT_EQ(generate(3 * 65536, folder / "random.bin"), 0);
+    const std::string bytes = ReadFile(folder / "random.bin");
+    for (std::size_t third = 0; third < 3; ++third)
+        EXPECT_TRUE(looksRandom(bytes.substr(third * 65536, 65536)));
+}
+
+TEST_F(GenerateRandom, RepeatsNoPieceOfTheFile)
+{
+    ASSERT_EQ(generate(100001, folder / "random.bin"), 0);
+    const std::string bytes = ReadFile(folder / "random.bin");
+    std::set<std::string> pieces;
+    for (std::size_t i = 0; i + 8 <= bytes.size(); ++i)
+        pieces.insert(bytes.substr(i, 8));
+    EXPECT_EQ(pieces.size(), bytes.size() - 7);
+}
+
+TEST_F(GenerateRandom, AnnouncesAnOldFileAndReplacesIt)
+{
+    const std::string path = folder / "random.bin";
+    WriteFile(path, std::string(1000, '#'));
+    EXPECT_EQ(generate(16, path), 0);
+    EXPECT_EQ(printed, notice(path));
+    const std::string first = ReadFile(path);
+    EXPECT_EQ(first.size(), 16u);
+    EXPECT_EQ(first.find("####"), std::string::npos);
+
+    EXPECT_EQ(generate(16, path), 0);
+    EXPECT_EQ(printed, notice(path));
+    const std::string second = ReadFile(path);
+    EXPECT_EQ(second.size(), 16u);
+    EXPECT_NE(second, first);
+}
+
+TEST_F(GenerateRandom, EmptiesAnOldFileForASizeOfZero)
+{
+    const std::string path = folder / "random.bin";
+    WriteFile(path, "old");
+    EXPECT_EQ(generate(0, path), 0);
+    EXPECT_EQ(printed, notice(path));
+    EXPECT_EQ(ReadFile(path), "");
+}
+
+TEST_F(GenerateRandom, LeavesTheFileItsDefaultMode)
+{
+    for (const int mask : {0022, 0077, 0137}) {
+        const UmaskInForce inForce(mask);
+        const std::string path = folder / std::to_string(mask);
+        EXPECT_EQ(generate(16, path), 0);
+        EXPECT_EQ(ModeOf(path), 0666 & ~mask);
+    }
+}
+
+TEST_F(GenerateRandom, LeavesAnOldFileItsMode)
+{
+    const std::string path = folder / "random.bin";
+    WriteFile(path, "old");
+    fs::permissions(path, fs::perms(0642));
+    EXPECT_EQ(generate(16, path), 0);
+    EXPECT_EQ(ModeOf(path), 0642);
+}
+
+TEST_F(GenerateRandom, TakesThePathAsUtf8)
+{
+    const std::string path = folder / "zufällig ☂.bin";
+    EXPECT_EQ(generate(16, path), 0);
+    EXPECT_EQ(fs::file_size(path), 16u);
+    EXPECT_EQ(generate(17, path), 0);
+    EXPECT_EQ(printed, notice(path));
+    EXPECT_EQ(fs::file_size(path), 17u);
+}
+
+TEST_F(GenerateRandom, FailsWhereItCannotCreateTheFile)
+{
+    const std::string missing = folder / "missing/random.bin";
+    expectFailure(16, missing, cannotCreate(missing));
+    EXPECT_FALSE(fs::exists(folder / "missing"));
+
+    const std::string inPlace = folder / "folder.bin";
+    fs::create_directory(inPlace);
+    expectFailure(16, inPlace, notice(inPlace) + cannotCreate(inPlace));
+
+    const std::string dangling = folder / "link.bin";
+    fs::create_symlink(folder / "missing/target", dangling);
+    expectFailure(16, dangling, cannotCreate(dangling));
+}
+
+TEST_F(GenerateRandom, CreatesTheTargetOfADanglingLink)
+{
+    const std::string link = folder / "link.bin";
+    fs::create_symlink(folder / "target.bin", link);
+    EXPECT_EQ(generate(16, link), 0);
+    EXPECT_EQ(printed, "");
+    EXPECT_EQ(fs::file_size(folder / "target.bin"), 16u);
+}
+
+TEST_F(GenerateRandom, FailsWhenTheFileCannotHoldTheBytes)
+{
+    const int mode = ModeOf("/dev/full");
+    expectFailure(16, "/dev/full", notice("/dev/full") + Error("Error while writing in file : /dev/full"));
+    EXPECT_EQ(ModeOf("/dev/full"), mode);
+}
+
+TEST_F(GenerateRandom, TouchesNoFileForANegativeSize)
+{
+    const std::string path = folder / "random.bin";
+    for (const int size : {-1, INT_MIN}) {
+        expectFailure(size, path, cannotCreate(path));
+        EXPECT_FALSE(fs::exists(path));
+    }
+    WriteFile(path, "old");
+    expectFailure(-1, path, cannotCreate(path));
+    EXPECT_EQ(ReadFile(path), "old");
+}
+
+TEST(RandomByte, TakesAllValuesEquallyOften)
+{
+    std::string bytes;
+    for (int i = 0; i < 65536; ++i)
+        bytes += static_cast<char>(randomByte());
+    EXPECT_TRUE(looksRandom(bytes));
+}
+
+} // namespace
