@@ -138,7 +138,7 @@ TEST(ReadWord, ReadsOnAfterALine)
     EXPECT_EQ(answers("LWW", "a line\none two\n"), "<a line><one><two>");
 }
 
-/// The milliseconds that two answers by `plan` take at the end of input.
+/// The milliseconds that the answers by `plan` take at the end of input.
 int millisecondsAtTheEnd(const std::string &plan)
 {
     const ChildRun run = RunInChild([&] {
@@ -155,8 +155,9 @@ int millisecondsAtTheEnd(const std::string &plan)
 TEST(EndOfInput, IsWaitedForTwentyTimesASecond)
 {
     for (const char *plan : {"LLLL", "WWWW"}) {
-        EXPECT_GE(millisecondsAtTheEnd(plan), 200);
-        EXPECT_LT(millisecondsAtTheEnd(plan), 2000);
+        const int time = millisecondsAtTheEnd(plan);
+        EXPECT_GE(time, 200);
+        EXPECT_LT(time, 2000);
     }
 }
 
