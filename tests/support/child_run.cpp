@@ -1,0 +1,115 @@
+#include "tests/support/child_run.h"
+
+#include <fcntl.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace {
+
+/// A descriptor that is closed in the end.
+class Descriptor {
+public:
+    explicit Descriptor(int opened) : number(opened)
+    {
+        if (number == -1)
+            throw std::runtime_error("no descriptor for a child process");
+    }
+    ~Descriptor() { close(number); }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+
+    int get() const { return number; }
+
+private:
+    int number;
+};
+
+int unnamedFile()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "keygen-child-XXXXXX").string();
+    const int file = mkstemp(name.data());
+    unlink(name.c_str());
+    return file;
+}
+
+/// The read end of a pipe that holds `content` and then ends.
+int filledPipe(const std::string &content)
+{
+    std::array<int, 2> ends = {};
+    if (content.size() > 4096 || pipe(ends.data()) != 0)
+        throw std::runtime_error("no pipe for the input of a child process");
+    const ssize_t size = write(ends[1], content.data(), content.size());
+    close(ends[1]);
+    return size == static_cast<ssize_t>(content.size()) ? ends[0] : -1;
+}
+
+int inputOf(const ChildCall &call)
+{
+    return call.inputFile.empty() ? filledPipe(call.input) : open(call.inputFile.c_str(), O_RDONLY);
+}
+
+/// The timer's signal ends the child, whatever it is doing.
+void limitLife(int milliseconds)
+{
+    const itimerval life = {{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000}};
+    setitimer(ITIMER_REAL, &life, nullptr);
+}
+
+/// The child's whole life. It must not come back, not even by an exception, or it would go on with the tests.
+[[noreturn]] void live(const std::function<void()> &function, int input, int output, int errors, int returned,
+                       int milliseconds) noexcept
+{
+    dup2(input, STDIN_FILENO);
+    dup2(output, STDOUT_FILENO);
+    dup2(errors, STDERR_FILENO);
+    limitLife(milliseconds);
+    function();
+    limitLife(0);
+    const ssize_t marked = write(returned, "r", 1);
+    std::exit(marked == 1 ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+std::string contentOf(int file)
+{
+    std::string content(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
+    if (pread(file, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size()))
+        throw std::runtime_error("the output of a child process cannot be read");
+    return content;
+}
+
+} // namespace
+
+ChildRun RunInChild(const std::function<void()> &function, const ChildCall &call)
+{
+    const Descriptor input(inputOf(call));
+    const Descriptor output(unnamedFile());
+    const Descriptor errors(unnamedFile());
+    const Descriptor returned(unnamedFile());
+
+    // What is still buffered would be written twice.
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == -1)
+        throw std::runtime_error("fork fails");
+    if (child == 0)
+        live(function, input.get(), output.get(), errors.get(), returned.get(), call.millisecondsToLive);
+
+    int status = 0;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    ChildRun run;
+    run.returned = !contentOf(returned.get()).empty();
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    run.output = contentOf(output.get());
+    run.errors = contentOf(errors.get());
+    return run;
+}

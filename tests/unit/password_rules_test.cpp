@@ -1,0 +1,271 @@
+#include "keygen/password_rules.h"
+
+#include "keygen/help.h"
+#include "keygen/run_settings.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/child_run.h"
+#include "tests/support/fresh_settings.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+const std::string missing = Error("Error: missing -pwd (--password) parametre : password is mandatory\n");
+const std::string tooLong = Error("Error: password must be less than 1024 caracters\n");
+const std::string wrongNumber =
+    Error("Wrong parameter with command --password/-pwd, permitted password number must be respected.\n");
+const std::string eightNeeded =
+    Error("You are trying to generate 8 keypairs, you need to mention consecutive 8 passwords.\n");
+const std::string oneNeeded =
+    Error("You are trying to generate 1 keypair, you need to mention just 1 password.\n");
+
+std::string tooShort(const std::string &candidate)
+{
+    return Error("Error: password must be more than 3 caracters\n") +
+           Error("Error: incorrect password : " + candidate + "\n");
+}
+
+/// What the password rule prints about `candidate`, after its verdict.
+std::string verdictOn(const QString &candidate)
+{
+    CapturedOutput output;
+    const bool accepted = checkPassword(candidate);
+    return (accepted ? "accepted" : "refused: ") + output.text();
+}
+
+QString treble(int times)
+{
+    return QString::fromUtf8("\xF0\x9D\x84\x9E").repeated(times);
+}
+
+TEST(PasswordRule, RefusesAnEmptyPassword)
+{
+    EXPECT_EQ(verdictOn(""), "refused: " + missing);
+    EXPECT_EQ(verdictOn(QString()), "refused: " + missing);
+}
+
+TEST(PasswordRule, RefusesOneToThreeCharactersAndEchoesThem)
+{
+    EXPECT_EQ(verdictOn("a"), "refused: " + tooShort("a"));
+    EXPECT_EQ(verdictOn("ab"), "refused: " + tooShort("ab"));
+    EXPECT_EQ(verdictOn("abc"), "refused: " + tooShort("abc"));
+    EXPECT_EQ(verdictOn("   "), "refused: " + tooShort("   "));
+}
+
+TEST(PasswordRule, AcceptsFourTo1023CharactersSilently)
+{
+    for (const int length : {4, 5, 8, 512, 1022, 1023})
+        EXPECT_EQ(verdictOn(QString(length, 'p')), "accepted") << length;
+}
+
+TEST(PasswordRule, Refuses1024CharactersAndMoreWithoutEchoingThem)
+{
+    for (const int length : {1024, 1025, 2048, 131072})
+        EXPECT_EQ(verdictOn(QString(length, 'p')), "refused: " + tooLong) << length;
+}
+
+TEST(PasswordRule, CountsCharactersOfSeveralBytesOnce)
+{
+    EXPECT_EQ(verdictOn(QString::fromUtf8("ééé")), "refused: " + tooShort("ééé"));
+    EXPECT_EQ(verdictOn(QString::fromUtf8("€€€€")), "accepted");
+    EXPECT_EQ(verdictOn(QString::fromUtf8("€").repeated(1023)), "accepted");
+    EXPECT_EQ(verdictOn(QString::fromUtf8("€").repeated(1024)), "refused: " + tooLong);
+}
+
+TEST(PasswordRule, CountsACharacterBeyondTheBasicPlaneTwice)
+{
+    EXPECT_EQ(verdictOn(treble(1)), "refused: " + tooShort("\xF0\x9D\x84\x9E"));
+    EXPECT_EQ(verdictOn(treble(1) + "a"), "refused: " + tooShort("\xF0\x9D\x84\x9E"
+                                                                 "a"));
+    EXPECT_EQ(verdictOn(treble(2)), "accepted");
+    EXPECT_EQ(verdictOn(treble(511) + "a"), "accepted");
+    EXPECT_EQ(verdictOn(treble(512)), "refused: " + tooLong);
+}
+
+/// CheckPasswords, called with the settings as they are.
+class PasswordCheck : public FreshSettings {
+protected:
+    /// The settings that -pwd with `passwords` leaves.
+    static void give(const QList<QString> &passwords)
+    {
+        isPasswordCmd = true;
+        password = passwords.value(0);
+        numberPassword = static_cast<int>(passwords.size());
+        if (passwords.size() == 1 || passwords.size() == 8)
+            passwordTable.append(passwords);
+    }
+
+    /// The settings that -n with `pairs` leaves.
+    static void wantPairs(int pairs)
+    {
+        isKeyNumberCommand = true;
+        numberKeys = pairs;
+    }
+
+    static QList<QString> goodPasswords(int count)
+    {
+        QList<QString> passwords;
+        for (int i = 0; i < count; ++i)
+            passwords.append("pass" + QString::number(i));
+        return passwords;
+    }
+
+    static void expectPass()
+    {
+        const ChildRun run = RunInChild(CheckPasswords);
+        EXPECT_TRUE(run.returned);
+        EXPECT_EQ(run.output, "");
+        EXPECT_EQ(run.errors, "");
+    }
+
+    /// `messages`, then the help text, then the end with status 1.
+    static void expectRefusal(const std::string &messages)
+    {
+        const ChildRun run = RunInChild(CheckPasswords);
+        EXPECT_FALSE(run.returned);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.output, messages + RunInChild(ShowHelp).output);
+        EXPECT_EQ(run.errors, "");
+    }
+};
+
+TEST_F(PasswordCheck, PassesEightPasswordsForEightPairs)
+{
+    wantPairs(8);
+    give(goodPasswords(8));
+    expectPass();
+}
+
+TEST_F(PasswordCheck, RefusesAnotherNumberOfPasswordsForEightPairs)
+{
+    wantPairs(8);
+    for (const int count : {0, 1, 2, 7, 9, 16, 25}) {
+        give(goodPasswords(count));
+        expectRefusal(wrongNumber + eightNeeded);
+    }
+}
+
+TEST_F(PasswordCheck, RefusesEightPairsWithoutPasswords)
+{
+    wantPairs(8);
+    expectRefusal(wrongNumber + eightNeeded);
+}
+
+TEST_F(PasswordCheck, PassesOnePasswordForAPacketOfOne)
+{
+    wantPairs(1);
+    give({"pass"});
+    expectPass();
+}
+
+TEST_F(PasswordCheck, RefusesSeveralPasswordsForAPacketOfOne)
+{
+    wantPairs(1);
+    for (const int count : {2, 3, 7, 8, 9, 25}) {
+        give(goodPasswords(count));
+        expectRefusal(wrongNumber + oneNeeded);
+    }
+}
+
+TEST_F(PasswordCheck, PassesAPacketOfOneWithoutPasswordOption)
+{
+    wantPairs(1);
+    expectPass();
+}
+
+TEST_F(PasswordCheck, FindsNoPasswordForAPacketOfOneInAnOptionWithoutValues)
+{
+    wantPairs(1);
+    give({});
+    expectRefusal(missing);
+}
+
+TEST_F(PasswordCheck, ChecksTheNumberBeforeThePasswordsThemselves)
+{
+    wantPairs(8);
+    give({"a", "b"});
+    expectRefusal(wrongNumber + eightNeeded);
+}
+
+TEST_F(PasswordCheck, PassesWithoutPasswordOption)
+{
+    expectPass();
+}
+
+TEST_F(PasswordCheck, IgnoresPasswordsThatNoOptionGave)
+{
+    password = "a";
+    expectPass();
+}
+
+TEST_F(PasswordCheck, AppliesTheRuleToTheOnePassword)
+{
+    give({"good"});
+    expectPass();
+    give({"abc"});
+    expectRefusal(tooShort("abc"));
+    give({""});
+    expectRefusal(missing);
+    give({QString(1023, 'p')});
+    expectPass();
+    give({QString(1024, 'p')});
+    expectRefusal(tooLong);
+}
+
+TEST_F(PasswordCheck, ChecksTheLaterOfTwoPasswordOptions)
+{
+    give({"abc"});
+    give({"good"});
+    expectPass();
+    EXPECT_EQ(passwordTable, (QList<QString>{"abc", "good"}));
+    give({"xyz"});
+    expectRefusal(tooShort("xyz"));
+}
+
+TEST_F(PasswordCheck, ChecksOnlyTheFirstOfEightPasswordsWithoutANumberOfPairs)
+{
+    give({"good", "", "a", "", "a", "", "a", ""});
+    expectPass();
+}
+
+TEST_F(PasswordCheck, RefusesABadFirstOfEightPasswordsWithoutANumberOfPairs)
+{
+    give({"bad", "good", "good", "good", "good", "good", "good", "good"});
+    expectRefusal(tooShort("bad"));
+}
+
+TEST_F(PasswordCheck, ReportsOnlyTheFirstBadPasswordOfEight)
+{
+    wantPairs(8);
+    give({"good", "good", "abc", "good", "", "good", "good", "good"});
+    expectRefusal(tooShort("abc"));
+}
+
+TEST_F(PasswordCheck, ChecksTheEighthPasswordAfterSevenThatPassSilently)
+{
+    wantPairs(8);
+    QList<QString> passwords = goodPasswords(7);
+    passwords.append("abc");
+    give(passwords);
+    expectRefusal(tooShort("abc"));
+}
+
+// The table then holds nothing of that option.
+TEST_F(PasswordCheck, FindsNoPasswordAmongZeroOrTwoToSevenWithoutANumberOfPairs)
+{
+    for (const int count : {0, 2, 3, 4, 5, 6, 7, 9, 25}) {
+        give(goodPasswords(count));
+        expectRefusal(missing);
+    }
+}
+
+TEST_F(PasswordCheck, TakesTheTableOfAnEarlierOptionForACountThatFillsNone)
+{
+    give({"good"});
+    give({"a", "b"});
+    expectPass();
+}
+
+} // namespace

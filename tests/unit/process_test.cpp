@@ -1,0 +1,160 @@
+#include "keygen/process.h"
+
+#include "tests/support/child_run.h"
+#include "tests/support/temporary_folder.h"
+
+#include <gtest/gtest.h>
+
+#include <QDebug>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+TEST(ExitKeyGen, EndsTheProcessWithTheStatus)
+{
+    for (const int status : {0, 1, 3}) {
+        const ChildRun run = RunInChild([status] { exitKeyGen(status); });
+        EXPECT_FALSE(run.returned);
+        EXPECT_EQ(run.status, status);
+    }
+}
+
+TEST(ExitKeyGen, EndsAsExitDoes)
+{
+    const ChildRun run = RunInChild([] {
+        std::atexit([] { std::fputs("handled", stdout); });
+        std::fputs("buffered, ", stdout);
+        exitKeyGen(0);
+    });
+    EXPECT_EQ(run.output, "buffered, handled");
+}
+
+bool isNullDevice(int descriptor)
+{
+    struct stat stream = {};
+    struct stat device = {};
+    return fstat(descriptor, &stream) == 0 && stat("/dev/null", &device) == 0 && S_ISCHR(stream.st_mode) &&
+           stream.st_rdev == device.st_rdev;
+}
+
+/// What PrepareProcess makes of standard streams of which `closed` are closed: the kind of each, and the
+/// first descriptor that a file opened later receives.
+std::string streamsAfter(const std::vector<int> &closed)
+{
+    return RunInChild([&closed] {
+               const int report = fcntl(STDOUT_FILENO, F_DUPFD, 100);
+               for (const int stream : closed)
+                   close(stream);
+               PrepareProcess();
+               for (const int stream : {0, 1, 2})
+                   dprintf(report, "%s ", isNullDevice(stream) ? "null" : "kept");
+               dprintf(report, "%s", open("/dev/null", O_RDONLY) > 2 ? "free" : "taken");
+           })
+        .output;
+}
+
+TEST(PrepareProcess, KeepsOpenStandardStreams)
+{
+    EXPECT_EQ(streamsAfter({}), "kept kept kept free");
+}
+
+TEST(PrepareProcess, GivesEachClosedStandardStreamTheNullDevice)
+{
+    EXPECT_EQ(streamsAfter({0}), "null kept kept free");
+    EXPECT_EQ(streamsAfter({1}), "kept null kept free");
+    EXPECT_EQ(streamsAfter({2}), "kept kept null free");
+    EXPECT_EQ(streamsAfter({0, 1}), "null null kept free");
+    EXPECT_EQ(streamsAfter({0, 2}), "null kept null free");
+    EXPECT_EQ(streamsAfter({1, 2}), "kept null null free");
+    EXPECT_EQ(streamsAfter({0, 1, 2}), "null null null free");
+}
+
+TEST(PrepareProcess, MakesClosedStandardStreamsReadableAndWritable)
+{
+    const ChildRun run = RunInChild([] {
+        const int report = fcntl(STDOUT_FILENO, F_DUPFD, 100);
+        for (const int stream : {0, 1, 2})
+            close(stream);
+        PrepareProcess();
+        char byte = 'x';
+        dprintf(report, "%zd %zd %zd", read(0, &byte, 1), write(1, &byte, 1), write(2, &byte, 1));
+    });
+    EXPECT_EQ(run.output, "0 1 1");
+}
+
+TEST(PrepareProcess, KeepsMessagesForAClosedOutputOutOfFiles)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder / "key file";
+    const ChildRun run = RunInChild([&path] {
+        close(STDOUT_FILENO);
+        close(STDERR_FILENO);
+        PrepareProcess();
+        const int file = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+        std::puts("a message");
+        std::fputs("an error", stderr);
+        std::fflush(nullptr);
+        dprintf(file, "content");
+    });
+    EXPECT_TRUE(run.returned);
+    EXPECT_EQ(ReadFile(path), "content");
+}
+
+TEST(PrepareProcess, EndsTheProcessWhereNoDescriptorIsLeft)
+{
+    const ChildRun run = RunInChild([] {
+        close(STDIN_FILENO);
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_NOFILE, &none);
+        PrepareProcess();
+    });
+    EXPECT_FALSE(run.returned);
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST(PrepareProcess, TurnsCoreFilesOff)
+{
+    const ChildRun run = RunInChild([] {
+        rlimit core = {};
+        getrlimit(RLIMIT_CORE, &core);
+        core.rlim_cur = core.rlim_max;
+        setrlimit(RLIMIT_CORE, &core);
+        PrepareProcess();
+        getrlimit(RLIMIT_CORE, &core);
+        std::printf("%llu %llu", static_cast<unsigned long long>(core.rlim_cur),
+                    static_cast<unsigned long long>(core.rlim_max));
+    });
+    EXPECT_EQ(run.output, "0 0");
+}
+
+void writeLibraryMessages()
+{
+    setenv("QT_FORCE_STDERR_LOGGING", "1", 1);
+    qDebug("a debug message");
+    qInfo("some information");
+    qWarning("a warning");
+    qCritical("a critical message");
+}
+
+TEST(PrepareProcess, SilencesTheMessagesOfTheApplicationLibrary)
+{
+    EXPECT_NE(RunInChild(writeLibraryMessages).errors.find("a warning"), std::string::npos);
+    const ChildRun run = RunInChild([] {
+        PrepareProcess();
+        writeLibraryMessages();
+    });
+    EXPECT_TRUE(run.returned);
+    EXPECT_EQ(run.errors, "");
+    EXPECT_EQ(run.output, "");
+}
+
+} // namespace
