@@ -141,8 +141,8 @@ forget_configuration_of_another_tree() {
     local home
     home=$(cached_value CMAKE_HOME_DIRECTORY)
     if [[ -n $home && ! $home -ef $tree ]]; then
-        say "the build folder was made for $home; configuring it anew"
-        rm -rf "$tree/build/CMakeCache.txt" "$tree/build/CMakeFiles"
+        say "the build folder was made for $home; making it anew"
+        find "$tree/build" -mindepth 1 ! -name .lock -delete
     fi
 }
 
