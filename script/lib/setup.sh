@@ -1,0 +1,164 @@
+# shellcheck shell=bash
+# shellcheck disable=SC2034 # some of what stands here is for the scripts that source it
+# Set-up that the scripts share: what the machine must have, and how the build folder is made.
+
+# The script that was called, and the top of its tree, whatever links led here.
+this_script=$(readlink -f -- "$0")
+tree=$(CDPATH='' cd -P -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/../.." && pwd) || exit
+
+# What is needed: its name for the user | how to see that it is there | the package that brings it.
+needs_of_the_build=(
+    "a C++ compiler  | command c++ g++ clang++                 | g++"
+    "CMake           | command cmake                           | cmake"
+    "Ninja or make   | command ninja make                      | ninja-build"
+    "Qt 6 Core       | file cmake/Qt6Core/Qt6CoreConfig.cmake  | qt6-base-dev"
+    "OpenSSL         | header openssl/evp.h                    | libssl-dev"
+)
+needs_of_the_tests=(
+    "GoogleTest      | file cmake/GTest/GTestConfig.cmake      | libgtest-dev"
+    "GoogleMock      | header gmock/gmock.h                    | libgmock-dev"
+    "openssl         | command openssl                         | openssl"
+    "certtool        | command certtool                        | gnutls-bin"
+    "cryptography for Python | python cryptography             | python3-cryptography"
+    "valgrind        | command valgrind                        | valgrind"
+)
+
+say() {
+    printf '%s: %s\n' "${this_script#"$tree"/}" "$*" >&2
+}
+
+stop() {
+    say "$@"
+    exit 1
+}
+
+trimmed() {
+    local text=$1
+    text=${text#"${text%%[! ]*}"}
+    printf '%s' "${text%"${text##*[! ]}"}"
+}
+
+# A cheap look, without the package manager: it runs at every start. What stands in an unusual place is not seen
+# here; then the package manager knows better, or CMake does.
+is_there() {
+    local kind=$1 prefix name prefixes
+    shift
+    IFS=: read -r -a prefixes <<<"${CMAKE_PREFIX_PATH:-}"
+    prefixes+=(/usr /usr/local)
+    case $kind in
+    command)
+        for name; do command -v "$name" >/dev/null && return; done
+        ;;
+    file)
+        for prefix in "${prefixes[@]}"; do
+            compgen -G "$prefix/lib/$1" >/dev/null && return
+            compgen -G "$prefix/lib64/$1" >/dev/null && return
+            compgen -G "$prefix/lib/*/$1" >/dev/null && return
+        done
+        ;;
+    header)
+        for prefix in "${prefixes[@]}"; do
+            compgen -G "$prefix/include/$1" >/dev/null && return
+            compgen -G "$prefix/include/*/$1" >/dev/null && return
+        done
+        ;;
+    python)
+        # The system's own: a package of the system does not reach another one.
+        /usr/bin/python3 -c "import $1" 2>/dev/null && return
+        ;;
+    esac
+    return 1
+}
+
+package_is_installed() {
+    [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+as_root() {
+    # The tools of the package manager stand in folders that an ordinary user's PATH may leave out.
+    local path=$PATH:/usr/local/sbin:/usr/sbin:/sbin
+    if ((EUID == 0)); then
+        env PATH="$path" DEBIAN_FRONTEND=noninteractive "$@"
+    else
+        sudo env PATH="$path" DEBIAN_FRONTEND=noninteractive "$@"
+    fi
+}
+
+# What the system installs is for all its users, however private the caller's own files are.
+install_packages() (
+    umask 022
+    say "installing $*"
+    as_root apt-get -q -o DPkg::Lock::Timeout=300 update ||
+        say "the lists of packages could not be brought up to date; going on with those that are there"
+    as_root apt-get -q -y -o DPkg::Lock::Timeout=300 install --no-install-recommends "$@"
+)
+
+# Takes needs, and installs those that are missing.
+ensure() {
+    local need name probe package names=() packages=()
+    for need; do
+        IFS='|' read -r name probe package <<<"$need"
+        # shellcheck disable=SC2086 # the probe is words
+        is_there $probe && continue
+        package=$(trimmed "$package")
+        package_is_installed "$package" && continue
+        names+=("$(trimmed "$name")")
+        packages+=("$package")
+    done
+    ((${#names[@]})) || return 0
+
+    local list
+    list=$(printf ', %s' "${names[@]}")
+    if ! command -v apt-get >/dev/null; then
+        say "not found: ${list:2}. The package manager of this system is not known here;" \
+            "should the build fail, install them yourself. Going on."
+    elif ((EUID != 0)) && ! command -v sudo >/dev/null; then
+        say "not found: ${list:2}. Should the build fail, let root run:" \
+            "apt-get install --no-install-recommends ${packages[*]}. Going on."
+    else
+        install_packages "${packages[@]}" || stop "could not install: ${packages[*]}"
+    fi
+}
+
+cached_value() {
+    sed -n "s/^$1:[A-Z]*=//p" "$tree/build/CMakeCache.txt" 2>/dev/null
+}
+
+is_configured() {
+    [[ -e $tree/build/CMakeCache.txt && (-e $tree/build/build.ninja || -e $tree/build/Makefile) ]]
+}
+
+# Configures the default preset; takes further options of CMake.
+configure() {
+    if [[ ! -e $tree/build/CMakeCache.txt ]] && command -v ninja >/dev/null; then
+        export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
+    fi
+    (cd "$tree" && cmake --preset default "$@") || stop "configuring failed"
+}
+
+# A build folder that came along with a copy of the tree belongs to the tree it was made from.
+forget_configuration_of_another_tree() {
+    local home
+    home=$(cached_value CMAKE_HOME_DIRECTORY)
+    if [[ -n $home && ! $home -ef $tree ]]; then
+        say "the build folder was made for $home; making it anew"
+        find "$tree/build" -mindepth 1 ! -name .lock -delete
+    fi
+}
+
+# Builds a target. Says nothing where there is nothing to do.
+build() {
+    local nothing_done='^ninja: no work to do\.$|^\[0/[0-9]+\] Re-checking globbed directories'
+    nothing_done+='|^\[[ 0-9]*%\] Built target |^g?make\[?.*: Nothing to be done for '
+    (cd "$tree" && cmake --build build --parallel "$(nproc)" --target "$1" 2>&1) |
+        { grep -Ev "$nothing_done" || true; }
+    ((PIPESTATUS[0] == 0)) || stop "building failed"
+}
+
+# One at a time in one build folder.
+lock_build_folder() {
+    mkdir -p "$tree/build" || stop "cannot make the build folder"
+    if command -v flock >/dev/null; then
+        exec 9>"$tree/build/.lock" && flock 9
+    fi
+}
