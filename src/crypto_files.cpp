@@ -185,6 +185,24 @@ int refusePassPhrase(char *, int, int, void *)
     return -1;
 }
 
+/// The public key that a SubjectPublicKeyInfo encodes, or null. Elliptic-curve keys are decoded as such:
+/// newer versions of the library take longer to find a decoder for a key of any kind than to generate one.
+KeyOwner decodePublicKey(const unsigned char *encoding, long size)
+{
+    const unsigned char *cursor = encoding;
+    ERR_set_mark();
+    EcKeyOwner ec(d2i_EC_PUBKEY(nullptr, &cursor, size));
+    KeyOwner key(EVP_PKEY_new());
+    if (ec && key && EVP_PKEY_assign_EC_KEY(key.get(), ec.get()) == 1) {
+        ec.release(); // the key object owns it
+        ERR_clear_last_mark();
+        return key;
+    }
+    ERR_pop_to_mark();
+    cursor = encoding;
+    return KeyOwner(d2i_PUBKEY(nullptr, &cursor, size));
+}
+
 KeyOwner decryptedKey(const X509_SIG *encrypted, void *password)
 {
     std::array<char, PEM_BUFSIZE> passPhrase = {};
@@ -319,9 +337,11 @@ int Crypto::ReadPubKey(const unsigned char *pemPath, EVP_PKEY **key)
     // A file without a public key shows in the next step, which finds none in `*key`.
     PemBlock block;
     const BioOwner content = contentOf(file.get());
-    if (content && block.read(content.get(), PEM_STRING_PUBLIC, refusePassPhrase, nullptr)) {
-        const unsigned char *cursor = block.bytes;
-        d2i_PUBKEY(key, &cursor, block.size);
+    if (!content || !block.read(content.get(), PEM_STRING_PUBLIC, refusePassPhrase, nullptr))
+        return 1;
+    if (KeyOwner read = decodePublicKey(block.bytes, block.size)) {
+        EVP_PKEY_free(*key);
+        *key = read.release();
     }
     return 1;
 }
