@@ -67,6 +67,15 @@ bool writeAndClose(QFile &file, const char *bytes, int size)
 
 } // namespace
 
+bool LibraryIsReady()
+{
+#if OPENSSL_VERSION_NUMBER >= 0x30000000L
+    return OSSL_LIB_CTX_get0_global_default() != nullptr;
+#else
+    return true;
+#endif
+}
+
 unsigned char randomByte()
 {
     return static_cast<unsigned char>(QRandomGenerator64::system()->generate() & 0xFF);

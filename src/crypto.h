@@ -20,6 +20,10 @@ enum CIHERTYPE : int {
     AES256_CBC = 1, ///< AES-256-CBC
 };
 
+/// False where the cryptographic library could not set up its default context, for lack of memory, say. Newer versions
+/// go on with it all the same, and crash in it.
+bool LibraryIsReady();
+
 /// One random byte: the low 8 bits of one value of the system-wide generator.
 unsigned char randomByte();
 

@@ -128,6 +128,8 @@ void printNumber(const char *name, const BIGNUM *number)
 
 int Crypto::KeyGen(EVP_PKEY **key)
 {
+    if (!LibraryIsReady())
+        return 0;
     // What the queue holds from before, a broken configuration file's errors say, is not this key's.
     ERR_clear_error();
     const KeyContextOwner context(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr));

@@ -160,7 +160,7 @@ int EC_Crypto::GenerateKeys(const unsigned char *privateKeyPath, const unsigned 
 int EC_Crypto::KeyGen(EVP_PKEY **key)
 {
     KeyOwner parameters;
-    if (!generateParameters(curveNID, parameters))
+    if (!LibraryIsReady() || !generateParameters(curveNID, parameters))
         return 0;
     const KeyContextOwner context = keyGenerationContext(parameters.get());
     if (!context || EVP_PKEY_keygen_init(context.get()) == 0)
