@@ -11,6 +11,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int usualUmask = 022;
+/// Seconds after which a run that waits for an answer is given up.
+constexpr int patience = 20;
 
 testing::AssertionResult endedWell(const ProgramResult &run, int status)
 {
@@ -41,8 +43,11 @@ std::string described(const fs::path &path, const std::string &name)
 ProgramResult RunIn(const TemporaryFolder &folder, const std::vector<std::string> &arguments,
                     const std::string &input)
 {
-    return RunKeygen(
-        {.arguments = arguments, .input = input, .folder = folder.path().string(), .umask = usualUmask});
+    return RunKeygen({.arguments = arguments,
+                      .input = input,
+                      .folder = folder.path().string(),
+                      .umask = usualUmask,
+                      .secondsToLive = patience});
 }
 
 ProgramResult RunInShell(const TemporaryFolder &folder, const std::string &script,
@@ -50,7 +55,10 @@ ProgramResult RunInShell(const TemporaryFolder &folder, const std::string &scrip
 {
     std::vector<std::string> words = {"-c", script, "sh", KeygenProgram()};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    return Run("sh", {.arguments = words, .folder = folder.path().string(), .umask = usualUmask});
+    return Run("sh", {.arguments = words,
+                      .folder = folder.path().string(),
+                      .umask = usualUmask,
+                      .secondsToLive = patience});
 }
 
 testing::AssertionResult Ended(const ProgramResult &run, int status, const std::string &output)
