@@ -12,10 +12,19 @@
 
 namespace {
 
+/// What QDir::dirName() returns, which loses count in paths of 32 KiB and more: it would shorten them in the
+/// wrong place, and a folder that nobody named would be created.
+QString lastComponent(QString path)
+{
+    if (path.size() > 1 && path.endsWith('/'))
+        path.chop(1);
+    return path.mid(path.lastIndexOf('/') + 1);
+}
+
 /// `path` less its last component and the separator before it. A bare name is kept whole.
 QString withoutLastComponent(const QString &path)
 {
-    const QString component = QDir(path).dirName();
+    const QString component = lastComponent(path);
     if (path.compare(component, Qt::CaseInsensitive) == 0)
         return path;
     return path.chopped(qMin(component.size() + 1, path.size()));

@@ -1,5 +1,7 @@
 #include "tests/support/transcript.h"
 
+#include "tests/support/temporary_folder.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
@@ -58,6 +60,11 @@ std::string Visible(const std::string &bytes)
             text << c;
     }
     return text.str();
+}
+
+std::string Transcript(const std::string &name)
+{
+    return ReadFile(std::string(TRANSCRIPT_FOLDER "/") + name);
 }
 
 testing::AssertionResult MatchesTranscript(const std::string &name, const std::string &actual)

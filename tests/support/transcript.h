@@ -11,6 +11,9 @@
 /// fails all the same: look at the change.
 testing::AssertionResult MatchesTranscript(const std::string &name, const std::string &actual);
 
+/// The content of tests/transcripts/`name`: a piece that several outputs have in common.
+std::string Transcript(const std::string &name);
+
 /// `bytes` in readable form: ESC as "␛", other unprintable bytes as "\x1F"; line feeds end lines and are
 /// marked "⏎".
 std::string Visible(const std::string &bytes);

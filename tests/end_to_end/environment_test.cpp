@@ -1,0 +1,163 @@
+#include "tests/support/captured_output.h"
+#include "tests/support/transcript.h"
+#include "tests/support/user_run.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Environment = std::map<std::string, std::string>;
+
+const std::vector<std::string> pairInKeys = {"-pwd", "correct horse", "-abs", "keys"};
+const char *const pairFiles = "keys/\n"
+                              "0400 399 keys/privateKey.pem\n"
+                              "0444 178 keys/publicKey.pem\n"
+                              "0444 32 keys/publicKeyhash.bin\n";
+
+const std::vector<Environment> environments = {
+    {},
+    {{"LC_ALL", "C"}},
+    {{"LC_ALL", "POSIX"}, {"HOME", ""}},
+    {{"LC_ALL", "C.UTF-8"}},
+    {{"LC_ALL", "de_DE.ISO-8859-1"}, {"LANGUAGE", "de"}},
+    {{"LC_ALL", "ja_JP.SJIS"}},
+    {{"LC_ALL", "no such locale"}, {"LANG", "\xFF"}},
+    {{"LC_CTYPE", "C"}, {"LANG", "en_US.UTF-8"}},
+    {{"TZ", "Asia/Kathmandu"}, {"HOME", "/nonexistent"}},
+    {{"TZ", ":/no such zone"}, {"PATH", ""}, {"TMPDIR", "/nonexistent"}, {"TERM", "dumb"}},
+    {{"QT_LOGGING_RULES", "*=true"}, {"QT_DEBUG_PLUGINS", "1"}, {"QT_MESSAGE_PATTERN", "%{message}"}},
+    {{"NO_COLOR", "1"}, {"COLUMNS", "20"}, {"POSIXLY_CORRECT", "1"}},
+};
+
+ProgramResult runIn(const TemporaryFolder &folder, const Environment &environment,
+                    const std::vector<std::string> &arguments)
+{
+    return RunKeygen(
+        {.arguments = arguments, .folder = folder.path().string(), .environment = environment, .umask = 022});
+}
+
+TEST(Environment, DoesNotChangeOutputOrFiles)
+{
+    for (const Environment &environment : environments) {
+        const TemporaryFolder folder;
+        EXPECT_TRUE(EndedAsIn(runIn(folder, environment, pairInKeys), 0, "pair_prime256v1_aes256.txt"))
+            << testing::PrintToString(environment);
+        EXPECT_EQ(FilesIn(folder), pairFiles);
+    }
+}
+
+TEST(Environment, DoesNotChangeNamesBeyondAscii)
+{
+    for (const Environment &environment : environments) {
+        const TemporaryFolder folder;
+        const std::string path = "clé €/bruit 🔑.bin";
+        fs::create_directory(folder.path() / "clé €");
+        EXPECT_TRUE(Ended(runIn(folder, environment, {"-rand", "3", path}), 0,
+                          Transcript("banner.txt") + Title("\nRandom Data Generation : \n") +
+                              Info("    Size        : 3 Bytes\n") + Info("    Output path : " + path + "\n") +
+                              Success("\nRandom data generated successfully : " + path + "\n")))
+            << testing::PrintToString(environment);
+        EXPECT_EQ(FilesIn(folder), "clé €/\n0644 3 clé €/bruit 🔑.bin\n");
+    }
+}
+
+TEST(Environment, DoesNotChangeAPasswordThatIsShown)
+{
+    for (const Environment &environment : environments) {
+        const TemporaryFolder folder;
+        EXPECT_TRUE(Ended(runIn(folder, environment, {"-pwd", "é€"}), 1,
+                          Transcript("banner.txt") +
+                              Error("Error: password must be more than 3 caracters\n") +
+                              Error("Error: incorrect password : é€\n") + Transcript("help.txt")))
+            << testing::PrintToString(environment);
+    }
+}
+
+TEST(Umask, DoesNotChangeTheModesOfKeyFiles)
+{
+    for (const int mask : {0, 022, 077, 0777}) {
+        const TemporaryFolder folder;
+        fs::create_directory(folder.path() / "keys");
+        fs::permissions(folder.path() / "keys", fs::perms(0755));
+        const ProgramResult run =
+            RunKeygen({.arguments = pairInKeys, .folder = folder.path().string(), .umask = mask});
+        EXPECT_TRUE(EndedAsIn(run, 0, "pair_prime256v1_aes256.txt"));
+        EXPECT_EQ(FilesIn(folder), pairFiles);
+    }
+}
+
+TEST(Umask, GivesTheModesOfRandomDataAndOfNewFolders)
+{
+    for (const int mask : {0, 022, 077}) {
+        const TemporaryFolder folder;
+        RunKeygen(
+            {.arguments = {"-rand", "3", "noise.bin", "-pwd", "password", "-abs", "keys", "-pubk", "sub/"},
+             .input = "y\n",
+             .folder = folder.path().string(),
+             .umask = mask});
+        EXPECT_EQ(ModeOf(folder / "noise.bin"), 0666 & ~mask);
+        EXPECT_EQ(ModeOf(folder / "keys"), 0777 & ~mask);
+        EXPECT_EQ(ModeOf(folder / "keys/sub"), 0777 & ~mask);
+    }
+}
+
+// The modes of key files are set through their paths read as Latin-1, so they do not reach a path beyond
+// ASCII.
+TEST(PathBeyondAscii, LeavesKeyFilesTheModesOfTheProcess)
+{
+    for (const int mask : {022, 077}) {
+        const TemporaryFolder folder;
+        const ProgramResult run = RunKeygen({.arguments = {"-pwd", "password", "-abs", "clés"},
+                                             .folder = folder.path().string(),
+                                             .umask = mask});
+        EXPECT_TRUE(EndedAsIn(run, 0, "pair_beyond_ascii.txt"));
+        const std::string mode = mask == 022 ? "0644" : "0600";
+        EXPECT_EQ(FilesIn(folder), "clés/\n" + mode + " 399 clés/privateKey.pem\n" + mode +
+                                       " 178 clés/publicKey.pem\n" + mode + " 32 clés/publicKeyhash.bin\n");
+    }
+}
+
+TEST(PathBeyondAscii, GetsItsModeForTheTableHash)
+{
+    const TemporaryFolder folder;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-n", "1", "-pwd", "password", "-abs", "clés"}), 0,
+                              "packet_beyond_ascii.txt"));
+        EXPECT_EQ(FilesIn(folder), "clés/\n"
+                                   "0644 399 clés/privateKey00.pem\n"
+                                   "0644 178 clés/publicKey00.pem\n"
+                                   "0644 32 clés/publicKeyHash00.bin\n"
+                                   "0444 32 clés/publicKeysHashHashes.bin\n");
+    }
+}
+
+TEST(StandardStreams, MayBeClosed)
+{
+    for (const char *closed : {"<&-", ">&-", "2>&-", ">&- 2>&-", "<&- >&-", "<&- >&- 2>&-"}) {
+        const TemporaryFolder folder;
+        const ProgramResult run = RunInShell(folder, std::string("exec \"$@\" ") + closed, pairInKeys);
+        EXPECT_EQ(run.status, 0) << closed;
+        EXPECT_EQ(run.errors, "") << closed;
+        const bool silent = std::string(closed).find(" >&-") != std::string::npos || closed[0] == '>';
+        if (silent)
+            EXPECT_EQ(run.output, "") << closed;
+        else
+            EXPECT_TRUE(MatchesTranscript("pair_prime256v1_aes256.txt", run.output)) << closed;
+        EXPECT_EQ(FilesIn(folder), pairFiles) << closed;
+        EXPECT_EQ(ReadFile(folder / "keys/publicKey.pem").substr(0, 27), "-----BEGIN PUBLIC KEY-----\n")
+            << closed;
+    }
+}
+
+TEST(StandardStreams, MayBeFull)
+{
+    const TemporaryFolder folder;
+    EXPECT_TRUE(Ended(RunInShell(folder, "exec \"$@\" >/dev/full", pairInKeys), 0, ""));
+    EXPECT_EQ(FilesIn(folder), pairFiles);
+    EXPECT_TRUE(Ended(RunInShell(folder, "exec \"$@\" >/dev/full 2>/dev/full", {"-unknown"}), 1, ""));
+}
+
+} // namespace
