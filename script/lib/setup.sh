@@ -130,10 +130,15 @@ is_configured() {
 
 # Configures the default preset; takes further options of CMake.
 configure() {
-    if [[ ! -e $tree/build/CMakeCache.txt ]] && command -v ninja >/dev/null; then
+    local first=no
+    [[ -e $tree/build/CMakeCache.txt ]] || first=yes
+    if [[ $first == yes ]] && command -v ninja >/dev/null; then
         export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
     fi
-    (cd "$tree" && cmake --preset default "$@") || stop "configuring failed"
+    (cd "$tree" && cmake --preset default "$@") && return
+    # What CMake found out at the first, failed time must not stand in the way of the next: a compiler, say.
+    [[ $first == yes ]] && rm -rf "$tree"/build/CMakeCache.txt "$tree"/build/CMakeFiles/[0-9]*
+    stop "configuring failed"
 }
 
 # A build folder that came along with a copy of the tree belongs to the tree it was made from.
