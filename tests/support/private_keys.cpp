@@ -1,0 +1,100 @@
+#include "tests/support/private_keys.h"
+
+#include "tests/support/program_run.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/test_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/pem.h>
+
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace {
+
+std::string publicKeyFile(EVP_PKEY *key, const TemporaryFolder &folder)
+{
+    std::string path = folder / "public.pem";
+    const FileOwner file(std::fopen(path.c_str(), "wb"));
+    if (!file || PEM_write_PUBKEY(file.get(), key) != 1)
+        throw std::runtime_error("no public key file");
+    return path;
+}
+
+/// A non-negative number in the fewest bytes.
+std::string encodedNumber(const std::string &bigEndian)
+{
+    const std::size_t first = std::min(bigEndian.find_first_not_of('\0'), bigEndian.size() - 1);
+    std::string number = bigEndian.substr(first);
+    if (static_cast<unsigned char>(number[0]) >= 0x80)
+        number.insert(number.begin(), '\0');
+    return "\x02" + std::string(1, static_cast<char>(number.size())) + number;
+}
+
+/// Whether the tool ends with `word` and status 0.
+bool accepts(std::vector<std::string> arguments, const std::string &word)
+{
+    const ProgramResult result = Run("openssl", {.arguments = std::move(arguments)});
+    return result.status == 0 && result.output == word;
+}
+
+} // namespace
+
+const std::string storedPassword = "correct horse";
+
+std::string StoredKeyPath(const std::string &name)
+{
+    return TestData("private_keys/" + name);
+}
+
+KeyOwner StoredKey(const std::string &name)
+{
+    const FileOwner file(std::fopen(StoredKeyPath(name).c_str(), "rb"));
+    KeyOwner key(file ? PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr) : nullptr);
+    if (!key)
+        throw std::runtime_error("no key in " + name);
+    return key;
+}
+
+KeyOwner PublicHalf(EVP_PKEY *key)
+{
+    const TemporaryFolder folder;
+    const FileOwner file(std::fopen(publicKeyFile(key, folder).c_str(), "rb"));
+    return KeyOwner(PEM_read_PUBKEY(file.get(), nullptr, nullptr, nullptr));
+}
+
+std::string EncodedSignature(const std::string &numbers)
+{
+    const std::size_t half = numbers.size() / 2;
+    const std::string content = encodedNumber(numbers.substr(0, half)) + encodedNumber(numbers.substr(half));
+    return "\x30" + std::string(1, static_cast<char>(content.size())) + content;
+}
+
+bool OpensslAcceptsEcdsa(EVP_PKEY *key, const std::string &digest, const std::string &signature)
+{
+    const TemporaryFolder folder;
+    WriteFile(folder / "digest", digest);
+    WriteFile(folder / "signature", signature);
+    return accepts({"pkeyutl", "-verify", "-pubin", "-inkey", publicKeyFile(key, folder), "-in",
+                    folder / "digest", "-sigfile", folder / "signature"},
+                   "Signature Verified Successfully\n");
+}
+
+bool OpensslAcceptsRsa(EVP_PKEY *key, const std::string &data, const std::string &signature)
+{
+    const TemporaryFolder folder;
+    WriteFile(folder / "data", data);
+    WriteFile(folder / "signature", signature);
+    return accepts({"dgst", "-sha256", "-verify", publicKeyFile(key, folder), "-signature",
+                    folder / "signature", folder / "data"},
+                   "Verified OK\n");
+}
+
+std::string TakeBuffer(unsigned char *buffer, std::size_t size)
+{
+    const BufferOwner owner(buffer);
+    return {reinterpret_cast<const char *>(buffer), size};
+}

@@ -1,0 +1,29 @@
+// Private keys made elsewhere, and signatures judged elsewhere.
+#pragma once
+
+#include "src/openssl_owners.h"
+
+#include <string>
+
+/// The password of every encrypted file in tests/data/private_keys.
+extern const std::string storedPassword;
+
+/// The path of a file in tests/data/private_keys.
+std::string StoredKeyPath(const std::string &name);
+
+/// The key in an unencrypted file of tests/data/private_keys, read by the cryptographic library.
+KeyOwner StoredKey(const std::string &name);
+
+/// The public half of `key`, in a key object of its own, as a public key file gives it.
+KeyOwner PublicHalf(EVP_PKEY *key);
+
+/// The numbers r and s, each in as many bytes, as ECDSA signatures are usually encoded.
+std::string EncodedSignature(const std::string &numbers);
+
+/// Whether the openssl tool accepts an encoded ECDSA signature of `digest`, or a PKCS#1 v1.5 signature of
+/// `data` with SHA-256.
+bool OpensslAcceptsEcdsa(EVP_PKEY *key, const std::string &digest, const std::string &signature);
+bool OpensslAcceptsRsa(EVP_PKEY *key, const std::string &data, const std::string &signature);
+
+/// The bytes of a buffer that the engine handed out; releases it.
+std::string TakeBuffer(unsigned char *buffer, std::size_t size);

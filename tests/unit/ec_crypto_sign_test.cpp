@@ -1,0 +1,400 @@
+// ECDSA signatures: two numbers of 32 bytes each.
+#include "src/ec_crypto.h"
+
+#include "tests/support/captured_output.h"
+#include "tests/support/library_faults.h"
+#include "tests/support/library_memory.h"
+#include "tests/support/private_keys.h"
+#include "tests/support/test_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/bn.h>
+#include <openssl/ec.h>
+#include <openssl/err.h>
+#include <openssl/obj_mac.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int prime256v1 = 415;
+constexpr int brainpoolP256t1 = 928;
+
+const std::string generatedLine = Info("ECDSA signature generated.\n");
+const std::string verificationLine = Info("Signature verification: ");
+const std::string successLines = generatedLine + verificationLine + Success("SUCCESS \n");
+
+const std::string digest = Sha256Of("message");
+
+/// The outcome of one signature. The place for it holds nothing the engine could mistake for its own.
+struct Signed {
+    int status = 0;
+    unsigned char *buffer = nullptr;
+    std::size_t size = 0;
+    std::string printed;
+    std::string errors;
+
+    /// Releases the buffer.
+    std::string take() { return TakeBuffer(buffer, size); }
+};
+
+unsigned char untouchedByte = 0;
+constexpr std::size_t untouchedSize = 12345;
+
+Signed signedWith(EVP_PKEY *key, const std::string &data, bool giveData = true)
+{
+    Signed result;
+    result.buffer = &untouchedByte;
+    result.size = untouchedSize;
+    EC_Crypto engine;
+    CapturedOutput errors(2);
+    CapturedOutput output;
+    result.status =
+        engine.sign(giveData ? Bytes(data) : nullptr, data.size(), &result.buffer, &result.size, key);
+    result.printed = output.text();
+    result.errors = errors.text();
+    return result;
+}
+
+void expectNoSignature(EVP_PKEY *key, const std::string &message, bool giveData = true)
+{
+    const Signed result = signedWith(key, digest, giveData);
+    EXPECT_EQ(result.status, -1);
+    EXPECT_EQ(result.printed, Error(message));
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.buffer, &untouchedByte);
+    EXPECT_EQ(result.size, untouchedSize);
+    ERR_clear_error();
+}
+
+class EcSign : public testing::TestWithParam<int> {};
+
+TEST_P(EcSign, MakesTwoNumbersOf32BytesThatVerifyElsewhere)
+{
+    const KeyOwner key = FixedKey(GetParam(), 0x1234567);
+    Signed result = signedWith(key.get(), digest);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.printed, successLines);
+    EXPECT_EQ(result.errors, "");
+    ASSERT_EQ(result.size, 64u);
+    const std::string signature = EncodedSignature(result.take());
+    EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, signature));
+    EXPECT_FALSE(OpensslAcceptsEcdsa(key.get(), Sha256Of("another message"), signature));
+}
+
+TEST_P(EcSign, SignsDigestsOfAnyLength)
+{
+    const KeyOwner key = FixedKey(GetParam(), 0x1234567);
+    for (const std::size_t size : {1u, 20u, 32u, 48u, 64u}) {
+        SCOPED_TRACE(size);
+        std::string data(size, '\x5A');
+        data.front() = '\1';
+        data.back() = '\xFE';
+        Signed result = signedWith(key.get(), data);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.printed, successLines);
+        ASSERT_EQ(result.size, 64u);
+        EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), data, EncodedSignature(result.take())));
+    }
+}
+
+TEST_P(EcSign, MakesADifferentSignatureEachTime)
+{
+    const KeyOwner key = FixedKey(GetParam(), 77);
+    Signed first = signedWith(key.get(), digest);
+    Signed second = signedWith(key.get(), digest);
+    const std::string numbers = first.take();
+    const std::string others = second.take();
+    EXPECT_NE(numbers.substr(0, 32), others.substr(0, 32));
+    EXPECT_NE(numbers.substr(32), others.substr(32));
+}
+
+/// An encoded signature whose first or second number starts with a zero byte.
+std::string signatureWithZeroByte(EC_KEY *ec, bool inSecond)
+{
+    for (;;) {
+        std::string encoded(static_cast<std::size_t>(ECDSA_size(ec)), '\0');
+        unsigned int size = 0;
+        EXPECT_EQ(ECDSA_sign(0, Bytes(digest), static_cast<int>(digest.size()),
+                             reinterpret_cast<unsigned char *>(encoded.data()), &size, ec),
+                  1);
+        encoded.resize(size);
+        const unsigned char *cursor = Bytes(encoded);
+        const EcdsaSignatureOwner signature(d2i_ECDSA_SIG(nullptr, &cursor, static_cast<long>(size)));
+        const BIGNUM *const number =
+            inSecond ? ECDSA_SIG_get0_s(signature.get()) : ECDSA_SIG_get0_r(signature.get());
+        if (BN_num_bytes(number) < 32)
+            return encoded;
+    }
+}
+
+TEST_P(EcSign, PadsEachNumberWithLeadingZeroBytes)
+{
+    const KeyOwner key = FixedKey(GetParam(), 77);
+    const EcKeyOwner ec(EVP_PKEY_get1_EC_KEY(key.get()));
+    for (const bool inSecond : {false, true}) {
+        const std::string encoded = signatureWithZeroByte(ec.get(), inSecond);
+        LibraryFaults faults;
+        faults.replace<decltype(ECDSA_sign)>(
+            "ECDSA_sign",
+            [&](int, const unsigned char *, int, unsigned char *signature, unsigned int *size, EC_KEY *) {
+                std::copy(encoded.begin(), encoded.end(), signature);
+                *size = static_cast<unsigned int>(encoded.size());
+                return 1;
+            });
+        Signed result = signedWith(key.get(), digest);
+        EXPECT_EQ(result.status, 1);
+        ASSERT_EQ(result.size, 64u);
+        const std::string numbers = result.take();
+        EXPECT_EQ(numbers[inSecond ? 32 : 0], '\0');
+        EXPECT_EQ(EncodedSignature(numbers), encoded);
+    }
+}
+
+TEST(EcSignOnPrime256v1, PadsItsOwnSignaturesToo)
+{
+    const KeyOwner key = FixedKey(prime256v1, 77);
+    bool firstPadded = false;
+    bool secondPadded = false;
+    while (!firstPadded || !secondPadded) {
+        Signed result = signedWith(key.get(), digest);
+        ASSERT_EQ(result.status, 1);
+        ASSERT_EQ(result.size, 64u);
+        const std::string numbers = result.take();
+        const bool padsFirst = numbers[0] == '\0';
+        const bool padsSecond = numbers[32] == '\0';
+        if ((padsFirst && !firstPadded) || (padsSecond && !secondPadded)) {
+            EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(numbers)));
+        }
+        firstPadded = firstPadded || padsFirst;
+        secondPadded = secondPadded || padsSecond;
+    }
+}
+
+TEST_P(EcSign, TestsTheDataOnlyAfterItHasTheBuffer)
+{
+    const KeyOwner key = FixedKey(GetParam(), 77);
+    LibraryFaults faults;
+    expectNoSignature(key.get(), "Error: unvalid hash pointer \n", false);
+    EXPECT_EQ(faults.callsOf({"EVP_PKEY_get1_EC_KEY", "ECDSA_size", "CRYPTO_malloc", "ECDSA_sign"}),
+              (std::vector<std::string>{"EVP_PKEY_get1_EC_KEY", "ECDSA_size", "CRYPTO_malloc"}));
+
+    faults.fail("CRYPTO_malloc");
+    expectNoSignature(key.get(), "Error: allocating signature buffer fails \n", false);
+}
+
+TEST_P(EcSign, VerifiesTheEncodingFirstAndTheParsedSignatureThen)
+{
+    const KeyOwner key = FixedKey(GetParam(), 77);
+    LibraryFaults faults;
+    signedWith(key.get(), digest).take();
+    EXPECT_EQ(
+        faults.callsOf({"ECDSA_sign", "ECDSA_verify", "d2i_ECDSA_SIG", "ECDSA_do_verify", "BN_bn2binpad"}),
+        (std::vector<std::string>{"ECDSA_sign", "ECDSA_verify", "d2i_ECDSA_SIG", "ECDSA_do_verify",
+                                  "BN_bn2binpad", "BN_bn2binpad"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(OnBothCurves, EcSign, testing::Values(prime256v1, brainpoolP256t1),
+                         [](const testing::TestParamInfo<int> &curve) {
+                             return curve.param == prime256v1 ? "prime256v1" : "brainpoolP256t1";
+                         });
+
+TEST(EcSignature, HasRoomForBothNumbersOnACurveWithAShortOrder)
+{
+    const KeyOwner key = FixedKey(NID_secp112r1, 77);
+    std::size_t allocated = 0;
+    LibraryFaults faults;
+    faults.replace<decltype(CRYPTO_malloc)>("CRYPTO_malloc",
+                                            [&](std::size_t size, const char *file, int line) {
+                                                allocated = size;
+                                                return CRYPTO_zalloc(size, file, line);
+                                            });
+    Signed result = signedWith(key.get(), digest);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.printed, successLines);
+    EXPECT_GE(allocated, 64u);
+    ASSERT_EQ(result.size, 64u);
+    const std::string numbers = result.take();
+    EXPECT_EQ(numbers.substr(0, 18), std::string(18, '\0'));
+    EXPECT_EQ(numbers.substr(32, 18), std::string(18, '\0'));
+    EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(numbers)));
+}
+
+TEST(EcSignature, TakesTheLibrarysLargestEncodingAsItsBuffer)
+{
+    for (const int nid : {prime256v1, brainpoolP256t1}) {
+        const KeyOwner key = FixedKey(nid, 77);
+        std::size_t allocated = 0;
+        LibraryFaults faults;
+        faults.replace<decltype(CRYPTO_malloc)>("CRYPTO_malloc",
+                                                [&](std::size_t size, const char *file, int line) {
+                                                    allocated = size;
+                                                    return CRYPTO_zalloc(size, file, line);
+                                                });
+        signedWith(key.get(), digest).take();
+        EXPECT_EQ(allocated, 72u);
+    }
+}
+
+TEST(EcSignature, KeepsTheEncodedSizeWhereANumberIsWiderThan32Bytes)
+{
+    const KeyOwner key = FixedKey(NID_secp384r1, 77);
+    Signed result = signedWith(key.get(), digest);
+    EXPECT_EQ(result.status, -1);
+    EXPECT_EQ(result.printed, successLines);
+    EXPECT_GT(result.size, 90u);
+    ASSERT_NE(result.buffer, &untouchedByte);
+    result.take();
+}
+
+TEST(EcSignature, FailsOnWhatIsNoEllipticCurveKey)
+{
+    expectNoSignature(nullptr, "Error: determining signing buffer length fails \n");
+    const KeyOwner rsa = StoredKey("rsa2048.pem");
+    expectNoSignature(rsa.get(), "Error: determining signing buffer length fails \n");
+    KeyOwner withoutCurve(EVP_PKEY_new());
+    ASSERT_EQ(EVP_PKEY_assign_EC_KEY(withoutCurve.get(), EC_KEY_new()), 1);
+    expectNoSignature(withoutCurve.get(), "Error: determining signing buffer length fails \n");
+}
+
+TEST(EcSignature, FailsWithAPublicKey)
+{
+    const KeyOwner key = FixedKey(prime256v1, 77);
+    expectNoSignature(PublicHalf(key.get()).get(), "Error: Creating ECDSA signature fails!\n");
+}
+
+TEST(EcSignature, FailsAtEachStepWithItsOwnMessage)
+{
+    const KeyOwner key = FixedKey(prime256v1, 77);
+    const struct {
+        const char *function;
+        long result;
+        const char *message;
+    } cases[] = {
+        {"EVP_PKEY_get1_EC_KEY", 0, "Error: determining signing buffer length fails \n"},
+        {"ECDSA_size", 0, "Error: determining signing buffer length fails \n"},
+        {"ECDSA_size", -1, "Error: determining signing buffer length fails \n"},
+        {"CRYPTO_malloc", 0, "Error: allocating signature buffer fails \n"},
+        {"ECDSA_sign", 0, "Error: Creating ECDSA signature fails!\n"},
+    };
+    for (const auto &[function, result, message] : cases) {
+        SCOPED_TRACE(function);
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.fail(function, result);
+            expectNoSignature(key.get(), message);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+/// Signs under faults and expects a signature all the same, whatever its verifications say.
+void expectVerdict(const std::function<void(LibraryFaults &)> &prepare, int status,
+                   const std::string &verdict)
+{
+    const KeyOwner key = FixedKey(prime256v1, 77);
+    const auto run = [&] {
+        LibraryFaults faults;
+        prepare(faults);
+        Signed result = signedWith(key.get(), digest);
+        EXPECT_EQ(result.status, status);
+        EXPECT_EQ(result.printed, generatedLine + verificationLine + verdict);
+        ASSERT_EQ(result.size, 64u);
+        EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(result.take())));
+    };
+    EXPECT_EQ(LeftBehindBy(run), 0);
+}
+
+TEST(EcSignature, PrintsTheVerdictOfTheFirstVerification)
+{
+    const std::string incorrect = Error("Incorrect signature!\n");
+    const std::string failed = Error("Error occured during signature verification!\n");
+    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_verify", 0); }, 1, incorrect);
+    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_verify", -1); }, 1, failed);
+    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_verify", 2); }, 1, failed);
+}
+
+TEST(EcSignature, ReturnsTheResultOfTheSecondVerification)
+{
+    const std::string success = Success("SUCCESS \n");
+    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_do_verify", 0); }, 0, success);
+    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_do_verify", -1); }, -1, success);
+    expectVerdict(
+        [](LibraryFaults &faults) {
+            faults.spoil("ECDSA_verify", 0);
+            faults.spoil("ECDSA_do_verify", 0);
+        },
+        0, Error("Incorrect signature!\n"));
+}
+
+TEST(EcSignature, ReportsASignatureThatIsWrongInEarnest)
+{
+    const KeyOwner key = FixedKey(prime256v1, 77);
+    const KeyOwner other = FixedKey(prime256v1, 78);
+    const EcKeyOwner wrong(EVP_PKEY_get1_EC_KEY(other.get()));
+    LibraryFaults faults;
+    faults.replace<decltype(ECDSA_sign)>("ECDSA_sign", [&](int, const unsigned char *data, int size,
+                                                           unsigned char *signature,
+                                                           unsigned int *signatureSize, EC_KEY *) {
+        const EcdsaSignatureOwner made(ECDSA_do_sign(data, size, wrong.get()));
+        unsigned char *cursor = signature;
+        *signatureSize = static_cast<unsigned int>(i2d_ECDSA_SIG(made.get(), &cursor));
+        return 1;
+    });
+    Signed result = signedWith(key.get(), digest);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.printed, generatedLine + verificationLine + Error("Incorrect signature!\n"));
+    ASSERT_EQ(result.size, 64u);
+    EXPECT_TRUE(OpensslAcceptsEcdsa(other.get(), digest, EncodedSignature(result.take())));
+}
+
+TEST(EcSignature, KeepsTheEncodedSizeWhenANumberCannotBeWritten)
+{
+    const KeyOwner key = FixedKey(prime256v1, 77);
+    for (const int number : {1, 2}) {
+        for (const long written : {-1L, 31L, 33L}) {
+            const auto run = [&] {
+                LibraryFaults faults;
+                faults.fail("BN_bn2binpad", written, number);
+                Signed result = signedWith(key.get(), digest);
+                EXPECT_EQ(result.status, -1);
+                EXPECT_EQ(result.printed, successLines);
+                EXPECT_GT(result.size, 64u);
+                EXPECT_LE(result.size, 72u);
+                ASSERT_NE(result.buffer, &untouchedByte);
+                EXPECT_EQ(faults.calls("BN_bn2binpad"), number);
+                result.take();
+            };
+            EXPECT_EQ(LeftBehindBy(run), 0);
+        }
+    }
+}
+
+TEST(EcSignature, FailsWhereItsOwnEncodingCannotBeParsed)
+{
+    const KeyOwner key = FixedKey(prime256v1, 77);
+    LibraryFaults faults;
+    faults.fail("d2i_ECDSA_SIG");
+    Signed result = signedWith(key.get(), digest);
+    EXPECT_EQ(result.status, -1);
+    EXPECT_EQ(result.printed, successLines);
+    const std::string encoded = result.take();
+    EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, encoded));
+}
+
+TEST(EcSignature, LeavesTheKeyToItsOwnerAndNothingElseBehind)
+{
+    const KeyOwner key = FixedKey(prime256v1, 77);
+    const ReleaseWatch watch(key.get());
+    EXPECT_EQ(LeftBehindBy([&] {
+                  signedWith(key.get(), digest).take();
+                  expectNoSignature(key.get(), "Error: unvalid hash pointer \n", false);
+              }),
+              0);
+    EXPECT_FALSE(watch.released());
+}
+
+} // namespace
