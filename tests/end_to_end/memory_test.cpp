@@ -1,0 +1,101 @@
+// Runs under valgrind and under a limit on memory; neither goes with a sanitizer in the program.
+#include "tests/support/captured_output.h"
+#include "tests/support/transcript.h"
+#include "tests/support/user_run.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Arguments = std::vector<std::string>;
+
+constexpr int memoryError = 99;
+
+/// Runs under valgrind in `folder`; an invalid access, a branch on undefined memory and a definite loss are
+/// failures.
+void expectCleanRun(const TemporaryFolder &folder, const Arguments &arguments, int status,
+                    const std::string &input = {})
+{
+    Arguments words = {"--quiet", "--leak-check=full", "--errors-for-leak-kinds=definite",
+                       "--error-exitcode=" + std::to_string(memoryError), KeygenProgram()};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    const ProgramResult run =
+        Run(VALGRIND, {.arguments = words, .input = input, .folder = folder.path().string()});
+    EXPECT_EQ(run.status, status) << run.errors;
+    EXPECT_EQ(run.errors, "");
+    EXPECT_EQ(run.output.find(Transcript("banner.txt")), 0U);
+}
+
+const Arguments packet = {"-n",   "8",      "-abs", "packet", "-ecc", "brainpoolP256t1",
+                          "-pe",  "aes128", "-pwd", "p111",   "p222", "p333",
+                          "p444", "p555",   "p666", "p777",   "p888"};
+
+TEST(Memory, IsCleanOverOnePairAndRandomData)
+{
+    const TemporaryFolder folder;
+    expectCleanRun(folder, {"-pwd", "password", "-abs", "keys", "-rand", "70000", "noise.bin"}, 0);
+    EXPECT_EQ(fs::file_size(folder / "noise.bin"), 70000U);
+}
+
+TEST(Memory, IsCleanOverAPacket)
+{
+    expectCleanRun(TemporaryFolder(), packet, 0);
+}
+
+TEST(Memory, IsCleanOverAPacketWithPairsThatFail)
+{
+    const TemporaryFolder folder;
+    // Folders in the files' places, and a public key on the other curve for the table.
+    fs::create_directories(folder.path() / "packet/privateKey00.pem");
+    fs::create_directories(folder.path() / "packet/publicKey02.pem");
+    fs::create_directories(folder.path() / "packet/publicKeyHash04.bin");
+    fs::create_directories(folder.path() / "packet/publicKeysHashHashes.bin");
+    RunIn(folder,
+          {"-pwd", "password", "-prvk", "k.pem", "-hash", "h.bin", "-pubk", "packet/publicKey00.pem"});
+    expectCleanRun(folder, packet, 1);
+}
+
+TEST(Memory, IsCleanOverAWrongOption)
+{
+    expectCleanRun(TemporaryFolder(), {"-pwd", "password", "-abs", "keys", "-\xE2\x82"}, 1);
+}
+
+TEST(Memory, IsCleanOverAPasswordThatIsRefused)
+{
+    expectCleanRun(TemporaryFolder(),
+                   {"-n", "8", "-pwd", "p111", "p222", "p333", "p444", "p555", "p666", "p777", "abc"}, 1);
+}
+
+TEST(Memory, IsCleanOverAFolderThatIsDeclined)
+{
+    expectCleanRun(TemporaryFolder(), {"-pwd", "password", "-pubk", "new/p.pem"}, 1, "maybe\nn\n");
+}
+
+TEST(Memory, IsCleanWithoutAPasswordAndOverRandomDataThatCannotBeWritten)
+{
+    const TemporaryFolder folder;
+    fs::create_symlink("/dev/full", folder.path() / "full.bin");
+    expectCleanRun(folder, {"-abs", "keys", "-rand", "100", "full.bin"}, 1);
+}
+
+TEST(Memory, ThatIsMissingForRandomDataIsReported)
+{
+    const TemporaryFolder folder;
+    WriteFile(folder / "old.bin", "contents");
+    for (const char *path : {"new.bin", "old.bin"}) {
+        const ProgramResult run =
+            RunInShell(folder, "ulimit -v 1000000; exec \"$@\"", {"-rand", "2147483647", path});
+        EXPECT_TRUE(Ended(run, 1,
+                          Transcript("banner.txt") + Title("\nRandom Data Generation : \n") +
+                              Info("    Size        : 2147483647 Bytes\n") +
+                              Info("    Output path : " + std::string(path) + "\n") +
+                              Error("Failed to create output file : " + std::string(path)) +
+                              Error("\nFailed to create random data file : " + std::string(path))));
+    }
+    EXPECT_EQ(FilesIn(folder), "0644 8 old.bin\n");
+}
+
+} // namespace
