@@ -3,9 +3,8 @@ include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
 check_pie_supported()
 
-add_library(project_settings INTERFACE)
-
-target_compile_options(project_settings INTERFACE
+add_library(project_warnings INTERFACE)
+target_compile_options(project_warnings INTERFACE
   -Wall
   -Wextra
   -Wpedantic
@@ -20,8 +19,12 @@ target_compile_options(project_settings INTERFACE
 
 option(KEYGEN_WARNINGS_AS_ERRORS "Stop the build at a warning" OFF)
 if(KEYGEN_WARNINGS_AS_ERRORS)
-  target_compile_options(project_settings INTERFACE -Werror)
+  target_compile_options(project_warnings INTERFACE -Werror)
 endif()
+
+# What is shipped is hardened, too.
+add_library(project_settings INTERFACE)
+target_link_libraries(project_settings INTERFACE project_warnings)
 
 option(KEYGEN_HARDENING "Build with the hardening flags of the compiler and the linker" ON)
 if(KEYGEN_HARDENING)
