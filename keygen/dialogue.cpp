@@ -5,6 +5,7 @@
 #include "keygen/output_folders.h"
 #include "keygen/password_rules.h"
 #include "keygen/run_settings.h"
+#include "keygen/secrets.h"
 #include "keygen/standard_input.h"
 #include "keygen/terminal.h"
 
@@ -67,21 +68,41 @@ void askKeyNumber()
     MessageOut("Generate 8 key packets !\n", MSG_SUCCESS);
 }
 
+/// Reads `password`; false when it is refused. The engine takes UTF-8 up to its first zero byte: what would
+/// not reach it as typed is refused too, for no one could open a key encrypted under something else.
+bool readPassword()
+{
+    bool valid = false;
+    password = ReadLine(&valid);
+    if (checkPassword(password) && valid && !password.contains(QChar(0)))
+        return true;
+    Wipe(password);
+    return false;
+}
+
+/// Reads a line; true when it repeats `password`.
+bool readPasswordAgain()
+{
+    bool valid = false;
+    QString again = ReadLine(&valid);
+    const bool isSame = valid && again == password;
+    Wipe(again);
+    return isSame;
+}
+
 /// Asks for one password until it is accepted and typed twice alike. `which` follows the word "Password" in
 /// the prompts; `mismatch` is printed when the two differ.
 void askPassword(const QString &which, const QString &mismatch)
 {
     for (;;) {
         MessageOut("Please enter Password" + which + "\n", MSG_PROMPT);
-        password = ReadLine();
-        while (!checkPassword(password)) {
+        while (!readPassword())
             MessageOut("Please enter your Password" + which + "\n", MSG_PROMPT);
-            password = ReadLine();
-        }
         MessageOut("Please re-enter your Password" + which + "\n", MSG_PROMPT);
-        if (ReadLine() == password)
+        if (readPasswordAgain())
             break;
         MessageOut(mismatch, MSG_ERROR);
+        Wipe(password);
     }
     passwordTable.append(password);
 }

@@ -1,11 +1,16 @@
 #include "keygen/standard_input.h"
 
-#include <QFile>
+#include "keygen/console.h"
+#include "keygen/secrets.h"
+
+#include <QIODevice>
 #include <QTextStream>
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <optional>
@@ -17,19 +22,72 @@ namespace {
 // A terminal's end of input passes, so it is waited for rather than taken as final: twenty looks a second.
 constexpr std::chrono::milliseconds endOfInputPause(50);
 
-/// Reads from the descriptor: unlike the C library's stream it returns what a terminal or a pipe has, as it
-/// comes, and goes on after an end of input.
+/// True when reading is to be tried again: a signal came between, or another program left the descriptor
+/// non-blocking and nothing has been typed yet.
+bool interruptedOrTooEarly()
+{
+    if (errno == EAGAIN) {
+        pollfd waiting = {STDIN_FILENO, POLLIN, 0};
+        poll(&waiting, 1, -1);
+        return true;
+    }
+    return errno == EINTR;
+}
+
+/// Hands out what a terminal or a pipe has, as it comes. A file object would wait until a whole buffer of its
+/// own is full, and the C library's stream would not go on after a terminal's end of input.
+class Device : public QIODevice {
+public:
+    // Without a buffer of the device's, fewer copies of a password are left behind.
+    Device() { open(ReadOnly | Unbuffered); }
+    bool isSequential() const override { return true; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        for (;;) {
+            const ssize_t size = ::read(STDIN_FILENO, data, static_cast<std::size_t>(maxSize));
+            if (size != -1 || !interruptedOrTooEarly())
+                return size;
+        }
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+};
+
+struct Line {
+    QString text;
+    bool valid = true;
+};
+
 struct Input {
     Input()
     {
-        file.open(STDIN_FILENO, QIODevice::ReadOnly);
-        stream.setDevice(&file);
+        stream.setDevice(&device);
+        // One character for each byte: the stream finds the line ends, and whether a line is UTF-8 can still
+        // be told.
+        stream.setEncoding(QStringConverter::Latin1);
         stream.setAutoDetectUnicode(false);
     }
 
-    QFile file;
+    /// The line that `characters` of the stream stand for.
+    Line decoded(const QString &characters)
+    {
+        QByteArray bytes = characters.toLatin1();
+        // Some editors write a byte order mark at the start of a file; anywhere else it is text.
+        if (std::exchange(atStart, false) && bytes.startsWith(byteOrderMark))
+            bytes.remove(0, byteOrderMark.size());
+        Line line;
+        line.text = TextOf(bytes, &line.valid);
+        Wipe(bytes);
+        return line;
+    }
+
+    static constexpr QByteArrayView byteOrderMark = "\xEF\xBB\xBF";
+
+    Device device;
     QTextStream stream;
-    std::optional<QString> restOfLine;
+    bool atStart = true;
+    std::optional<Line> restOfLine;
 };
 
 Input &input()
@@ -38,37 +96,46 @@ Input &input()
     return theInput;
 }
 
-/// The next line, or nothing at the end of input.
-std::optional<QString> nextLine()
+/// The next line, or nothing at the end of input. A line may be a password, so our copies of it are wiped.
+/// Out of reach are the stream's: the block that it reads into on the stack, until other calls overwrite it,
+/// and the text that it splits into lines, freed but not overwritten when its last line was taken.
+std::optional<Line> nextLine()
 {
-    if (std::optional<QString> rest = std::exchange(input().restOfLine, std::nullopt))
+    if (std::optional<Line> rest = std::exchange(input().restOfLine, std::nullopt))
         return rest;
     // What was asked stands on the screen before the answer is waited for.
     std::fflush(stdout);
-    QString line = input().stream.readLine();
-    if (!line.isNull())
-        return line;
-    std::this_thread::sleep_for(endOfInputPause);
-    return std::nullopt;
+    QString characters = input().stream.readLine();
+    if (characters.isNull()) {
+        std::this_thread::sleep_for(endOfInputPause);
+        return std::nullopt;
+    }
+    Line line = input().decoded(characters);
+    Wipe(characters);
+    return line;
 }
 
 } // namespace
 
-QString ReadLine()
+QString ReadLine(bool *valid)
 {
-    return nextLine().value_or(QString());
+    const Line line = nextLine().value_or(Line());
+    if (valid != nullptr)
+        *valid = line.valid;
+    return line.text;
 }
 
 QString ReadWord()
 {
-    while (const std::optional<QString> line = nextLine()) {
+    while (const std::optional<Line> line = nextLine()) {
+        const QString &text = line->text;
         const auto isSpace = [](QChar c) { return c.isSpace(); };
-        const auto begin = std::find_if_not(line->cbegin(), line->cend(), isSpace);
-        const auto end = std::find_if(begin, line->cend(), isSpace);
+        const auto begin = std::find_if_not(text.cbegin(), text.cend(), isSpace);
+        const auto end = std::find_if(begin, text.cend(), isSpace);
         if (begin == end)
             continue;
-        if (end != line->cend())
-            input().restOfLine = QString(end, line->cend() - end);
+        if (end != text.cend())
+            input().restOfLine = Line{QString(end, text.cend() - end), line->valid};
         return QString(begin, end - begin);
     }
     return {};

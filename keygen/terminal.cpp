@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr std::array watchedSignals = {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGTSTP, SIGCONT};
+// The signals that a user, a shell or a closed pipe ends, stops and continues a process by.
+constexpr std::array watchedSignals = {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGPIPE, SIGTSTP, SIGCONT};
 
 // Signal handlers take no arguments of ours, so what they need is process-wide.
 bool hidden = false;
@@ -20,6 +21,15 @@ std::array<struct sigaction, watchedSignals.size()> formerActions;
 void apply(const termios &attributes)
 {
     tcsetattr(STDIN_FILENO, TCSANOW, &attributes);
+}
+
+/// A job in the background leaves the terminal alone: its shell uses it, and the attempt would stop the job.
+void applyInForeground(const termios &attributes)
+{
+    const pid_t foreground = tcgetpgrp(STDIN_FILENO);
+    // There is none where the terminal is not the session's own.
+    if (foreground == -1 || foreground == getpgrp())
+        apply(attributes);
 }
 
 /// Lets `signal` take its default effect now, inside its own handler; returns when a stopped process goes on.
@@ -43,11 +53,11 @@ void onSignal(int signal)
 {
     const int savedError = errno;
     if (signal != SIGCONT) {
-        apply(found);
+        applyInForeground(found);
         takeDefaultEffect(signal);
     }
     // Still here: the process was stopped and goes on.
-    apply(modified);
+    applyInForeground(modified);
     errno = savedError;
 }
 

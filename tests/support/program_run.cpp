@@ -76,14 +76,20 @@ public:
 
     [[noreturn]] void become(int input, int output, int errors)
     {
+        if (dup2(input, 0) != -1 && dup2(output, 1) != -1 && dup2(errors, 2) != -1)
+            become();
+        _exit(127);
+    }
+
+    [[noreturn]] void become()
+    {
         std::vector<char *> argumentPointers = pointersTo(arguments);
         std::vector<char *> environmentPointers = pointersTo(environment);
         // A signal that the tests ignore, or block, is none of the child's business.
         signal(SIGPIPE, SIG_DFL);
         if (mask)
             ::umask(static_cast<mode_t>(*mask));
-        if (chdir(folder.c_str()) == 0 && dup2(input, 0) != -1 && dup2(output, 1) != -1 &&
-            dup2(errors, 2) != -1)
+        if (chdir(folder.c_str()) == 0)
             execvpe(argumentPointers[0], argumentPointers.data(), environmentPointers.data());
         _exit(127);
     }
@@ -168,6 +174,11 @@ ProgramResult Run(const std::string &program, const ProgramCall &call)
 ProgramResult RunKeygen(const ProgramCall &call)
 {
     return Run(KeygenProgram(), call);
+}
+
+void Become(const std::string &program, const ProgramCall &call)
+{
+    Child(program, call).become();
 }
 
 std::string KeygenProgram()

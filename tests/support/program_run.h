@@ -30,5 +30,8 @@ ProgramResult Run(const std::string &program, const ProgramCall &call);
 /// Runs the built key generator to its end.
 ProgramResult RunKeygen(const ProgramCall &call);
 
+/// Turns this process, a child made for it, into `program`. Its standard streams stay as they are.
+[[noreturn]] void Become(const std::string &program, const ProgramCall &call);
+
 /// The built key generator's path.
 std::string KeygenProgram();

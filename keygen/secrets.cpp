@@ -1,0 +1,39 @@
+#include "keygen/secrets.h"
+
+#include "keygen/run_settings.h"
+
+#include <openssl/crypto.h>
+
+namespace {
+
+template <typename Text>
+void wipe(Text &text)
+{
+    // A capacity of 0 tells a literal, which is no one's secret and may not be written to.
+    if (text.capacity() > 0) {
+        // data() would copy characters that are shared, and leave the original as it is.
+        auto *const characters = const_cast<typename Text::value_type *>(text.constData());
+        OPENSSL_cleanse(characters, static_cast<std::size_t>(text.size()) * sizeof *characters);
+    }
+    text.clear();
+}
+
+} // namespace
+
+void Wipe(QString &text)
+{
+    wipe(text);
+}
+
+void Wipe(QByteArray &text)
+{
+    wipe(text);
+}
+
+void WipePasswords()
+{
+    Wipe(password);
+    for (QString &entry : passwordTable)
+        Wipe(entry);
+    passwordTable.clear();
+}

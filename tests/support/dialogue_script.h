@@ -1,0 +1,53 @@
+// Both sides of a dialogue with the key generator.
+#pragma once
+
+#include "tests/support/program_run.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// What the program asks, complete, and the line that is answered.
+struct DialogueStep {
+    std::string question;
+    std::string answer;
+};
+using DialogueScript = std::vector<DialogueStep>;
+
+/// The questions, as they stand on the screen. `which` is "" or, in a packet, " [0]" to " [7]".
+namespace question {
+std::string Folder(const std::string &byDefault);
+extern const std::string createFolder;
+extern const std::string createFolderAgain;
+extern const std::string packets;
+extern const std::string packetsAgain;
+std::string Password(const std::string &which = "");
+std::string PasswordAgain(const std::string &which = "");
+std::string RepeatPassword(const std::string &which = "");
+extern const std::string curve;
+extern const std::string curveAgain;
+extern const std::string cipher;
+extern const std::string cipherAgain;
+} // namespace question
+
+/// A password typed twice.
+DialogueScript PasswordSteps(const std::string &password, const std::string &which = "");
+
+/// From the number of packets to the end, for one pair.
+DialogueScript OnePairSteps(const std::string &password);
+
+DialogueScript operator+(DialogueScript first, const DialogueScript &second);
+
+/// All answers, each with `lineEnd`.
+std::string Answers(const DialogueScript &script, const std::string &lineEnd = "\n");
+
+/// Turns this process into the key generator, in `folder`, with the home folder `home`.
+[[noreturn]] void BecomeKeygen(const std::string &folder, const std::string &home = "home");
+
+/// Types the answers to the key generator's questions on a terminal, and waits for its end.
+ProgramResult RunOnTerminal(const DialogueScript &script, const std::string &folder,
+                            const std::string &home = "home");
+
+/// Runs the key generator with all of `input`, and then its end, on a pipe.
+ProgramResult RunOnPipe(const std::string &input, const std::string &folder, const std::string &home = "home",
+                        int secondsToLive = 60);

@@ -1,0 +1,16 @@
+// What can be told of the key files in a folder.
+#pragma once
+
+#include <string>
+
+/// The names and permission bits of all files in `folder`, sorted, one per line, as in "publicKey.pem 0444".
+std::string FilesIn(const std::string &folder);
+
+/// True when `password`, byte for byte, opens the private key file at `path`.
+bool OpensPrivateKey(const std::string &path, const std::string &password);
+
+/// The short name of the cipher that the private key file at `path` is encrypted with.
+std::string CipherOf(const std::string &path);
+
+/// The short name of the curve of the public key file at `path`.
+std::string CurveOf(const std::string &path);
