@@ -3,6 +3,7 @@
 #include "keygen/console.h"
 #include "keygen/help.h"
 #include "keygen/run_settings.h"
+#include "keygen/secrets.h"
 
 #include <QStringList>
 
@@ -211,9 +212,11 @@ void applyOptions(const std::vector<OptionEntry> &entries)
 
 } // namespace
 
-void ParseCommandLine(const QList<QByteArray> &arguments)
+void ParseCommandLine(QList<QByteArray> arguments)
 {
     const std::vector<OptionEntry> entries = collectOptions(arguments);
+    for (QByteArray &argument : arguments)
+        Wipe(argument);
     checkNames(entries);
     answerHelpAndVersion(entries);
     applyOptions(entries);

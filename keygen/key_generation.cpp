@@ -4,7 +4,6 @@
 #include "keygen/hash_table.h"
 #include "keygen/output_folders.h"
 #include "keygen/run_settings.h"
-#include "keygen/secrets.h"
 #include "src/ec_crypto.h"
 #include "src/openssl_owners.h"
 
@@ -151,5 +150,4 @@ void GenerateKeyPackets(EC_Crypto &engine)
         generatePacket(engine);
     else
         generateOnePair(engine);
-    WipePasswords();
 }

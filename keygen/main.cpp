@@ -8,19 +8,18 @@
 #include "keygen/process.h"
 #include "keygen/random_data.h"
 #include "keygen/run_settings.h"
+#include "keygen/secrets.h"
 #include "src/ec_crypto.h"
 
-#include <QByteArray>
 #include <QCoreApplication>
-#include <QList>
 
 #include <cstdlib>
+#include <utility>
 
 int main(int argc, char *argv[])
 {
     PrepareProcess();
-    // Taken as received: the application object removes options of its own from the vector.
-    const QList<QByteArray> arguments(argv + qMin(argc, 1), argv + argc);
+    QList<QByteArray> arguments = TakeArguments(argc, argv);
 
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName("Corvane Key Generator");
@@ -29,7 +28,7 @@ int main(int argc, char *argv[])
 
     ShowBanner();
     if (!arguments.isEmpty()) {
-        ParseCommandLine(arguments);
+        ParseCommandLine(std::move(arguments));
         CompleteKeyPaths();
         CheckPasswords();
     } else {
@@ -39,6 +38,7 @@ int main(int argc, char *argv[])
     EC_Crypto engine;
     if (isKeyGeneration)
         GenerateKeyPackets(engine);
+    WipePasswords();
     if (isRandomCmd)
         GenerateRandomData(engine);
     std::exit(EXIT_SUCCESS);

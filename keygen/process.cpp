@@ -2,12 +2,15 @@
 
 #include <QtGlobal>
 
+#include <openssl/crypto.h>
+
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -30,6 +33,16 @@ void PrepareProcess()
     qInstallMessageHandler(ignoreLibraryMessage);
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
+}
+
+QList<QByteArray> TakeArguments(int argc, char *argv[])
+{
+    QList<QByteArray> arguments;
+    for (int i = 1; i < argc; ++i) {
+        arguments.append(QByteArray(argv[i], static_cast<qsizetype>(std::strlen(argv[i]))));
+        OPENSSL_cleanse(argv[i], static_cast<std::size_t>(arguments.last().size()));
+    }
+    return arguments;
 }
 
 void exitKeyGen(int status)

@@ -1,10 +1,17 @@
 // The ground the process stands on, and the way it ends.
 #pragma once
 
+#include <QByteArray>
+#include <QList>
+
 /// To be called first. Gives the standard streams a file each where the caller left one closed (the next file
 /// opened would otherwise become standard output, and receive its messages), silences the application
 /// library's own messages, and turns core files off: one would hold passwords and keys.
 void PrepareProcess();
+
+/// The arguments of the program, less its name, as received. They are blanked in the vector, which other
+/// processes can read: passwords are among them.
+QList<QByteArray> TakeArguments(int argc, char *argv[]);
 
 /// Ends the process with `status` through exit().
 [[noreturn]] void exitKeyGen(int status);

@@ -144,10 +144,10 @@ TEST_F(CommandLine, CollectsAnyNumberOfOptions)
 
 TEST_F(CommandLine, TakesAnArgumentOf128KiB)
 {
-    const QByteArray path(131071, 'p');
-    EXPECT_EQ(settingsFrom({"-abs", path}), "absolutePath=\"" + path.toStdString() + "\"\n");
-    const QByteArray name = "-" + path;
-    expectError({name}, invalidCommand(name.toStdString()));
+    const std::string path(131071, 'p');
+    EXPECT_EQ(settingsFrom({"-abs", path.c_str()}), "absolutePath=\"" + path + "\"\n");
+    const std::string name = "-" + path;
+    expectError({name.c_str()}, invalidCommand(name));
 }
 
 // Bytes
@@ -525,6 +525,14 @@ TEST_F(CommandLine, AppliesAllOptionsOfOneLine)
               "randPath=\"r.bin\"\n"
               "aes128=true\n"
               "brainpoolP256t1=true\n");
+}
+
+TEST_F(CommandLine, WipesTheArgumentsOnceTheyWereRead)
+{
+    const QByteArray typed("correct horse");
+    ParseCommandLine({"-pwd", typed});
+    EXPECT_EQ(password, "correct horse");
+    EXPECT_EQ(typed, QByteArray(13, '\0'));
 }
 
 } // namespace

@@ -157,4 +157,25 @@ TEST(PrepareProcess, SilencesTheMessagesOfTheApplicationLibrary)
     EXPECT_EQ(run.output, "");
 }
 
+TEST(TakeArguments, ReturnsThemAsReceivedAndBlanksTheVector)
+{
+    std::string name = "keygen";
+    std::string option = "-pwd";
+    std::string value = "p\xFFss word";
+    std::string empty;
+    std::vector<char *> vector = {name.data(), option.data(), value.data(), empty.data(), nullptr};
+    EXPECT_EQ(TakeArguments(4, vector.data()), QList<QByteArray>({"-pwd", "p\xFFss word", ""}));
+    EXPECT_EQ(name, "keygen");
+    EXPECT_EQ(option, std::string(4, '\0'));
+    EXPECT_EQ(value, std::string(9, '\0'));
+}
+
+TEST(TakeArguments, ReturnsNoneWhereThereAreNone)
+{
+    std::string name = "keygen";
+    std::vector<char *> vector = {name.data(), nullptr};
+    EXPECT_TRUE(TakeArguments(1, vector.data()).isEmpty());
+    EXPECT_TRUE(TakeArguments(0, &vector[1]).isEmpty());
+}
+
 } // namespace
