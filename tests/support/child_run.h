@@ -7,7 +7,7 @@
 struct ChildCall {
     std::string input = {};     ///< what its standard input, a pipe, holds before the end; at most 4096 bytes
     std::string inputFile = {}; ///< a file to be its standard input instead
-    int millisecondsToLive = 30000; ///< then it is killed
+    int millisecondsToLive = 10000; ///< then it is killed
 };
 
 struct ChildRun {
