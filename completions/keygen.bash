@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Completion of keygen for bash. Needs nothing but bash.
 
 # Leaves out --public-key-hash and --prvkey-enc: keygen accepts them and ignores them.
