@@ -40,3 +40,9 @@ if(KEYGEN_HARDENING)
     $<$<NOT:$<CONFIG:Debug,>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug,>>:-D_FORTIFY_SOURCE=2>)
   target_link_options(project_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 endif()
+
+# The same program from any folder: the debug information and the macros name files as the tree does. Coverage data
+# keeps the real paths, where its tools look for the sources.
+target_compile_options(project_settings INTERFACE
+  "-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=." "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}=."
+  "-fdebug-prefix-map=${PROJECT_BINARY_DIR}=build" "-fmacro-prefix-map=${PROJECT_BINARY_DIR}=build")

@@ -1,0 +1,23 @@
+# What an installation holds: the program, its manual, completions for the shells, and the documents.
+include(GNUInstallDirs)
+
+configure_file(man/keygen.1.in man/keygen.1 @ONLY)
+
+# A build against an OpenSSL outside the system's folders finds it after the installation too; the build folder is
+# not searched.
+set_target_properties(keygen PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
+
+install(TARGETS keygen RUNTIME)
+install(FILES "${PROJECT_BINARY_DIR}/man/keygen.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+
+# Each shell looks for a file of its own name in a folder of its own.
+install(FILES completions/keygen.bash
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME keygen)
+install(FILES completions/_keygen DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
+install(FILES completions/keygen.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
+
+install(FILES README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" OPTIONAL)
+install(FILES LICENSE CHANGELOG.md docs/files.md docs/verify.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(PROGRAMS docs/verify/check-pair.sh docs/verify/check_packet.py DESTINATION "${CMAKE_INSTALL_DOCDIR}/verify")
+
+include(Package)

@@ -1,0 +1,212 @@
+#!/usr/bin/python3
+"""Completes command lines in a real shell: completions_test.py bash|zsh|fish FOLDER_OF_THE_COMPLETIONS"""
+
+import os
+import pty
+import re
+import select
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+SHELL, COMPLETIONS = sys.argv.pop(1), os.path.realpath(sys.argv.pop(1))
+
+OPTIONS = set("""-pwd --password -prvk --private-key -pubk --public-key -hash --public-key-hash -abs
+    --absolute-path -pe --prvkey-enc -ecc --ecc-algo -n --number-key -rand --random -h -? --help -v
+    --version""".split())
+# bash shows no descriptions, so nothing there could tell the user that these two do nothing.
+if SHELL == "bash":
+    OPTIONS -= {"--public-key-hash", "--prvkey-enc"}
+
+FILES = ["key.pem", "other key.pem", "hash.bin", "notes.txt", "keys/inner.pem", "keys/inner.bin", "work/notes.txt"]
+
+ENVIRONMENT = {"PATH": os.environ["PATH"], "TERM": "dumb", "LC_ALL": "C.UTF-8", "COLUMNS": "200"}
+
+
+class TerminalShell:
+    """An interactive shell on a pseudo-terminal, in which lines are typed."""
+
+    END = "end-of-the-list"
+
+    def __init__(self, command, setup, folder):
+        environment = dict(ENVIRONMENT, HOME=folder)
+        pid, self.terminal = pty.fork()
+        if pid == 0:
+            os.chdir(folder)
+            os.execvpe(command[0], command, environment)
+        self.pid = pid
+        self.read = ""
+        for line in setup:
+            self.type(line + "\n")
+        self.type("echo end-of-''the-list\n")
+        self.read_to_end()
+
+    def type(self, text):
+        os.write(self.terminal, text.encode())
+
+    def read_to_end(self):
+        """What was written up to the end marker's own line."""
+        deadline = time.monotonic() + 60
+        while not re.search(r"^%s\r?$" % self.END, self.read, re.M):
+            if not select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))[0]:
+                raise TimeoutError(self.read)
+            self.read += os.read(self.terminal, 65536).decode()
+        before, self.read = re.split(r"^%s\r?\n" % self.END, self.read, maxsplit=1, flags=re.M)
+        return before
+
+    def after_tab(self, line, rest):
+        """What the shell writes after `line`, the tab key, and `rest`."""
+        self.type(line + "\t" + rest)
+        self.type("echo end-of-''the-list\n")
+        return self.read_to_end()
+
+    def candidates(self, line):
+        # The list that the tab key brings stands between the typed line and the prompt with the line again.
+        written = self.after_tab(line, "\x15")
+        lines = [re.sub(r"\x1b\[[0-9;?]*[a-zA-Z]|[\r\x07]", "", each) for each in written.split("\n")]
+        listed = [each for each in lines if each and "PROMPT>" not in each]
+        return {word for each in listed for word in self.words_of(each)}
+
+    def completed(self, line):
+        """The arguments that the program gets from `line`, the tab key and the enter key."""
+        written = self.after_tab(line, "\n")
+        return re.search(r"^ARGUMENTS(.*?)\r?$", written, re.M).group(1).split("|")[1:]
+
+    def close(self):
+        os.close(self.terminal)
+        os.waitpid(self.pid, 0)
+
+
+PROGRAM = """keygen() { printf ARGUMENTS; printf '|%s' "$@"; echo; }"""
+
+
+class Bash(TerminalShell):
+    def __init__(self, folder):
+        super().__init__(
+            ["bash", "--noprofile", "--norc", "-i"],
+            ["PS1='PROMPT>'", "bind 'set show-all-if-ambiguous on'", "bind 'set page-completions off'",
+             "bind 'set completion-query-items 0'", "bind 'set enable-bracketed-paste off'",
+             "bind 'set completion-display-width 0'", PROGRAM, f"source '{COMPLETIONS}/keygen.bash'"], folder)
+
+    @staticmethod
+    def words_of(line):
+        return [line.strip()]
+
+
+class Zsh(TerminalShell):
+    def __init__(self, folder):
+        super().__init__(
+            ["zsh", "--no-rcs", "-i"],
+            ["PROMPT='PROMPT>'; unsetopt ZLE_BRACKETED_PASTE 2>/dev/null; unset zle_bracketed_paste",
+             "setopt NO_BEEP NO_ALWAYS_LAST_PROMPT LIST_PACKED NO_LIST_AMBIGUOUS; LISTMAX=1000; bindkey -e",
+             f"fpath=('{COMPLETIONS}' $fpath); autoload -Uz compinit; compinit -u -D",
+             "zstyle ':completion:*' list-separator '#'", PROGRAM], folder)
+
+    @staticmethod
+    def words_of(line):
+        names, separator, _ = line.partition(" #")
+        # Names that mean the same share a line with their description; files stand on one of their own.
+        return names.split() if separator else [each for each in re.split(r"  +", line.strip()) if each]
+
+
+class Fish:
+    """fish tells the candidates of a line itself."""
+
+    def __init__(self, folder):
+        self.folder = folder
+
+    def run(self, line):
+        script = f"source '{COMPLETIONS}/keygen.fish'; complete -C $argv[1]"
+        return subprocess.run(["fish", "--no-config", "-c", script, line], cwd=self.folder, check=True,
+                              env=dict(ENVIRONMENT, HOME=self.folder), stdout=subprocess.PIPE,
+                              universal_newlines=True).stdout
+
+    def candidates(self, line):
+        return {each.split("\t")[0] for each in self.run(line).splitlines()}
+
+    def completed(self, line):
+        candidates = [each.split("\t")[0] for each in self.run(line).splitlines()]
+        if len(candidates) != 1:
+            raise ValueError(f"{line!r} has these candidates: {candidates}")
+        return line.split()[1:-1] + candidates
+
+    def close(self):
+        pass
+
+
+class Completion(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        for name in FILES:
+            path = os.path.join(cls.folder.name, name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "w"):
+                pass
+        cls.shell = {"bash": Bash, "zsh": Zsh, "fish": Fish}[SHELL](os.path.realpath(cls.folder.name))
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.shell.close()
+        cls.folder.cleanup()
+
+    def assert_candidates(self, lines, expected):
+        for line in lines:
+            with self.subTest(line=line):
+                self.assertEqual(self.shell.candidates(line), set(expected))
+
+    def assert_completed(self, line, expected):
+        with self.subTest(line=line):
+            self.assertEqual(self.shell.completed(line), expected)
+
+    def test_offers_every_option_after_a_hyphen(self):
+        self.assert_candidates(["keygen -"], OPTIONS)
+
+    def test_offers_the_long_options_after_two_hyphens(self):
+        self.assert_candidates(["keygen --"], {each for each in OPTIONS if each.startswith("--")})
+
+    def test_completes_an_option(self):
+        self.assert_completed("keygen --pas", ["--password"])
+        self.assert_completed("keygen -pr", ["-prvk"])
+        self.assert_completed("keygen -pwd abcd -ab", ["-pwd", "abcd", "-abs"])
+
+    def test_offers_the_ciphers(self):
+        self.assert_candidates(["keygen -pe ", "keygen -abs keys -pe "], {"aes128", "aes256"})
+        self.assert_completed("keygen -pe aes1", ["-pe", "aes128"])
+
+    def test_offers_the_curves_by_name(self):
+        self.assert_candidates(["keygen -ecc ", "keygen --ecc-algo "], {"prime256v1", "brainpoolP256t1"})
+        self.assert_completed("keygen -ecc b", ["-ecc", "brainpoolP256t1"])
+
+    def test_offers_the_numbers_of_pairs(self):
+        self.assert_candidates(["keygen -n ", "keygen --number-key "], {"1", "8"})
+
+    def test_offers_folders_and_pem_files_for_the_keys(self):
+        self.assert_candidates(
+            ["keygen -prvk ", "keygen --private-key ", "keygen -pubk ", "keygen --public-key "],
+            {"key.pem", "other key.pem" if SHELL != "zsh" else "other\\ key.pem", "keys/", "work/"})
+        self.assert_completed("keygen -pubk keys/i", ["-pubk", "keys/inner.pem"])
+
+    def test_offers_folders_and_bin_files_for_the_hash(self):
+        self.assert_candidates(["keygen -hash "], {"hash.bin", "keys/", "work/"})
+        self.assert_completed("keygen -hash keys/i", ["-hash", "keys/inner.bin"])
+
+    def test_offers_only_folders_for_the_base_folder(self):
+        self.assert_candidates(["keygen -abs ", "keygen --absolute-path "], {"keys/", "work/"})
+
+    def test_offers_bin_files_for_the_second_value_of_random_data_only(self):
+        self.assert_candidates(["keygen -rand 16 ", "keygen --random 16 "], {"hash.bin", "keys/", "work/"})
+        self.assert_candidates(["keygen -rand 1"], set())
+
+    def test_offers_no_files_for_a_password(self):
+        self.assert_candidates(["keygen -pwd k", "keygen -pwd first second k"], set())
+
+    def test_offers_options_again_after_a_password(self):
+        self.assert_candidates(["keygen -pwd first -"], OPTIONS - {"-pwd", "--password"}
+                               if SHELL == "zsh" else OPTIONS)
+
+
+if __name__ == "__main__":
+    unittest.main()
