@@ -35,16 +35,6 @@ void pauseOrGiveUp()
 
 void ignoreLibraryMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
 
-/// Done once: nothing that a run prints, and none of the application library's warnings, is of interest here.
-bool silence()
-{
-    qInstallMessageHandler(ignoreLibraryMessage);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    dup2(nowhere, STDOUT_FILENO);
-    close(nowhere);
-    return true;
-}
-
 /// A pipe that holds `text`, and then ends, in place of standard input.
 void feed(const std::string &text)
 {
@@ -57,7 +47,7 @@ void feed(const std::string &text)
     close(ends[0]);
 }
 
-/// Reads on to the end of input, so that no line, nor the start of a character, is left for the next run.
+/// Reads on to the end of input.
 void drain()
 {
     try {
@@ -66,6 +56,27 @@ void drain()
             ReadLine();
     } catch (const InputEnded &) {
     }
+}
+
+/// Leaves no line of this input, nor the start of a character, for the next run.
+void forgetInput()
+{
+    drain();
+    feed("\n");
+    drain();
+}
+
+/// Done once. Nothing that a run prints, and none of the application library's warnings, is of interest here;
+/// and the first input is read as all others are, without a look for what may stand at the start of a stream
+/// only.
+bool prepare()
+{
+    qInstallMessageHandler(ignoreLibraryMessage);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    close(nowhere);
+    forgetInput();
+    return true;
 }
 
 struct WorkFolder {
@@ -107,7 +118,7 @@ extern "C" int __wrap_clock_nanosleep(clockid_t, int, const timespec *, timespec
 
 RunEnd RunOn(const std::string &input, const std::function<void()> &run)
 {
-    [[maybe_unused]] static const bool silent = silence();
+    [[maybe_unused]] static const bool prepared = prepare();
     ResetSettings();
     feed(input);
     pausesLeft = patience;
@@ -119,9 +130,7 @@ RunEnd RunOn(const std::string &input, const std::function<void()> &run)
     } catch (const InputEnded &) {
         end = RunEnd::OutOfInput;
     }
-    drain();
-    feed("\n");
-    drain();
+    forgetInput();
     return end;
 }
 

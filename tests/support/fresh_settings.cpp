@@ -1,5 +1,6 @@
 #include "tests/support/fresh_settings.h"
 
+#include "keygen/run_settings.h"
 #include "tests/support/reset_settings.h"
 
 #include <algorithm>
