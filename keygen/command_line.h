@@ -5,7 +5,7 @@
 #include <QList>
 
 /// Collects the options, checks every name, answers help and version, and applies the options to the run
-/// settings. `arguments` is the argument vector less the program name, as received; it is wiped once it was
-/// read. An error prints its message, for most errors the help text too, and ends the process with status 1;
-/// help and version end it with status 0.
+/// settings. `arguments` is the argument vector less the program name, as received; once it was read it is
+/// wiped, with every copy that shares its bytes. An error prints its message, for most errors the help text
+/// too, and ends the process with status 1; help and version end it with status 0.
 void ParseCommandLine(QList<QByteArray> arguments);

@@ -6,6 +6,10 @@
 this_script=$(readlink -f -- "$0")
 tree=$(CDPATH='' cd -P -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/../.." && pwd) || exit
 
+# The preset that is built, and its folder. A script that builds another one sets both.
+preset=default
+build=$tree/build
+
 # What is needed: its name for the user | how to see that it is there | the package that brings it.
 needs_of_the_build=(
     "a C++ compiler  | command c++ g++ clang++                 | g++"
@@ -131,23 +135,23 @@ ensure() {
 }
 
 cached_value() {
-    sed -n "s/^$1:[A-Z]*=//p" "$tree/build/CMakeCache.txt" 2>/dev/null
+    sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt" 2>/dev/null
 }
 
 is_configured() {
-    [[ -e $tree/build/CMakeCache.txt && (-e $tree/build/build.ninja || -e $tree/build/Makefile) ]]
+    [[ -e $build/CMakeCache.txt && (-e $build/build.ninja || -e $build/Makefile) ]]
 }
 
-# Configures the default preset; takes further options of CMake.
+# Configures the preset; takes further options of CMake.
 configure() {
     local first=no
-    [[ -e $tree/build/CMakeCache.txt ]] || first=yes
+    [[ -e $build/CMakeCache.txt ]] || first=yes
     if [[ $first == yes ]] && command -v ninja >/dev/null; then
         export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
     fi
-    (cd "$tree" && cmake --preset default "$@") && return
+    (cd "$tree" && cmake --preset "$preset" "$@") && return
     # What CMake found out at the first, failed time must not stand in the way of the next: a compiler, say.
-    [[ $first == yes ]] && rm -rf "$tree"/build/CMakeCache.txt "$tree"/build/CMakeFiles/[0-9]*
+    [[ $first == yes ]] && rm -rf "$build"/CMakeCache.txt "$build"/CMakeFiles/[0-9]*
     stop "configuring failed"
 }
 
@@ -157,7 +161,7 @@ forget_configuration_of_another_tree() {
     home=$(cached_value CMAKE_HOME_DIRECTORY)
     if [[ -n $home && ! $home -ef $tree ]]; then
         say "the build folder was made for $home; making it anew"
-        find "$tree/build" -mindepth 1 ! -name .lock -delete
+        find "$build" -mindepth 1 ! -name .lock -delete
     fi
 }
 
@@ -165,15 +169,15 @@ forget_configuration_of_another_tree() {
 build() {
     local nothing_done='^ninja: no work to do\.$|^\[0/[0-9]+\] Re-checking globbed directories'
     nothing_done+='|^\[[ 0-9]*%\] Built target |^g?make\[?.*: Nothing to be done for '
-    (cd "$tree" && cmake --build build --parallel "$(nproc)" --target "$1" 2>&1) |
+    (cd "$tree" && cmake --build "$build" --parallel "$(nproc)" --target "$1" 2>&1) |
         { grep -Ev "$nothing_done" || true; }
     ((PIPESTATUS[0] == 0)) || stop "building failed"
 }
 
 # One at a time in one build folder.
 lock_build_folder() {
-    mkdir -p "$tree/build" || stop "cannot make the build folder"
+    mkdir -p "$build" || stop "cannot make the build folder"
     if command -v flock >/dev/null; then
-        exec 9>"$tree/build/.lock" && flock 9
+        exec 9>"$build/.lock" && flock 9
     fi
 }

@@ -1,0 +1,94 @@
+// The command line, from its bytes to complete and checked run settings. An input holds the arguments, a zero
+// byte between each two.
+#include "keygen/command_line.h"
+#include "keygen/key_paths.h"
+#include "keygen/password_rules.h"
+#include "keygen/run_settings.h"
+#include "tests/fuzz/fuzz_target.h"
+
+#include <algorithm>
+
+namespace {
+
+bool mentions(const QList<QByteArray> &arguments, std::initializer_list<const char *> names)
+{
+    return std::any_of(arguments.begin(), arguments.end(), [&](const QByteArray &argument) {
+        return std::any_of(names.begin(), names.end(), [&](const char *name) {
+            return argument.compare(name, Qt::CaseInsensitive) == 0;
+        });
+    });
+}
+
+bool hasLength(const QString &text)
+{
+    return text.size() >= 4 && text.size() <= 1023;
+}
+
+void requireCheckedPasswords()
+{
+    Require(!isKeyNumberCommand || (numberKeys == 8) == (numberPassword == 8),
+            "a packet has eight passwords, one pair does not");
+    if (!isPasswordCmd)
+        return;
+    if (numberPassword == 1)
+        Require(hasLength(password), "the one password has an accepted length");
+    for (int i = 0; numberPassword != 1 && i < numberKeys; ++i)
+        Require(hasLength(passwordOf(i)), "each password that is used has an accepted length");
+}
+
+void requireCompletePaths(const QList<QByteArray> &arguments)
+{
+    const std::initializer_list<const QString *> paths = {&publicKeyPath, &privateKeyPath, &hashPath};
+    const auto all = [&](auto condition) {
+        return std::all_of(paths.begin(), paths.end(), [&](const QString *path) { return condition(*path); });
+    };
+    if (!isKeyGeneration)
+        Require(all([](const QString &path) { return path.isEmpty(); }),
+                "keys without a path are not generated");
+    else
+        Require(all([](const QString &path) { return !path.isEmpty(); }),
+                "keys that are generated have all paths");
+    if (absolutePath.isEmpty())
+        return;
+    Require(mentions(arguments, {"-abs", "--absolute-path"}), "the base folder was given");
+    Require(absolutePath.endsWith('/'), "the base folder ends with a separator");
+    Require(all([](const QString &path) { return path.startsWith(absolutePath) && !path.endsWith('/'); }),
+            "each path is that of a file under the base folder");
+}
+
+void requireCompleteSettings(const QList<QByteArray> &arguments)
+{
+    Require(std::all_of(arguments.begin(), arguments.begin() + qMin<qsizetype>(1, arguments.size()),
+                        [](const QByteArray &argument) { return argument.startsWith('-'); }),
+            "the first argument is an option");
+    Require(numberKeys == 1 || numberKeys == 8, "one pair or a packet");
+    Require(isKeyNumberCommand == mentions(arguments, {"-n", "--number-key"}), "a number was given");
+    Require(isPasswordCmd == mentions(arguments, {"-pwd", "--password"}), "a password was given");
+    Require(isRandomCmd == mentions(arguments, {"-rand", "--random"}), "random data was asked for");
+    Require(!isRandomCmd || randPath.endsWith(".bin"), "random data goes to a .bin file");
+    Require(!wrongParameterAES && !wrongParameterECC, "no wrong value goes through");
+    requireCompletePaths(arguments);
+    requireCheckedPasswords();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    const QByteArray bytes(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
+    const QList<QByteArray> arguments = bytes.split('\0');
+    const RunEnd end = RunOn("", [&] {
+        // A list of its own: the one that is parsed is wiped.
+        ParseCommandLine(bytes.split('\0'));
+        CompleteKeyPaths();
+        CheckPasswords();
+    });
+    Require(end != RunEnd::OutOfInput, "the command line asks nothing");
+    const bool asksForHelp = mentions(arguments, {"-?", "-h", "--help", "-v", "--version"});
+    Require(end != RunEnd::Answered || asksForHelp, "only help and version end well before the run");
+    if (end == RunEnd::Completed) {
+        Require(!asksForHelp, "help and version are answered");
+        requireCompleteSettings(arguments);
+    }
+    return 0;
+}

@@ -1,0 +1,64 @@
+// The dialogue, with any stream of bytes for answers.
+#include "keygen/dialogue.h"
+#include "keygen/console.h"
+#include "keygen/run_settings.h"
+#include "tests/fuzz/fuzz_target.h"
+
+#include <QFileInfo>
+#include <QStringList>
+
+namespace {
+
+/// The lines of `input` as they were typed; none where they are not all text.
+QStringList linesOf(const QByteArray &input)
+{
+    bool valid = false;
+    QStringList lines = TextOf(input, &valid).split('\n');
+    if (!valid)
+        return {};
+    for (QString &line : lines) {
+        if (line.endsWith('\r'))
+            line.chop(1);
+    }
+    return lines;
+}
+
+void requireConfirmedPasswords(const QStringList &lines)
+{
+    Require(passwordOK && passwordTable.size() == numberKeys, "each pair has its password");
+    Require(passwordTable.last() == password, "the last password is the current one");
+    for (const QString &accepted : passwordTable) {
+        Require(accepted.size() >= 4 && accepted.size() <= 1023, "each password has an accepted length");
+        Require(lines.isEmpty() || lines.count(accepted) >= 2, "each password was typed twice");
+    }
+}
+
+void requireCompleteSettings(const QStringList &lines)
+{
+    Require(numberKeys == 1 || numberKeys == 8, "one pair or a packet");
+    Require(isKeyNumberCommand == (numberKeys == 8), "a packet was chosen");
+    Require(isKeyGeneration && !isRandomCmd, "keys and nothing else");
+    const QString folder = absolutePath.endsWith('/') ? absolutePath : absolutePath + "/";
+    Require(publicKeyPath == folder + "publicKey.pem", "the public key is in the folder");
+    Require(privateKeyPath == absolutePath + "/privateKey.pem", "the private key is in the folder");
+    Require(hashPath == folder + "publicKeyhash.bin", "the hash is in the folder");
+    requireConfirmedPasswords(lines);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    const std::string answers(reinterpret_cast<const char *>(data), size);
+    if (size > longestInput || !StaysInside(answers.substr(0, answers.find('\n'))))
+        return 0;
+    WorkInEmptyFolder();
+    const RunEnd end = RunOn(answers, RunDialogue);
+    Require(end != RunEnd::Answered, "nothing but the end of the dialogue is a success");
+    if (end == RunEnd::Refused)
+        Require(!QFileInfo::exists(absolutePath), "only a missing folder ends the dialogue");
+    // A mark that opens the stream is not part of the first answer.
+    if (end == RunEnd::Completed)
+        requireCompleteSettings(linesOf(QByteArray::fromStdString(answers)));
+    return 0;
+}
