@@ -1,0 +1,200 @@
+// The dialogue where its input ends, and where there is no usable home folder.
+#include "tests/support/captured_output.h"
+#include "tests/support/dialogue_script.h"
+#include "tests/support/pseudo_terminal.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/written_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// End of input
+
+/// The key generator on a terminal, but for its standard input, which is `input` and then its end.
+std::unique_ptr<PseudoTerminal> withInput(const std::string &input, const TemporaryFolder &folder)
+{
+    return std::make_unique<PseudoTerminal>([&] {
+        std::array<int, 2> ends;
+        if (pipe(ends.data()) != 0 ||
+            write(ends[1], input.data(), input.size()) != static_cast<ssize_t>(input.size()))
+            _exit(1);
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        BecomeKeygen(folder.path());
+    });
+}
+
+std::string repeated(const std::string &text, int times)
+{
+    std::string result;
+    for (int i = 0; i < times; ++i)
+        result += text;
+    return result;
+}
+
+struct EndedInput {
+    std::string name;
+    std::string input;
+    std::string question; ///< the first to which there is no answer
+    std::string repeated; ///< what follows, for ever
+};
+
+std::vector<EndedInput> endedInputs()
+{
+    const std::string missing = Error("Error: missing -pwd (--password) parametre : password is mandatory\n");
+    const std::string onePair = "./keys\n1\n";
+    return {
+        {"Packets", "", question::packets, question::packetsAgain},
+        {"CreateFolder", "new/keys\n", question::createFolder, question::createFolderAgain},
+        {"Password", onePair, question::Password(), missing + question::PasswordAgain()},
+        {"RepeatPassword", onePair + "abcd\n",
+         question::RepeatPassword() + Error("Error: password doesn't match\n") + question::Password(),
+         missing + question::PasswordAgain()},
+        {"PacketPassword", "./keys\n2\n", question::Password(" [0]"),
+         missing + question::PasswordAgain(" [0]")},
+        {"Curve", onePair + "abcd\nabcd\n", question::curve, question::curveAgain},
+        {"Cipher", onePair + "abcd\nabcd\n1\n", question::cipher, question::cipherAgain},
+    };
+}
+
+class DialogueInputsEndAt : public testing::TestWithParam<EndedInput> {};
+
+TEST_P(DialogueInputsEndAt, RepeatsTheQuestionTwentyTimesASecondAtMost)
+{
+    constexpr int times = 4;
+    const TemporaryFolder folder;
+    const auto start = std::chrono::steady_clock::now();
+    const std::unique_ptr<PseudoTerminal> terminal = withInput(GetParam().input, folder);
+    const std::string expected = GetParam().question + repeated(GetParam().repeated, times);
+    EXPECT_TRUE(terminal->reaches([&] { return terminal->screen().find(expected) != std::string::npos; }));
+    // One pause before each repeat, however long the rest took.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, times * std::chrono::milliseconds(50));
+}
+
+INSTANTIATE_TEST_SUITE_P(EachQuestion, DialogueInputsEndAt, testing::ValuesIn(endedInputs()),
+                         [](const auto &test) { return test.param.name; });
+
+TEST(DialogueInputsEnd, PassesOnATerminal)
+{
+    const TemporaryFolder folder;
+    PseudoTerminal terminal([&] { BecomeKeygen(folder.path()); });
+    ASSERT_TRUE(terminal.answers(question::Folder("home/Corvane_KeyGen/"), "new/keys\n"));
+    ASSERT_TRUE(terminal.answers(question::createFolder, "\x04"));
+    ASSERT_TRUE(terminal.answers(question::createFolderAgain, "\x04"));
+    ASSERT_TRUE(terminal.answers(question::createFolderAgain, "y\n"));
+    ASSERT_TRUE(terminal.answers(question::packets, "\x04"));
+    ASSERT_TRUE(terminal.answers(question::packetsAgain, "1\n"));
+    ASSERT_TRUE(terminal.answers(question::Password(), "abcd\n"));
+    ASSERT_TRUE(terminal.answers(question::RepeatPassword(), "abcd\n"));
+    ASSERT_TRUE(terminal.answers(question::curve, "1\n"));
+    ASSERT_TRUE(terminal.answers(question::cipher, "1\n"));
+    EXPECT_EQ(terminal.end().status, 0);
+    EXPECT_TRUE(OpensPrivateKey(folder / "new/keys/privateKey.pem", "abcd"));
+}
+
+TEST(DialogueInputsEnd, KeepsTheDefaultFolder)
+{
+    const TemporaryFolder folder;
+    PseudoTerminal terminal([&] { BecomeKeygen(folder.path()); });
+    ASSERT_TRUE(terminal.answers(question::Folder("home/Corvane_KeyGen/"), "\x04"));
+    ASSERT_TRUE(terminal.shows(question::packets));
+    EXPECT_TRUE(terminal.screen().ends_with(question::Folder("home/Corvane_KeyGen/") + question::packets));
+}
+
+// Home folders
+
+const char *const everyAnswer = "\n1\nabcd\nabcd\n1\n1\n";
+
+/// What follows the last question.
+std::string tail(const ProgramResult &run)
+{
+    EXPECT_EQ(run.errors, "");
+    return run.output.substr(run.output.find(question::cipher) + question::cipher.size());
+}
+
+/// The question and the lines that end a run whose default folder, in `home`, cannot be had.
+std::string noFolder(const std::string &home)
+{
+    return Info(home + "/Corvane_KeyGen\n") + question::createFolder +
+           Error("Error: Creating file path has failed\n") + Info(home + "/Corvane_KeyGen/publicKey.pem\n") +
+           Error("Please make sure you have entered the correct path.\n");
+}
+
+TEST(DialogueHome, IsTheFolderThatTheEnvironmentNames)
+{
+    const TemporaryFolder folder;
+    const std::string home = folder / "at home";
+    fs::create_directory(home);
+    const ProgramResult run = RunOnPipe(everyAnswer, folder.path(), home + "/");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.output.find(question::Folder(home + "/Corvane_KeyGen/")), std::string::npos);
+    EXPECT_TRUE(OpensPrivateKey(home + "/Corvane_KeyGen/privateKey.pem", "abcd"));
+}
+
+TEST(DialogueHome, IsTheRootWhereTheEnvironmentNamesNone)
+{
+    const TemporaryFolder folder;
+    for (const std::vector<std::string> &arguments : {std::vector<std::string>{"-u", "HOME", KeygenProgram()},
+                                                      std::vector<std::string>{"HOME=", KeygenProgram()}}) {
+        const ProgramResult run = ::Run(
+            "env",
+            {.arguments = arguments, .input = "./keys\n1\nabcd\nabcd\n1\n1\n", .folder = folder.path()});
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.errors, "");
+        EXPECT_NE(run.output.find(question::Folder("//Corvane_KeyGen/")), std::string::npos);
+    }
+}
+
+TEST(DialogueHome, IsCreatedWhenItIsMissingAndTheUserAgrees)
+{
+    const TemporaryFolder folder;
+    const ProgramResult run = RunOnPipe(std::string(everyAnswer) + "y\n", folder.path(), "no/home");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_TRUE(tail(run).starts_with(Info("no/home/Corvane_KeyGen\n") + question::createFolder +
+                                      Info("Prime256v1 curve is selected. \n")));
+    EXPECT_TRUE(OpensPrivateKey(folder / "no/home/Corvane_KeyGen/privateKey.pem", "abcd"));
+}
+
+TEST(DialogueHome, EndsTheRunWhenItIsMissingAndTheUserDeclines)
+{
+    const TemporaryFolder folder;
+    const ProgramResult run = RunOnPipe(std::string(everyAnswer) + "n\n", folder.path(), "no/home");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(tail(run), noFolder("no/home"));
+    EXPECT_FALSE(fs::exists(folder / "no"));
+}
+
+TEST(DialogueHome, EndsTheRunWhereNothingCanBeCreatedInIt)
+{
+    const TemporaryFolder folder;
+    for (const std::string home : {"/dev/null", "/proc"}) {
+        const ProgramResult run = RunOnPipe(std::string(everyAnswer) + "y\n", folder.path(), home);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(tail(run), noFolder(home));
+    }
+}
+
+TEST(DialogueHome, EndsTheRunWhereAFileHasTheFoldersName)
+{
+    const TemporaryFolder folder;
+    fs::create_directory(folder / "home");
+    WriteFile(folder / "home/Corvane_KeyGen", "");
+    const ProgramResult run = RunOnPipe(std::string(everyAnswer) + "y\n", folder.path());
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(tail(run), noFolder("home"));
+}
+
+} // namespace
