@@ -3,9 +3,11 @@ include(GNUInstallDirs)
 
 configure_file(man/keygen.1.in man/keygen.1 @ONLY)
 
-# A build against an OpenSSL outside the system's folders finds it after the installation too; the build folder is
-# not searched.
-set_target_properties(keygen PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
+# What was built against an OpenSSL of its own finds it after the installation too.
+if(OPENSSL_ROOT_DIR)
+  get_filename_component(openssl_folder "${OPENSSL_CRYPTO_LIBRARY}" DIRECTORY)
+  set_target_properties(keygen PROPERTIES INSTALL_RPATH "${openssl_folder}")
+endif()
 
 install(TARGETS keygen RUNTIME)
 install(FILES "${PROJECT_BINARY_DIR}/man/keygen.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")

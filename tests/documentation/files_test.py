@@ -1,0 +1,184 @@
+#!/usr/bin/python3
+"""docs/files.md says what is in the files: its layouts hold for new files, its example's figures are right."""
+
+import base64
+import hashlib
+import os
+import re
+import subprocess
+import textwrap
+import unittest
+
+from tree import CIPHERS, CURVES, InTemporaryFolder, PASSWORDS, TREE, make_packet, run_program
+
+DOCUMENT = (TREE / "docs/files.md").read_text("utf-8")
+
+
+def layout(title):
+    """The rows below a heading: offset, length, and the bytes cell."""
+    section = re.search(r"^#+ %s$(.*?)(?=^#|\Z)" % re.escape(title), DOCUMENT, re.M | re.S).group(1)
+    rows = re.findall(r"^\| (\d+) \| (\d+) \| ([^|]+?) \|", section, re.M)
+    return [(int(offset), int(length), cell) for offset, length, cell in rows]
+
+
+def figure(title):
+    return re.search(r"<!-- figure: %s -->\n```\n(.*?)```" % re.escape(title), DOCUMENT, re.S).group(1)
+
+
+def hex_figure(title):
+    return bytes.fromhex(figure(title))
+
+
+def pem(label, der):
+    lines = textwrap.wrap(base64.b64encode(der).decode(), 64)
+    return "".join(f"{line}\n" for line in [f"-----BEGIN {label}-----", *lines, f"-----END {label}-----"])
+
+
+def der_of(path, label):
+    """The bytes in a PEM file, which is exactly as the document says."""
+    text = path.read_bytes().decode("ascii")
+    der = base64.b64decode("".join(text.splitlines()[1:-1]), validate=True)
+    assert text == pem(label, der), path
+    return der
+
+
+def tool(*command, data=b""):
+    return subprocess.run(command, input=data, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=True).stdout
+
+
+def sha256(data):
+    return hashlib.sha256(data).digest()
+
+
+class Layouts(InTemporaryFolder):
+    def fields_of(self, data, title):
+        """The named fields of `data`, whose other bytes are those of the layout."""
+        fields, end = {}, 0
+        for offset, length, cell in layout(title):
+            self.assertEqual(offset, end, f"{title}: a gap before {cell}")
+            end = offset + length
+            found = data[offset:end]
+            if re.fullmatch(r"[0-9A-F ]+( or [0-9A-F ]+)*", cell):
+                self.assertIn(found, [bytes.fromhex(each) for each in cell.split(" or ")], f"{title}, {offset}")
+            else:
+                fields[cell] = found
+        self.assertEqual(end, len(data), title)
+        return fields
+
+    def decrypted(self, path, password):
+        return tool("openssl", "pkcs8", "-in", str(path), "-passin", f"pass:{password}", "-topk8", "-nocrypt",
+                    "-outform", "DER")
+
+    def test_hold_for_new_files(self):
+        for curve in CURVES:
+            for cipher in CIPHERS:
+                with self.subTest(curve=curve, cipher=cipher):
+                    self.check_packet(self.folder / curve / cipher, curve, cipher)
+
+    def check_packet(self, folder, curve, cipher):
+        folder.parent.mkdir(exist_ok=True)
+        make_packet(folder, curve, cipher)
+        table = b""
+        for index, password in enumerate(PASSWORDS):
+            public = der_of(folder / f"publicKey{index:02}.pem", "PUBLIC KEY")
+            point = self.fields_of(public, f"Public key on {curve}")
+            x_and_y = point["X"] + point["Y"]
+            stored = (folder / f"publicKeyHash{index:02}.bin").read_bytes()
+            self.assertEqual(self.fields_of(stored, "Public key hash")["hash"], sha256(x_and_y))
+
+            private_path = folder / f"privateKey{index:02}.pem"
+            encrypted = der_of(private_path, "ENCRYPTED PRIVATE KEY")
+            fields = self.fields_of(encrypted, "Private key file")
+            self.assertEqual(encrypted[73], 0x2A if cipher == "aes256" else 0x02)
+            decrypted = self.decrypted(private_path, password)
+            private = self.fields_of(decrypted, f"Decrypted private key on {curve}")
+            self.assertEqual((private["X"], private["Y"]), (point["X"], point["Y"]))
+            self.assertEqual(self.decrypt_by_the_document(fields, password, cipher), decrypted)
+
+            record = bytes([CURVES.index(curve) + 1, 0, 0, 0]) + x_and_y
+            self.fields_of(record, "Record")
+            table += sha256(record)
+        self.assertEqual((folder / "publicKeysHashHashes.bin").read_bytes(), sha256(table))
+
+    def decrypt_by_the_document(self, fields, password, cipher):
+        length = int(cipher[3:]) // 8
+        key = hashlib.pbkdf2_hmac("sha256", password.encode(), fields["salt"], 2048, length)
+        return tool("openssl", "enc", "-d", f"-aes-{cipher[3:]}-cbc", "-K", key.hex(), "-iv",
+                    fields["initial vector"].hex(), data=fields["encrypted"])
+
+    def test_sizes_and_modes_are_those_of_new_files(self):
+        make_packet(self.folder / "packet", "prime256v1", "aes256")
+        run_program("-abs", str(self.folder / "pair"), "-pwd", "first1", check=True)
+        rows = re.findall(r"^\| (`.*?) \| (\d+) \| (0\d+) \|$", DOCUMENT, re.M)
+        described = {}
+        for names, size, mode in rows:
+            for one, first, last in re.findall(r"`([^`]+)`(?:, `([^`]+)` to `([^`]+)`)?", names):
+                described[one] = (int(size), int(mode, 8))
+                for index in range(8 if first else 0):
+                    self.assertEqual(last, first.replace("00", "07"))
+                    described[first.replace("00", f"{index:02}")] = (int(size), int(mode, 8))
+        found = {each.name: (each.stat().st_size, each.stat().st_mode & 0o7777)
+                 for each in self.folder.glob("*/*")}
+        self.assertEqual(described, found)
+
+
+class Example(unittest.TestCase):
+    # The curves' object identifiers, in DER.
+    IDENTIFIERS = {"prime256v1": "06082a8648ce3d030107", "brainpoolP256t1": "06092b2403030208010108"}
+
+    def public_key(self, curve, number):
+        identifier = bytes.fromhex(self.IDENTIFIERS[curve])
+        content = bytes.fromhex("0201010420") + number.to_bytes(32, "big") + bytes([0xA0, len(identifier)]) + identifier
+        return tool("openssl", "ec", "-inform", "DER", "-pubout", "-outform", "DER",
+                    data=bytes([0x30, len(content)]) + content)
+
+    def point(self, curve, number):
+        return self.public_key(curve, number)[-64:]
+
+    def test_public_keys_and_hashes(self):
+        for curve in CURVES:
+            with self.subTest(curve=curve):
+                self.assertEqual(figure(f"{curve} public key"), pem("PUBLIC KEY", self.public_key(curve, 1)))
+                self.assertEqual(hex_figure(f"{curve} x and y"), self.point(curve, 1))
+                self.assertEqual(hex_figure(f"{curve} hash"), sha256(self.point(curve, 1)))
+
+    def test_private_key(self):
+        salt, vector = bytes.fromhex("0001020304050607"), bytes(range(16))
+        self.assertIn(f"the password `correct horse battery` with the salt `{salt.hex()}`", DOCUMENT)
+        self.assertIn(f"the initial vector `{vector.hex()}`", DOCUMENT)
+        fixed = Layouts().fields_of(hex_figure("decrypted private key"), "Decrypted private key on prime256v1")
+        self.assertEqual(int.from_bytes(fixed["number"], "big"), 1)
+        self.assertEqual(fixed["X"] + fixed["Y"], self.point("prime256v1", 1))
+
+        key = hashlib.pbkdf2_hmac("sha256", b"correct horse battery", salt, 2048, 32)
+        self.assertEqual(hex_figure("derived key"), key)
+        encrypted = tool("openssl", "enc", "-aes-256-cbc", "-K", key.hex(), "-iv", vector.hex(),
+                         data=hex_figure("decrypted private key"))
+        self.assertEqual(hex_figure("encrypted"), encrypted)
+
+        file = figure("private key file")
+        der = base64.b64decode("".join(file.splitlines()[1:-1]))
+        self.assertEqual(file, pem("ENCRYPTED PRIVATE KEY", der))
+        fields = Layouts().fields_of(der, "Private key file")
+        self.assertEqual(fields, {"salt": salt, "initial vector": vector, "encrypted": encrypted})
+        opened = tool("openssl", "pkcs8", "-topk8", "-nocrypt", "-outform", "DER", "-passin",
+                      "pass:correct horse battery", data=file.encode())
+        self.assertEqual(opened, hex_figure("decrypted private key"))
+
+    def test_table_of_hashes(self):
+        records = [b"\1\0\0\0" + self.point("prime256v1", number) for number in range(1, 9)]
+        self.assertEqual(hex_figure("record"), records[0])
+        self.assertEqual(figure("table"), "".join(sha256(record).hex() + "\n" for record in records))
+        self.assertEqual(hex_figure("table hash"), sha256(b"".join(sha256(record) for record in records)))
+
+    def test_every_figure_is_looked_at_by_a_test(self):
+        with open(os.path.abspath(__file__), encoding="utf-8") as source:
+            text = source.read()
+        for title in re.findall(r"<!-- figure: (.*?) -->", DOCUMENT):
+            for curve in CURVES:
+                title = title.replace(curve, "{curve}")
+            self.assertIn(f'figure(f"{title}")' if "{curve}" in title else f'figure("{title}")', text)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,89 @@
+#!/usr/bin/python3
+"""Help text, manual and completions name the options that the program knows: all of them, and no others."""
+
+import re
+import unittest
+
+from tree import TREE, help_options, run_program
+
+# Long spellings that the program accepts and ignores. They are described apart from what they seem to mean, and
+# bash, which shows no descriptions, does not offer them.
+IGNORED = {"--public-key-hash", "--prvkey-enc"}
+
+MANUAL = (TREE / "man/keygen.1.in").read_text("utf-8")
+
+
+def known_options():
+    """The names in the program's own table."""
+    source = (TREE / "keygen/run_settings.cpp").read_text("utf-8")
+    table = re.search(r"tab_command_name = \{(.*?)\};", source, re.S).group(1)
+    return re.findall(r'"(.*?)"', table)
+
+
+def option_groups():
+    """The names of the help text's options, with the ignored ones apart."""
+    for names in help_options():
+        for name in names & IGNORED:
+            yield frozenset({name})
+        yield names - IGNORED
+
+
+def manual_groups():
+    """The names that stand together before a description in the manual."""
+    for line in re.findall(r"^\.It (Fl .*)$", MANUAL, re.M):
+        names = line.split(" Ar ")[0].replace("\\&", "").split(" , ")
+        yield frozenset("-" + name[len("Fl "):] for name in names)
+
+
+class Options(unittest.TestCase):
+    def test_the_help_text_lists_every_option_once(self):
+        listed = [name for names in help_options() for name in names]
+        self.assertEqual(sorted(listed), sorted(known_options()))
+        self.assertEqual(len(listed), 23)
+
+    def test_the_program_accepts_every_option_of_the_help_text(self):
+        for name in known_options():
+            with self.subTest(option=name):
+                self.assertEqual(run_program(name, "-v").returncode, 0)
+
+    def test_the_manual_describes_every_option(self):
+        self.assertEqual(sorted(map(sorted, manual_groups())), sorted(map(sorted, option_groups())))
+
+    def test_the_manual_says_which_spellings_are_ignored(self):
+        for name in IGNORED:
+            with self.subTest(option=name):
+                self.assertRegex(MANUAL, r"\n\.It Fl -%s .*\nAccepted and ignored:" % name[2:])
+
+    def test_bash_completes_every_option_that_has_an_effect(self):
+        text = (TREE / "completions/keygen.bash").read_text("utf-8")
+        offered = re.search(r"_keygen_options='(.*?)'", text, re.S).group(1).split()
+        self.assertEqual(sorted(offered), sorted(set(known_options()) - IGNORED))
+
+    def test_zsh_completes_every_option(self):
+        text = (TREE / "completions/_keygen").read_text("utf-8")
+        groups = []
+        for line in re.findall(r"^ {4}('.*)$", text, re.M):
+            several = re.match(r"'\((?P<excluded>.*?)\)'\{(?P<names>.*?)\}", line)
+            names = several["names"].replace("'", "").split(",") if several else [re.match(r"'(.*?)\[", line)[1]]
+            if several:
+                self.assertEqual(several["excluded"].split(), names)
+            groups.append(sorted(names))
+        self.assertEqual(sorted(groups), sorted(map(sorted, option_groups())))
+
+    def test_fish_completes_every_option(self):
+        text = (TREE / "completions/keygen.fish").read_text("utf-8")
+        groups = []
+        for words in re.findall(r"-n __keygen_may_be_option -a ('.*?'|\S+)", text):
+            groups.append(sorted(words.replace("'", "").replace('"', "").split()))
+        self.assertEqual(sorted(groups), sorted(map(sorted, option_groups())))
+
+    def test_zsh_and_fish_say_which_spellings_are_ignored(self):
+        for name in ("_keygen", "keygen.fish"):
+            text = (TREE / "completions" / name).read_text("utf-8")
+            for option in IGNORED:
+                with self.subTest(file=name, option=option):
+                    self.assertRegex(text, option + r"(\[| -d ')accepted and ignored: use -")
+
+
+if __name__ == "__main__":
+    unittest.main()
