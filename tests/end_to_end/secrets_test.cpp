@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -129,6 +130,23 @@ TEST(Secrets, OfAPacketAreGoneFromMemoryToo)
     for (int i = 0; i < 8; ++i)
         arguments.push_back(marker + std::to_string(i));
     const std::string memory = memoryAtTheEnd(folder.path(), arguments);
+    EXPECT_EQ(memory.find(marker), std::string::npos);
+    EXPECT_EQ(memory.find(inUtf16(marker)), std::string::npos);
+}
+
+TEST(Secrets, OfAPairThatFailedAreGoneFromMemoryToo)
+{
+    const TemporaryFolder folder;
+    std::filesystem::create_directory(folder / "privateKey.pem"); // where the file is to be
+    const std::string memory = memoryAtTheEnd(folder.path(), {"-pwd", marker, "-abs", "."});
+    EXPECT_EQ(memory.find(marker), std::string::npos);
+    EXPECT_EQ(memory.find(inUtf16(marker)), std::string::npos);
+}
+
+TEST(Secrets, OfARunWithoutKeysAreGoneFromMemoryToo)
+{
+    const TemporaryFolder folder;
+    const std::string memory = memoryAtTheEnd(folder.path(), {"-pwd", marker, "-rand", "16", "noise.bin"});
     EXPECT_EQ(memory.find(marker), std::string::npos);
     EXPECT_EQ(memory.find(inUtf16(marker)), std::string::npos);
 }

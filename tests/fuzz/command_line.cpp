@@ -78,8 +78,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const QByteArray bytes(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
     const QList<QByteArray> arguments = bytes.split('\0');
     const RunEnd end = RunOn("", [&] {
-        // A list of its own: the one that is parsed is wiped.
-        ParseCommandLine(bytes.split('\0'));
+        // A copy that shares nothing: what is parsed is wiped.
+        ParseCommandLine(QByteArray(bytes.constData(), bytes.size()).split('\0'));
         CompleteKeyPaths();
         CheckPasswords();
     });

@@ -1,11 +1,7 @@
 #include "keygen/secrets.h"
 
-#include "keygen/key_generation.h"
 #include "keygen/run_settings.h"
-#include "src/ec_crypto.h"
-#include "tests/support/captured_output.h"
 #include "tests/support/fresh_settings.h"
-#include "tests/support/temporary_folder.h"
 
 #include <gtest/gtest.h>
 
@@ -74,19 +70,6 @@ protected:
             EXPECT_EQ(text, wiped);
     }
 
-    /// Generates keys in `folder`, and returns what is printed.
-    static std::string generate(const TemporaryFolder &folder)
-    {
-        absolutePath = QString::fromStdString(folder.path().string());
-        publicKeyPath = absolutePath + "/publicKey.pem";
-        privateKeyPath = absolutePath + "/privateKey.pem";
-        hashPath = absolutePath + "/publicKeyhash.bin";
-        CapturedOutput output;
-        EC_Crypto engine;
-        GenerateKeyPackets(engine);
-        return output.text();
-    }
-
     QList<QString> kept;
 };
 
@@ -106,33 +89,6 @@ TEST_F(Passwords, AreWipedWhereTheListSharesThem)
     EXPECT_EQ(sharing, wiped);
     EXPECT_TRUE(password.isEmpty());
     EXPECT_TRUE(passwordTable.isEmpty());
-}
-
-TEST_F(Passwords, AreWipedOnceThePairIsGenerated)
-{
-    const TemporaryFolder folder;
-    setPasswords();
-    EXPECT_NE(generate(folder).find("Keys generated successfully."), std::string::npos);
-    expectWiped();
-}
-
-TEST_F(Passwords, AreWipedOnceThePacketIsGenerated)
-{
-    const TemporaryFolder folder;
-    setPasswords();
-    isKeyNumberCommand = true;
-    numberKeys = 8;
-    EXPECT_NE(generate(folder).find("Keys packet 7 generated successfully."), std::string::npos);
-    expectWiped();
-}
-
-TEST_F(Passwords, AreWipedWhenNoKeyCouldBeGenerated)
-{
-    const TemporaryFolder folder;
-    std::filesystem::create_directory(folder / "privateKey.pem"); // where the file is to be
-    setPasswords();
-    EXPECT_NE(generate(folder).find("Error: An error occured while generating key files"), std::string::npos);
-    expectWiped();
 }
 
 } // namespace

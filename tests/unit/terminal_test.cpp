@@ -62,11 +62,17 @@ std::string otherAttributes(termios attributes)
 
 TEST(HiddenEntry, ShowsNothingThatIsTypedAndDeliversItAtOnce)
 {
-    PseudoTerminal terminal(readHiddenThenShown);
+    PseudoTerminal terminal([] {
+        print("as found\n");
+        readByte();
+        readHiddenThenShown();
+    });
+    ASSERT_TRUE(terminal.shows("as found\n"));
     const termios found = terminal.attributes();
     EXPECT_TRUE(terminal.echoes());
     EXPECT_TRUE(terminal.editsLines());
 
+    ASSERT_TRUE(terminal.answers("as found\n", "\n"));
     ASSERT_TRUE(terminal.shows("hidden\n"));
     EXPECT_FALSE(terminal.echoes());
     EXPECT_FALSE(terminal.editsLines());
@@ -74,7 +80,7 @@ TEST(HiddenEntry, ShowsNothingThatIsTypedAndDeliversItAtOnce)
 
     terminal.type("x");
     ASSERT_TRUE(terminal.shows("shown\n"));
-    EXPECT_EQ(terminal.screen(), "hidden\ngot x\nshown\n");
+    EXPECT_EQ(terminal.screen(), "as found\n\nhidden\ngot x\nshown\n");
 }
 
 TEST(HiddenEntry, ShowsWhatIsTypedAfterwardsStillUnedited)
