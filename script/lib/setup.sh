@@ -63,21 +63,11 @@ is_there() {
         done
         ;;
     python)
-        # The system's own: a package of the system does not reach another one.
-        /usr/bin/python3 -c "import $1" 2>/dev/null && return
+        # The system's own first: a package of the system seldom reaches another one.
+        for name in /usr/bin/python3 python3; do "$name" -c "import $1" 2>/dev/null && return; done
         ;;
     esac
     return 1
-}
-
-# Takes needs; true when none is missing.
-are_there() {
-    local need probe
-    for need; do
-        IFS='|' read -r _ probe _ <<<"$need"
-        # shellcheck disable=SC2086 # the probe is words
-        is_there $probe || return
-    done
 }
 
 package_is_installed() {
