@@ -74,16 +74,6 @@ is_there() {
     return 1
 }
 
-# Takes needs; true when none is missing.
-are_there() {
-    local need probe
-    for need; do
-        IFS='|' read -r _ probe _ <<<"$need"
-        # shellcheck disable=SC2086 # the probe is words
-        is_there $probe || return
-    done
-}
-
 package_is_installed() {
     [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
 }
