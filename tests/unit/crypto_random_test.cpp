@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -94,6 +95,22 @@ TEST_F(GenerateRandom, RepeatsNoPieceOfTheFile)
     for (std::size_t i = 0; i + 8 <= bytes.size(); ++i)
         pieces.insert(bytes.substr(i, 8));
     EXPECT_EQ(pieces.size(), bytes.size() - 7);
+}
+
+TEST_F(GenerateRandom, DrawsEveryByteOfTheFile)
+{
+    const std::string path = folder / "random.bin";
+    ASSERT_EQ(generate(9000, path), 0);
+    const std::string first = ReadFile(path);
+    std::vector<bool> changed(first.size());
+    for (int run = 0; run < 8; ++run) {
+        ASSERT_EQ(generate(9000, path), 0);
+        const std::string next = ReadFile(path);
+        for (std::size_t i = 0; i < first.size(); ++i)
+            changed[i] = changed[i] || next[i] != first[i];
+    }
+    for (std::size_t i = 0; i < changed.size(); ++i)
+        EXPECT_TRUE(changed[i]) << "byte " << i << " is always the same";
 }
 
 TEST_F(GenerateRandom, AnnouncesAnOldFileAndReplacesIt)
