@@ -33,8 +33,10 @@ LibraryFaults::LibraryFaults()
 LibraryFaults::~LibraryFaults()
 {
     currentFaults = nullptr;
-    for (const Fault &fault : faults)
-        EXPECT_TRUE(fault.met) << fault.function << " was not called " << fault.call << " times";
+    for (const Fault &fault : faults) {
+        EXPECT_TRUE(fault.met || fault.kind == Kind::Replacement)
+            << fault.function << " was not called " << fault.call << " times";
+    }
 }
 
 LibraryFaults *LibraryFaults::current()
@@ -71,6 +73,13 @@ std::vector<std::string> LibraryFaults::callsOf(std::initializer_list<std::strin
     return calls;
 }
 
+long LibraryFaults::lastResult(const std::string &function) const
+{
+    const auto result = results.find(function);
+    EXPECT_NE(result, results.end()) << function << " was not called";
+    return result != results.end() ? result->second : 0;
+}
+
 const LibraryFaults::Fault *LibraryFaults::meet(const char *function)
 {
     record.emplace_back(function);
@@ -102,10 +111,8 @@ Result resultOf(long value)
 }
 
 template <typename Result, typename... Arguments>
-Result call(const char *name, Result (*real)(Arguments...), Arguments... arguments)
+Result resultUnder(const LibraryFaults::Fault *fault, Result (*real)(Arguments...), Arguments... arguments)
 {
-    LibraryFaults *const faults = LibraryFaults::current();
-    const LibraryFaults::Fault *const fault = faults != nullptr ? faults->meet(name) : nullptr;
     if (fault == nullptr)
         return real(arguments...);
     if (fault->kind == LibraryFaults::Kind::Replacement)
@@ -113,6 +120,22 @@ Result call(const char *name, Result (*real)(Arguments...), Arguments... argumen
     if (fault->kind == LibraryFaults::Kind::Spoiling)
         real(arguments...);
     return resultOf<Result>(fault->result);
+}
+
+template <typename Result, typename... Arguments>
+Result call(const char *name, Result (*real)(Arguments...), Arguments... arguments)
+{
+    LibraryFaults *const faults = LibraryFaults::current();
+    if (faults == nullptr)
+        return real(arguments...);
+    const LibraryFaults::Fault *const fault = faults->meet(name);
+    if constexpr (std::is_integral_v<Result>) {
+        const Result result = resultUnder(fault, real, arguments...);
+        faults->note(name, static_cast<long>(result));
+        return result;
+    } else {
+        return resultUnder(fault, real, arguments...);
+    }
 }
 
 template <typename Function>
@@ -165,6 +188,7 @@ SUBSTITUTE_2(OPENSSL_init_crypto)
 SUBSTITUTE_3(CRYPTO_malloc)
 SUBSTITUTE_3(CRYPTO_free)
 SUBSTITUTE_4(CRYPTO_clear_free)
+SUBSTITUTE_2(OPENSSL_cleanse)
 SUBSTITUTE_1(ERR_print_errors_fp)
 SUBSTITUTE_1(ERR_print_errors)
 
@@ -242,6 +266,13 @@ std::size_t __wrap_fwrite(const void *, std::size_t, std::size_t, FILE *);
 std::size_t __wrap_fwrite(const void *bytes, std::size_t size, std::size_t count, FILE *file)
 {
     return call("fwrite", __real_fwrite, bytes, size, count, file);
+}
+
+int __real_setvbuf(FILE *, char *, int, std::size_t);
+int __wrap_setvbuf(FILE *, char *, int, std::size_t);
+int __wrap_setvbuf(FILE *file, char *buffer, int mode, std::size_t size)
+{
+    return call(mode == _IONBF ? "setvbuf(none)" : "setvbuf", __real_setvbuf, file, buffer, mode, size);
 }
 
 int __real_fclose(FILE *);

@@ -11,6 +11,7 @@
 #include <any>
 #include <functional>
 #include <initializer_list>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,9 @@ public:
     /// The calls of these functions in their order.
     std::vector<std::string> callsOf(std::initializer_list<std::string> functions) const;
 
+    /// What the last call of a function with a number for its result returned.
+    long lastResult(const std::string &function) const;
+
     enum class Kind { Failure, Spoiling, Action, Replacement };
     struct Fault {
         std::string function;
@@ -64,11 +68,13 @@ public:
 
     /// For the substitutes: notes a call and finds what is to happen to it, or null.
     const Fault *meet(const char *function);
+    void note(const char *function, long result) { results[function] = result; }
     static LibraryFaults *current();
 
 private:
     std::vector<Fault> faults;
     std::vector<std::string> record;
+    std::map<std::string, long> results;
 };
 
 // Functions that go by another name from one version of the library to the next.

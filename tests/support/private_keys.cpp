@@ -8,10 +8,10 @@
 
 #include <openssl/pem.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -91,6 +91,13 @@ bool OpensslAcceptsRsa(EVP_PKEY *key, const std::string &data, const std::string
     return accepts({"dgst", "-sha256", "-verify", publicKeyFile(key, folder), "-signature",
                     folder / "signature", folder / "data"},
                    "Verified OK\n");
+}
+
+std::string OutputOfOpenssl(const std::vector<std::string> &arguments)
+{
+    const ProgramResult result = Run("openssl", {.arguments = arguments});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    return result.output;
 }
 
 std::string TakeBuffer(unsigned char *buffer, std::size_t size)

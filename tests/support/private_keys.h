@@ -4,6 +4,7 @@
 #include "src/openssl_owners.h"
 
 #include <string>
+#include <vector>
 
 /// The password of every encrypted file in tests/data/private_keys.
 extern const std::string storedPassword;
@@ -24,6 +25,9 @@ std::string EncodedSignature(const std::string &numbers);
 /// `data` with SHA-256.
 bool OpensslAcceptsEcdsa(EVP_PKEY *key, const std::string &digest, const std::string &signature);
 bool OpensslAcceptsRsa(EVP_PKEY *key, const std::string &data, const std::string &signature);
+
+/// What the openssl tool prints; a failure of the test where it fails.
+std::string OutputOfOpenssl(const std::vector<std::string> &arguments);
 
 /// The bytes of a buffer that the engine handed out; releases it.
 std::string TakeBuffer(unsigned char *buffer, std::size_t size);
