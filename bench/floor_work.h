@@ -1,0 +1,11 @@
+// The cryptographic and file work of a run with bare libcrypto: no messages, no settings, no checks of
+// results beyond stopping at a failure.
+#pragma once
+
+/// Generates `count` key pairs on the curve `nid` into the folder `folder`, private keys under AES-256-CBC
+/// and the passwords "password 0" onwards, by the calls that a careful program makes: generic key generation,
+/// a check of each key, each public key read back from its file. With `count` 8 the table hash too.
+void DoFloorWork(int nid, int count, const char *folder);
+
+/// The same files by the cheapest calls the library has: one curve object, no check, nothing read back.
+void DoLeanWork(int nid, int count, const char *folder);
