@@ -18,8 +18,7 @@ install(FILES completions/keygen.bash
 install(FILES completions/_keygen DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 install(FILES completions/keygen.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 
-install(FILES README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" OPTIONAL)
-install(FILES LICENSE CHANGELOG.md docs/files.md docs/verify.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES LICENSE README.md CHANGELOG.md docs/files.md docs/verify.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(PROGRAMS docs/verify/check-pair.sh docs/verify/check_packet.py DESTINATION "${CMAKE_INSTALL_DOCDIR}/verify")
 
 include(Package)

@@ -1,0 +1,39 @@
+#!/usr/bin/python3
+"""The tools that show manuals find nothing to complain about: lint_test.py KEYGEN.1"""
+
+import os
+import subprocess
+import sys
+import unittest
+
+MANUAL = sys.argv.pop(1)
+
+
+class Manual(unittest.TestCase):
+    def run_tool(self, *command):
+        environment = dict(os.environ, LC_ALL="C.UTF-8", MANROFFSEQ="", MANWIDTH="80")
+        return subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, universal_newlines=True)
+
+    def test_man_warns_of_nothing(self):
+        result = self.run_tool("man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", MANUAL)
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        self.assertIn("keygen", result.stdout)
+
+    def test_mandoc_finds_nothing(self):
+        result = self.run_tool("mandoc", "-T", "lint", MANUAL)
+        # Which other manuals are installed is no matter of this one.
+        found = [line for line in (result.stdout + result.stderr).splitlines()
+                 if "referenced manual not found: Xr" not in line and not line.startswith("mandoc: outdated mandoc.db")]
+        self.assertEqual(found, [])
+
+    def test_each_part_of_the_manual_is_there(self):
+        shown = self.run_tool("mandoc", "-T", "ascii", MANUAL).stdout.replace("\b", "")
+        for title in ("NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "FILES", "EXIT STATUS", "EXAMPLES"):
+            # Bold letters are written twice.
+            doubled = "".join(letter if letter == " " else letter * 2 for letter in title)
+            self.assertIn(f"\n{doubled}\n", shown)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,90 @@
+#!/usr/bin/python3
+"""What `cmake --install` lays out. KEYGEN_BUILD names the build folder, KEYGEN_VERSION the version."""
+
+import os
+import pathlib
+import re
+import subprocess
+import tempfile
+import unittest
+
+BUILD = os.path.realpath(os.environ["KEYGEN_BUILD"])
+VERSION = os.environ["KEYGEN_VERSION"]
+TREE = pathlib.Path(__file__).resolve().parents[2]
+
+PROGRAMS = {"bin/keygen", "share/doc/keygen/verify/check-pair.sh", "share/doc/keygen/verify/check_packet.py"}
+DATA = {
+    "share/man/man1/keygen.1",
+    "share/bash-completion/completions/keygen",
+    "share/zsh/site-functions/_keygen",
+    "share/fish/vendor_completions.d/keygen.fish",
+    "share/doc/keygen/LICENSE",
+    "share/doc/keygen/README.md",
+    "share/doc/keygen/CHANGELOG.md",
+    "share/doc/keygen/files.md",
+    "share/doc/keygen/verify.md",
+}
+
+
+def run(*command, **options):
+    return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          universal_newlines=True, **options)
+
+
+class Installation(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def install(self, prefix, **environment):
+        # The list of installed files in the build folder is that of the last installation, whoever made it.
+        result = run("cmake", "--install", BUILD, "--prefix", str(prefix), env=dict(os.environ, **environment))
+        self.assertEqual(result.returncode, 0, result.stdout)
+
+    def assert_holds_the_program(self, prefix):
+        found = {str(each.relative_to(prefix)): each.stat().st_mode & 0o7777
+                 for each in prefix.rglob("*") if not each.is_dir()}
+        expected = dict({name: 0o755 for name in PROGRAMS}, **{name: 0o644 for name in DATA})
+        self.assertEqual(found, expected)
+        result = run(str(prefix / "bin/keygen"), "--version")
+        self.assertEqual(result.returncode, 0, result.stdout)
+        self.assertIn(f"Version: v{VERSION}\n", result.stdout)
+
+    def test_goes_into_any_prefix(self):
+        prefix = self.folder / "a prefix" / "with a blank"
+        self.install(prefix)
+        self.assert_holds_the_program(prefix)
+
+    def test_goes_into_a_staging_folder(self):
+        self.install("/usr", DESTDIR=str(self.folder))
+        self.assertEqual([each.name for each in self.folder.iterdir()], ["usr"])
+        self.assert_holds_the_program(self.folder / "usr")
+
+    def test_keeps_the_modes_under_a_private_umask(self):
+        mask = os.umask(0o077)
+        self.addCleanup(os.umask, mask)
+        self.install(self.folder / "prefix")
+        self.assert_holds_the_program(self.folder / "prefix")
+
+    def test_the_manual_carries_the_version(self):
+        self.install(self.folder)
+        manual = (self.folder / "share/man/man1/keygen.1").read_text("utf-8")
+        self.assertIn(f"This is the manual of version {VERSION}.\n", manual)
+        self.assertNotIn("@", manual)
+
+    def test_the_program_does_not_look_for_libraries_in_the_build_folder(self):
+        self.install(self.folder)
+        dynamic = run("readelf", "--dynamic", "--wide", str(self.folder / "bin/keygen"), check=True).stdout
+        self.assertIn("(NEEDED)", dynamic)
+        for search_path in re.findall(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]", dynamic):
+            for folder in search_path.split(":"):
+                self.assertFalse(f"{folder}/".startswith(f"{BUILD}/"), folder)
+
+    def test_the_newest_entry_of_the_changes_is_this_version(self):
+        changes = (TREE / "CHANGELOG.md").read_text("utf-8")
+        self.assertEqual(re.search(r"^## (\S+) \(\d{4}-\d\d-\d\d\)$", changes, re.M).group(1), VERSION)
+
+
+if __name__ == "__main__":
+    unittest.main()
