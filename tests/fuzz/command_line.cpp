@@ -3,10 +3,13 @@
 #include "keygen/command_line.h"
 #include "keygen/key_paths.h"
 #include "keygen/password_rules.h"
+#include "keygen/process.h"
 #include "keygen/run_settings.h"
 #include "tests/fuzz/fuzz_target.h"
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -71,6 +74,23 @@ void requireCompleteSettings(const QList<QByteArray> &arguments)
     requireCheckedPasswords();
 }
 
+/// The arguments as the program takes them from the vector that it receives: copies, which are wiped when
+/// they were read.
+QList<QByteArray> takenFromVector(const QList<QByteArray> &arguments)
+{
+    std::vector<std::string> vector = {"keygen"};
+    for (const QByteArray &argument : arguments)
+        vector.push_back(argument.toStdString());
+    std::vector<char *> pointers;
+    for (std::string &argument : vector)
+        pointers.push_back(argument.data());
+    QList<QByteArray> taken = TakeArguments(static_cast<int>(pointers.size()), pointers.data());
+    Require(taken == arguments, "the arguments are taken as they were received");
+    for (std::size_t i = 1; i < vector.size(); ++i)
+        Require(vector[i].find_first_not_of('\0') == std::string::npos, "nothing is left in the vector");
+    return taken;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
@@ -78,8 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const QByteArray bytes(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
     const QList<QByteArray> arguments = bytes.split('\0');
     const RunEnd end = RunOn("", [&] {
-        // A copy that shares nothing: what is parsed is wiped.
-        ParseCommandLine(QByteArray(bytes.constData(), bytes.size()).split('\0'));
+        ParseCommandLine(takenFromVector(arguments));
         CompleteKeyPaths();
         CheckPasswords();
     });

@@ -29,6 +29,7 @@ void requireConfirmedPasswords(const QStringList &lines)
     Require(passwordTable.last() == password, "the last password is the current one");
     for (const QString &accepted : passwordTable) {
         Require(accepted.size() >= 4 && accepted.size() <= 1023, "each password has an accepted length");
+        Require(!accepted.contains(QChar(0)), "each password reaches the engine whole");
         Require(lines.isEmpty() || lines.count(accepted) >= 2, "each password was typed twice");
     }
 }
