@@ -152,10 +152,12 @@ std::string ContentOfPemFile(const std::string &label, const std::string &file)
 
 std::string Sha256Of(const std::string &data)
 {
-    std::string digest(32, '\0');
-    require(EVP_Digest(data.data(), data.size(), reinterpret_cast<unsigned char *>(digest.data()), nullptr,
-                       EVP_sha256(), nullptr) == 1,
-            "no digest");
+    // By the plain functions: the others set the library up, and read its configuration.
+    std::string digest(SHA256_DIGEST_LENGTH, '\0');
+    SHA256_CTX context;
+    SHA256_Init(&context);
+    SHA256_Update(&context, data.data(), data.size());
+    SHA256_Final(reinterpret_cast<unsigned char *>(digest.data()), &context);
     return digest;
 }
 

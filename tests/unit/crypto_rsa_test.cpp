@@ -27,6 +27,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -822,8 +823,24 @@ TEST_F(DisplayRsaKeyParams, WipesTheDigitsAndLeavesTheKeyToItsOwner)
     EXPECT_EQ(EVP_PKEY_bits(stored.get()), 2048);
 }
 
-/// What reaches the other end when the lines stand amid ordinary output to `descriptor`.
-std::string throughDescriptor(int writeEnd, int readEnd, EVP_PKEY *key)
+/// What can be read, `size` bytes of it at most. A terminal hands its output on in pieces, and a little
+/// later.
+std::string readUpTo(std::size_t size, int descriptor)
+{
+    std::string text;
+    pollfd waiting = {descriptor, POLLIN, 0};
+    while (text.size() < size && poll(&waiting, 1, 5000) == 1) {
+        std::array<char, 4096> piece;
+        const ssize_t got = read(descriptor, piece.data(), piece.size());
+        if (got <= 0)
+            break;
+        text.append(piece.data(), static_cast<std::size_t>(got));
+    }
+    return text;
+}
+
+/// What reaches the other end when the lines stand amid ordinary output; `size` bytes are expected.
+std::string throughDescriptor(int writeEnd, int readEnd, EVP_PKEY *key, std::size_t size)
 {
     std::fflush(stdout);
     const int before = dup(STDOUT_FILENO);
@@ -835,12 +852,10 @@ std::string throughDescriptor(int writeEnd, int readEnd, EVP_PKEY *key)
     std::puts("after");
     MessageOut("message\n", MSG_ERROR);
     std::fflush(stdout);
-    std::string text(4096, '\0');
-    const ssize_t size = read(readEnd, text.data(), text.size());
     dup2(before, STDOUT_FILENO);
     close(before);
+    const std::string text = readUpTo(size, readEnd);
     close(readEnd);
-    text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
     return text;
 }
 
@@ -864,7 +879,7 @@ TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceInAFile)
     const TemporaryFolder folder;
     WriteFile(folder / "output", "");
     EXPECT_EQ(throughDescriptor(open((folder / "output").c_str(), O_WRONLY),
-                                open((folder / "output").c_str(), O_RDONLY), key.get()),
+                                open((folder / "output").c_str(), O_RDONLY), key.get(), expected.size()),
               expected);
 }
 
@@ -872,7 +887,7 @@ TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceInAPipe)
 {
     std::array<int, 2> ends = {};
     ASSERT_EQ(pipe(ends.data()), 0);
-    EXPECT_EQ(throughDescriptor(ends[1], ends[0], key.get()), expected);
+    EXPECT_EQ(throughDescriptor(ends[1], ends[0], key.get(), expected.size()), expected);
 }
 
 TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceOnATerminal)
@@ -888,7 +903,7 @@ TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceOnATerminal)
     tcsetattr(terminal, TCSANOW, &settings);
     // The terminal lives on while its output is read.
     const int second = dup(terminal);
-    EXPECT_EQ(throughDescriptor(terminal, master, key.get()), expected);
+    EXPECT_EQ(throughDescriptor(terminal, master, key.get(), expected.size()), expected);
     close(second);
 }
 
