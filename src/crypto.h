@@ -2,12 +2,11 @@
 //
 // Throughout the engine:
 // - Paths and passwords are NUL-terminated byte strings in UTF-8.
-// - A status of 1 is success. -1, or 0 where a member says so, is failure, and its message has been printed:
-// callers
-//   compare with 1.
-// - Byte buffers handed out are allocated with the library's allocator and belong to the caller, who releases
-// them
-//   with OPENSSL_free or Buffer_Cleanup. Key objects handed out are released with EVP_PKEY_free.
+// - A status of 1 is success. -1, or 0 where a member says so, is failure, and its message has been printed.
+//   Callers compare with 1.
+// - Byte buffers handed out are allocated with the library's allocator and belong to the caller, who
+//   releases them with OPENSSL_free or Buffer_Cleanup. Key objects handed out are released with
+//   EVP_PKEY_free.
 #pragma once
 
 #include <openssl/evp.h>

@@ -37,16 +37,25 @@ std::string bytesOf(const BIGNUM *number)
     return {bytes.begin(), bytes.end()};
 }
 
-/// Whether the tests watch this key's release; the library calls it for every key that is released.
+int liveKeys = 0;
+
+/// The library calls this for every key that is made,
+void noteMaking(void *, void *, CRYPTO_EX_DATA *, int, long, void *)
+{
+    ++liveKeys;
+}
+
+/// and this for every key that is released.
 void noteRelease(void *, void *watched, CRYPTO_EX_DATA *, int, long, void *)
 {
+    --liveKeys;
     if (watched != nullptr)
         *static_cast<bool *>(watched) = true;
 }
 
 int watchIndex()
 {
-    static const int index = EC_KEY_get_ex_new_index(0, nullptr, nullptr, nullptr, noteRelease);
+    static const int index = EC_KEY_get_ex_new_index(0, nullptr, noteMaking, nullptr, noteRelease);
     return index;
 }
 
@@ -165,6 +174,12 @@ std::string Sha256Of(const std::string &data)
 std::string TestData(const std::string &name)
 {
     return std::string(TEST_DATA_FOLDER "/") + name;
+}
+
+int LiveCurveKeys()
+{
+    watchIndex();
+    return liveKeys;
 }
 
 ReleaseWatch::ReleaseWatch(EVP_PKEY *key)

@@ -34,6 +34,9 @@ std::string Sha256Of(const std::string &data);
 /// The path of a file in tests/data.
 std::string TestData(const std::string &name);
 
+/// How many elliptic-curve keys the library holds at present, of those made since this was first asked for.
+int LiveCurveKeys();
+
 /// Tells when the elliptic-curve key inside a key object is released.
 class ReleaseWatch {
 public:

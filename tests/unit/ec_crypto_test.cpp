@@ -154,6 +154,15 @@ TEST(EcKeyGen, LeavesTheOnlyReferenceToTheCurveKeyInTheKeyObject)
     EXPECT_TRUE(watch.released());
 }
 
+TEST(EcKeyGen, ReleasesEverythingButTheKeyObject)
+{
+    const int before = LiveCurveKeys();
+    KeyOwner key = generatedKey(prime256v1);
+    EXPECT_GT(LiveCurveKeys(), before);
+    key.reset();
+    EXPECT_EQ(LiveCurveKeys(), before);
+}
+
 TEST(EcKeyGen, FailsWithoutAWordOnWhatIsNoCurve)
 {
     for (const int nid : {0, -1, NID_sha256, INT_MAX}) {
@@ -597,6 +606,21 @@ TEST_P(EcGetPubKeyBin, CutsTheSameOffKeysOfAnotherKind)
     ASSERT_EQ(encoding.size(), 294u);
     EXPECT_EQ(binaryForm(prime256v1, TestData("rsa2048-public.pem")), encoding.substr(27));
     EXPECT_EQ(binaryForm(brainpoolP256t1, TestData("rsa2048-public.pem")), encoding.substr(28));
+}
+
+TEST_P(EcGetPubKeyBinOfFile, ReleasesTheKeyThatItReads)
+{
+    const std::string path = TestData("prime256v1-public.pem");
+    const int before = LiveCurveKeys();
+    {
+        EVP_PKEY *key = nullptr;
+        ASSERT_EQ(EC_Crypto(prime256v1).ReadPubKey(Bytes(path), &key), 1);
+        const KeyOwner owner(key);
+        ASSERT_GT(LiveCurveKeys(), before);
+    }
+    ASSERT_EQ(LiveCurveKeys(), before);
+    binaryForm(prime256v1, path);
+    EXPECT_EQ(LiveCurveKeys(), before);
 }
 
 TEST_P(EcGetPubKeyBinOfFile, FailsWhereThereIsNoFile)
