@@ -47,9 +47,13 @@ class TerminalShell:
         os.write(self.terminal, text.encode())
 
     def read_to_end(self):
-        """What was written up to the end marker's own line."""
+        """What was written up to the end marker's own line.
+
+        The next line may be typed only when the prompt stands behind it: before, the terminal is not the shell's
+        line editor's, and takes keys in its own way.
+        """
         deadline = time.monotonic() + 60
-        while not re.search(r"^%s\r?$" % self.END, self.read, re.M):
+        while not re.search(r"^%s\r?\n.*PROMPT>" % self.END, self.read, re.M | re.S):
             if not select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))[0]:
                 raise TimeoutError(self.read)
             self.read += os.read(self.terminal, 65536).decode()
