@@ -172,6 +172,18 @@ TEST(Packet, SpellsHashWithACapitalInTheWholePathOfTheHashFiles)
                                "0444 32 hashes/publicKeysHashHashes.bin\n");
 }
 
+TEST(Packet, LeavesOtherSpellingsInThePathOfTheHashFilesAsTheyAre)
+{
+    const TemporaryFolder folder;
+    EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-n", "1", "-pwd", "pass", "-prvk", "k.pem", "-pubk", "p.pem",
+                                         "-hash", "PublicKeyhash_HASH.bin"}),
+                          0, "packet_other_spellings.txt"));
+    EXPECT_EQ(FilesIn(folder), "0444 32 PublicKeyHash_HASH00.bin\n"
+                               "0444 32 PublicKeyhash_HASH.bin\n"
+                               "0400 399 k00.pem\n"
+                               "0444 178 p00.pem\n");
+}
+
 TEST(Packet, NamesTheTableHashInTheWholePath)
 {
     const TemporaryFolder folder;

@@ -159,6 +159,10 @@ TEST(Paths, GetNoDefaultNameWhenTheyDoNotGiveTheFolder)
     expectFailure({"-prvk", "b/", "-hash", "c/"}, noHash,
                   "a/\nb/\n0400 399 b/privateKey.pem\n0444 178 b/publicKey.pem\nc/\n");
     expectFailure({"-pubk", "a/", "-prvk", "b/", "-hash", "c/"}, noPrivateKey, "a/\nb/\nc/\n");
+    expectFailure({"-pubk", "a/", "-prvk", "b/k.pem", "-hash", "c/h.bin"},
+                  Info("Private key PEM file created \n") + Error("Error: creating key file fails\n") +
+                      Error("Error occured while creating public key PEM file!\n"),
+                  "a/\nb/\n0400 399 b/k.pem\nc/\n");
 }
 
 TEST(Paths, AreNeededForKeysToBeMade)
