@@ -136,6 +136,7 @@ PseudoTerminal::PseudoTerminal(const ProgramCall &call)
 PseudoTerminal::PseudoTerminal(const std::function<void()> &function) : master(openMaster())
 {
     const int terminal = openTerminal(master);
+    first = attributes();
     std::array<int, 2> ends = {};
     checked(pipe2(ends.data(), O_CLOEXEC), "pipe2");
     reports = ends[0];

@@ -40,6 +40,8 @@ public:
     /// The terminal keeps a line to itself, for editing, until its end is typed.
     bool editsLines() const { return (attributes().c_lflag & ICANON) != 0; }
     termios attributes() const;
+    /// The attributes that the program found.
+    const termios &firstAttributes() const { return first; }
     void setAttributes(const termios &wanted);
     /// Waits until `state` holds.
     testing::AssertionResult reaches(const std::function<bool()> &state);
@@ -60,6 +62,7 @@ private:
     testing::AssertionResult failure(const std::string &expectation) const;
 
     int master = -1;
+    termios first = {};
     int reports = -1;
     pid_t leader = -1;
     pid_t program = -1;

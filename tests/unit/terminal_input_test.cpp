@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <string>
 
@@ -70,6 +71,24 @@ TEST(TypedLine, IsWaitedForWhereReadingDoesNotBlock)
     EXPECT_EQ(terminal.screen(), "ready<one><two>end");
 }
 
+TEST(TypedLine, IsWaitedForAfterASignal)
+{
+    PseudoTerminal terminal([] {
+        struct sigaction interrupting = {};
+        interrupting.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &interrupting, nullptr);
+        readTwoLines();
+    });
+    deliverAtOnce(terminal);
+    ASSERT_TRUE(terminal.shows("ready"));
+    for (const char *typed : {"o", "ne", "\ntwo", "\n"}) {
+        terminal.sendSignal(SIGUSR1);
+        terminal.type(typed);
+    }
+    terminal.end();
+    EXPECT_EQ(terminal.screen(), "ready<one><two>end");
+}
+
 TEST(TypedLine, CanFollowTheEndOfATerminalsInput)
 {
     PseudoTerminal terminal([] {
@@ -108,6 +127,11 @@ TEST(TypedLine, IsToldWhenItIsNotUtf8)
     const std::string mark = "\xEF\xBF\xBD";
     EXPECT_EQ(readWithValidity("a\xFF\n\xC3\xA9\nb\xE2\nend", 4),
               "<a" + mark + ">-<\xC3\xA9>+<b" + mark + ">-<end>+");
+    // Not the beginning of UTF-16 either.
+    EXPECT_EQ(readWithValidity("\xFF\xFE"
+                               "ab\n",
+                               1),
+              "<" + mark + mark + "ab>-");
     EXPECT_EQ(readWithValidity(mark + "\n" + mark + "\n", 2), "<" + mark + ">+<" + mark + ">+");
 }
 
