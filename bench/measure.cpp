@@ -1,5 +1,5 @@
-// Runs a command to its end and prints its CPU time and wall time in seconds, its peak memory in KiB and its status.
-// A process of its own, because a process's peak memory starts at that of the one that started it.
+// Runs a command to its end and prints its CPU time and wall time in seconds, its peak memory in KiB and its
+// status. A process of its own, because a process's peak memory starts at that of the one that started it.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -36,6 +36,6 @@ int main(int argc, char *argv[])
     if (wait4(child, &status, 0, &usage) != child)
         return EXIT_FAILURE;
     const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - started;
-    std::printf("%f %f %ld %d\n", seconds(usage.ru_utime) + seconds(usage.ru_stime), wall.count(), usage.ru_maxrss,
-                WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status));
+    std::printf("%f %f %ld %d\n", seconds(usage.ru_utime) + seconds(usage.ru_stime), wall.count(),
+                usage.ru_maxrss, WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status));
 }
