@@ -22,6 +22,14 @@ namespace {
 
 LibraryFaults *currentFaults = nullptr;
 
+/// While a test's own code runs in place of a function.
+struct Pause {
+    Pause() { LibraryFaults::current()->pause(true); }
+    ~Pause() { LibraryFaults::current()->pause(false); }
+    Pause(const Pause &) = delete;
+    Pause &operator=(const Pause &) = delete;
+};
+
 } // namespace
 
 LibraryFaults::LibraryFaults()
@@ -91,10 +99,12 @@ const LibraryFaults::Fault *LibraryFaults::meet(const char *function)
         if (fault.call != everyCall && fault.call != fault.seen)
             continue;
         fault.met = true;
-        if (fault.kind != Kind::Action)
+        if (fault.kind != Kind::Action) {
             decisive = &fault;
-        else
-            fault.action();
+            continue;
+        }
+        const Pause whileActing;
+        fault.action();
     }
     return decisive;
 }
@@ -115,8 +125,10 @@ Result resultUnder(const LibraryFaults::Fault *fault, Result (*real)(Arguments..
 {
     if (fault == nullptr)
         return real(arguments...);
-    if (fault->kind == LibraryFaults::Kind::Replacement)
+    if (fault->kind == LibraryFaults::Kind::Replacement) {
+        const Pause pause;
         return std::any_cast<const std::function<Result(Arguments...)> &>(fault->replacement)(arguments...);
+    }
     if (fault->kind == LibraryFaults::Kind::Spoiling)
         real(arguments...);
     return resultOf<Result>(fault->result);
@@ -126,7 +138,7 @@ template <typename Result, typename... Arguments>
 Result call(const char *name, Result (*real)(Arguments...), Arguments... arguments)
 {
     LibraryFaults *const faults = LibraryFaults::current();
-    if (faults == nullptr)
+    if (faults == nullptr || faults->isPaused())
         return real(arguments...);
     const LibraryFaults::Fault *const fault = faults->meet(name);
     if constexpr (std::is_integral_v<Result>) {

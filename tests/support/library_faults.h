@@ -38,7 +38,8 @@ public:
     /// top.
     void before(const std::string &function, const std::function<void()> &action, int call = 1);
 
-    /// Every call from now on goes to `replacement`, of the function's own type.
+    /// Every call from now on goes to `replacement`, of the function's own type. The calls that a replacement
+    /// or an action makes are neither noted nor replaced.
     template <typename Function>
     void replace(const std::string &function, const std::function<Function> &replacement)
     {
@@ -68,6 +69,8 @@ public:
 
     /// For the substitutes: notes a call and finds what is to happen to it, or null.
     const Fault *meet(const char *function);
+    bool isPaused() const { return paused; }
+    void pause(bool newPaused) { paused = newPaused; }
     void note(const char *function, long result) { results[function] = result; }
     static LibraryFaults *current();
 
@@ -75,6 +78,7 @@ private:
     std::vector<Fault> faults;
     std::vector<std::string> record;
     std::map<std::string, long> results;
+    bool paused = false;
 };
 
 // Functions that go by another name from one version of the library to the next.

@@ -21,6 +21,9 @@ public:
     /// library keeps numbers.
     void lookFor(const std::string &secret);
 
+    /// Runs `step` without looking.
+    void lookAway(const std::function<void()> &step);
+
     /// Whether a block was released with the secret in it.
     bool heldTheSecret() const;
 

@@ -1,0 +1,468 @@
+// What the base class prints, returns, releases and leaves on disk when a library fails under it.
+#include "src/ec_crypto.h"
+
+#include "tests/support/captured_output.h"
+#include "tests/support/library_faults.h"
+#include "tests/support/library_memory.h"
+#include "tests/support/private_keys.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/test_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/err.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int prime256v1 = 415;
+
+using Preparation = std::function<void(LibraryFaults &)>;
+
+TEST(CryptoFaults, InitialisesTheLibraryInFourStepsAtEachConstruction)
+{
+    LibraryFaults faults;
+    std::vector<std::uint64_t> options;
+    faults.replace<decltype(OPENSSL_init_crypto)>(
+        "OPENSSL_init_crypto", [&](std::uint64_t option, const OPENSSL_INIT_SETTINGS *settings) {
+            options.push_back(option);
+            EXPECT_EQ(settings, nullptr);
+            return 0;
+        });
+    CapturedOutput errors(2);
+    CapturedOutput output;
+    const std::vector<std::uint64_t> steps = {OPENSSL_INIT_LOAD_CRYPTO_STRINGS,
+                                              OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS,
+                                              OPENSSL_INIT_ADD_ALL_DIGESTS, OPENSSL_INIT_LOAD_CONFIG};
+    const Crypto plain;
+    EXPECT_EQ(options, steps);
+    options.clear();
+    const EC_Crypto elliptic(prime256v1);
+    EXPECT_EQ(options, steps);
+    options.clear();
+    const EC_Crypto withoutCurve;
+    EXPECT_EQ(options, steps);
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(errors.text(), "");
+}
+
+class EncodingFaults : public testing::Test {
+protected:
+    ~EncodingFaults() override { ERR_clear_error(); }
+
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    unsigned char untouched = 0;
+};
+
+TEST_F(EncodingFaults, KeepTheBufferAsItWasWhereThereIsNoLength)
+{
+    for (const long length : {0L, -1L}) {
+        LibraryFaults faults;
+        faults.fail("i2d_PUBKEY", length);
+        unsigned char *der = &untouched;
+        std::size_t size = 12345;
+        CapturedOutput output;
+        EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
+        EXPECT_EQ(output.text(), Error("Error: extracting public key fails\n"));
+        EXPECT_EQ(der, &untouched);
+        EXPECT_EQ(size, 0u);
+        EXPECT_EQ(faults.calls("CRYPTO_malloc"), 0);
+    }
+}
+
+TEST_F(EncodingFaults, SetTheBufferToNullWhereThereIsNoMemory)
+{
+    LibraryFaults faults;
+    faults.fail("CRYPTO_malloc");
+    unsigned char *der = &untouched;
+    std::size_t size = 12345;
+    CapturedOutput output;
+    EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
+    EXPECT_EQ(output.text(), Error("Error: creating buffer for DER fromat public key fails\n"));
+    EXPECT_EQ(der, nullptr);
+    EXPECT_EQ(size, 91u);
+    EXPECT_EQ(faults.calls("i2d_PUBKEY"), 1);
+}
+
+TEST_F(EncodingFaults, HandTheUnfilledBufferOutWhereTheEncodingFails)
+{
+    for (const long result : {0L, -1L}) {
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.fail("i2d_PUBKEY", result, 2);
+            unsigned char *der = &untouched;
+            std::size_t size = 12345;
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
+            EXPECT_EQ(output.text(), Error("Error: creating DER fromat public key fails\n"));
+            ASSERT_NE(der, &untouched);
+            EXPECT_NE(der, nullptr);
+            EXPECT_EQ(size, 91u);
+            EXPECT_EQ(Crypto().Buffer_Cleanup(der), 1);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+TEST_F(EncodingFaults, EndTheBinaryFormInTheSameWay)
+{
+    const struct {
+        const char *function;
+        int call;
+        const char *message;
+    } cases[] = {
+        {"i2d_PUBKEY", 1, "Error: extracting public key fails\n"},
+        {"CRYPTO_malloc", 1, "Error: creating buffer for DER fromat public key fails\n"},
+        {"i2d_PUBKEY", 2, "Error: creating DER fromat public key fails\n"},
+    };
+    const std::string path = StoredKeyPath("prime256v1.public.pem");
+    for (const auto &[function, call, message] : cases) {
+        for (const bool fromFile : {false, true}) {
+            const auto run = [&, name = function, number = call, text = message] {
+                LibraryFaults faults;
+                faults.fail(name, 0, number);
+                EC_Crypto engine(prime256v1);
+                unsigned char *form = nullptr;
+                std::size_t size = 0;
+                CapturedOutput output;
+                EXPECT_EQ(fromFile ? engine.GetPubKeyBin(Bytes(path), &form, &size)
+                                   : engine.GetPubKeyBin(key.get(), &form, &size),
+                          -1);
+                EXPECT_EQ(output.text(), Error(text));
+                OPENSSL_free(form);
+            };
+            EXPECT_EQ(LeftBehindBy(run), 0);
+        }
+    }
+}
+
+class DigestFaults : public testing::Test {
+protected:
+    ~DigestFaults() override { ERR_clear_error(); }
+
+    void expectDigest(int status, const std::string &messages, const Preparation &prepare)
+    {
+        const auto run = [&] {
+            LibraryFaults faults;
+            prepare(faults);
+            std::string buffer(32, '\0');
+            auto *digest = reinterpret_cast<unsigned char *>(buffer.data());
+            std::size_t size = ~std::size_t{0};
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().CalculateDigest(Bytes("data"), 4, &digest, &size), status);
+            EXPECT_EQ(output.text(), messages);
+            EXPECT_EQ(size, 0u);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+};
+
+TEST_F(DigestFaults, AreReportedWhereThereIsNoMethodOrContext)
+{
+    for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"})
+        expectDigest(-1, Error("unknown message digest "),
+                     [=](LibraryFaults &faults) { faults.fail(function); });
+}
+
+TEST_F(DigestFaults, ShowInTheLengthWhereAStepFails)
+{
+    for (const char *function :
+         {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
+        SCOPED_TRACE(function);
+        expectDigest(1, "", [=](LibraryFaults &faults) { faults.fail(function); });
+    }
+}
+
+TEST_F(DigestFaults, AreLookedForInEachStepInItsOrder)
+{
+    LibraryFaults faults;
+    std::string buffer(32, '\0');
+    auto *digest = reinterpret_cast<unsigned char *>(buffer.data());
+    // The upper half of the length is written, too.
+    std::size_t size = ~std::size_t{0};
+    EXPECT_EQ(Crypto().CalculateDigest(Bytes("data"), 4, &digest, &size), 1);
+    EXPECT_EQ(size, 32u);
+    EXPECT_EQ(faults.callsOf({"EVP_sha256", "EVP_MD_CTX_new", "EVP_MD_CTX_reset", "EVP_DigestInit_ex",
+                              "EVP_DigestUpdate", "EVP_DigestFinal_ex"}),
+              (std::vector<std::string>{"EVP_sha256", "EVP_MD_CTX_new", "EVP_MD_CTX_reset",
+                                        "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}));
+    EXPECT_EQ(buffer, Sha256Of("data"));
+}
+
+const std::string plainLine = "Error: converting public Key to DER Format fails \n";
+const std::string hashError = Error("Error : calculating public Key (DER Format) hash fails\n");
+const std::string formerHashError = Error("Error: calculating PubKey hash fails\n");
+
+/// The hash file of a key, under faults.
+class HashFileFaults : public testing::Test {
+protected:
+    ~HashFileFaults() override { ERR_clear_error(); }
+
+    void expectFailure(const std::string &messages, const Preparation &prepare)
+    {
+        const auto run = [&] {
+            fs::remove(path);
+            WriteFile(path, "old");
+            fs::permissions(path, fs::perms(0444));
+            EC_Crypto engine(prime256v1);
+            LibraryFaults faults;
+            prepare(faults);
+            CapturedOutput errors(2);
+            CapturedOutput output;
+            EXPECT_EQ(engine.SaveHashPubKey(key.get(), Bytes(path)), -1);
+            EXPECT_EQ(output.text(), messages);
+            EXPECT_EQ(errors.text(), "");
+            opened = faults.calls("fopen") > 0;
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+
+    /// The old file keeps its content, but was made writable.
+    void expectOldFile()
+    {
+        EXPECT_FALSE(opened);
+        EXPECT_EQ(ModeOf(path), 0226);
+        fs::permissions(path, fs::perms::owner_all);
+        EXPECT_EQ(ReadFile(path), "old");
+    }
+
+    std::string pathErrors() const
+    {
+        return Error("Error: Reading Device file fails: ") + Error(path) + Error("\n");
+    }
+
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    TemporaryFolder folder;
+    const std::string path = folder / "hash.bin";
+    bool opened = false;
+};
+
+TEST_F(HashFileFaults, StopBeforeTheHashWithoutABuffer)
+{
+    expectFailure(Error("Error: allocating buffer for PubKey hash fails\n"),
+                  [](LibraryFaults &faults) { faults.fail("CRYPTO_malloc"); });
+    expectOldFile();
+}
+
+TEST_F(HashFileFaults, StopAtTheEncodingBeforeTheFileIsOpened)
+{
+    expectFailure(Error("Error: extracting public key fails\n") + plainLine + formerHashError,
+                  [](LibraryFaults &faults) { faults.fail("i2d_PUBKEY"); });
+    expectOldFile();
+    expectFailure(Error("Error: creating buffer for DER fromat public key fails\n") + plainLine +
+                      formerHashError,
+                  [](LibraryFaults &faults) { faults.fail("CRYPTO_malloc", 0, 2); });
+    expectOldFile();
+    expectFailure(Error("Error: creating DER fromat public key fails\n") + plainLine + formerHashError,
+                  [](LibraryFaults &faults) { faults.fail("i2d_PUBKEY", -1, 2); });
+    expectOldFile();
+}
+
+TEST_F(HashFileFaults, StopAtTheDigestBeforeTheFileIsOpened)
+{
+    for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"}) {
+        expectFailure(Error("unknown message digest ") + hashError + formerHashError,
+                      [=](LibraryFaults &faults) { faults.fail(function); });
+        expectOldFile();
+    }
+    // No file claims to be a hash that was never calculated.
+    for (const char *function :
+         {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
+        SCOPED_TRACE(function);
+        expectFailure(hashError + formerHashError, [=](LibraryFaults &faults) { faults.fail(function); });
+        expectOldFile();
+    }
+}
+
+TEST_F(HashFileFaults, AreReportedWithThePathWhereTheFileFails)
+{
+    expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fopen"); });
+    EXPECT_EQ(ReadFile(path), "old");
+    expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fflush", EOF); });
+    expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.spoil("fclose", EOF); });
+    EXPECT_EQ(ModeOf(path), 0226);
+}
+
+TEST_F(HashFileFaults, FindTheFileWritableWhileItIsOpenAndReadOnlyAfterwards)
+{
+    WriteFile(path, "old");
+    fs::permissions(path, fs::perms(0444));
+    EC_Crypto engine(prime256v1);
+    std::vector<int> modes;
+    LibraryFaults faults;
+    for (const char *function : {"CRYPTO_malloc", "fopen", "fwrite", "fflush", "fclose"})
+        faults.before(function, [&] { modes.push_back(ModeOf(path)); });
+    EXPECT_EQ(engine.SaveHashPubKey(key.get(), Bytes(path)), 1);
+    EXPECT_EQ(modes, (std::vector<int>{0226, 0226, 0226, 0226, 0226}));
+    EXPECT_EQ(ModeOf(path), 0444);
+    EXPECT_EQ(ReadFile(path), Sha256Of(PointOf(key.get())));
+    EXPECT_EQ(faults.callsOf({"i2d_PUBKEY", "EVP_DigestFinal_ex", "fopen", "fwrite", "fflush", "fclose"}),
+              (std::vector<std::string>{"i2d_PUBKEY", "i2d_PUBKEY", "EVP_DigestFinal_ex", "fopen", "fwrite",
+                                        "fflush", "fclose"}));
+}
+
+TEST_F(HashFileFaults, OfThePacketsHashAreReportedWithThePath)
+{
+    const std::string messages = Error("Error: Creating file fails: ") + Error(path) + Error("\n");
+    const std::string hash(32, 'h');
+    for (const char *function : {"fopen", "fflush", "fclose"}) {
+        const auto run = [&] {
+            LibraryFaults faults;
+            if (std::string(function) == "fopen")
+                faults.fail(function);
+            else
+                faults.spoil(function, EOF);
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().SaveHashTableHash(Bytes(hash), 32, Bytes(path)), -1);
+            EXPECT_EQ(output.text(), messages);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+    EXPECT_NE(ModeOf(path), 0444);
+}
+
+/// The two PEM writers under faults.
+class KeyFileFaults : public testing::Test {
+protected:
+    ~KeyFileFaults() override { ERR_clear_error(); }
+
+    void expectPrivateKeyFailure(const std::string &message, const Preparation &prepare)
+    {
+        const auto run = [&] {
+            fs::remove(path);
+            WriteFile(path, "old");
+            fs::permissions(path, fs::perms(0400));
+            LibraryFaults faults;
+            prepare(faults);
+            CapturedOutput errors(2);
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().SaveEncPrvKey(Bytes(path), key.get(), Bytes("password"), EVP_aes_256_cbc()),
+                      -1);
+            EXPECT_EQ(output.text(), Error(message));
+            EXPECT_EQ(errors.text(), "");
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(ModeOf(path), 0226);
+    }
+
+    void expectPublicKeyFailure(int status, const std::string &message, int mode, const Preparation &prepare)
+    {
+        const auto run = [&] {
+            fs::remove(path);
+            WriteFile(path, "old");
+            fs::permissions(path, fs::perms(0444));
+            LibraryFaults faults;
+            prepare(faults);
+            CapturedOutput errors(2);
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().SavePubKey(Bytes(path), key.get()), status);
+            EXPECT_EQ(output.text(), Error(message));
+            EXPECT_EQ(errors.text(), "");
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(ModeOf(path), mode);
+    }
+
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    TemporaryFolder folder;
+    const std::string path = folder / "key.pem";
+};
+
+TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileStaysWritable)
+{
+    expectPrivateKeyFailure("Error: creating Key File fails\n",
+                            [](LibraryFaults &faults) { faults.fail("fopen"); });
+    for (const char *function :
+         {"EVP_PKEY2PKCS8", "PKCS5_pbe2_set_iv", "PKCS8_set0_pbe", "PEM_write_PKCS8"}) {
+        SCOPED_TRACE(function);
+        expectPrivateKeyFailure("Error: writing encrypted private Key fails\n",
+                                [=](LibraryFaults &faults) { faults.fail(function); });
+        EXPECT_EQ(fs::file_size(path), 0u);
+    }
+    for (const char *function : {"fflush", "fclose"}) {
+        SCOPED_TRACE(function);
+        expectPrivateKeyFailure("Error: writing encrypted private Key fails\n",
+                                [=](LibraryFaults &faults) { faults.spoil(function, EOF); });
+    }
+}
+
+TEST_F(KeyFileFaults, AreReportedForThePublicKeyWhoseFileBecomesReadOnly)
+{
+    expectPublicKeyFailure(-1, "Error: creating key file fails\n", 0226,
+                           [](LibraryFaults &faults) { faults.fail("fopen"); });
+    expectPublicKeyFailure(0, "Error: writing key fails\n", 0444,
+                           [](LibraryFaults &faults) { faults.fail("PEM_write_PUBKEY"); });
+    EXPECT_EQ(ReadFile(path), "");
+    for (const char *function : {"fflush", "fclose"}) {
+        SCOPED_TRACE(function);
+        expectPublicKeyFailure(0, "Error: writing key fails\n", 0444,
+                               [=](LibraryFaults &faults) { faults.spoil(function, EOF); });
+    }
+}
+
+TEST_F(KeyFileFaults, FindTheFilesWritableUntilTheyAreClosed)
+{
+    for (const bool isPrivate : {true, false}) {
+        fs::remove(path);
+        WriteFile(path, "old");
+        fs::permissions(path, fs::perms(0444));
+        std::vector<int> modes;
+        LibraryFaults faults;
+        const char *const writer = isPrivate ? "PEM_write_PKCS8" : "PEM_write_PUBKEY";
+        for (const char *function : {"fopen", writer, "fflush", "fclose"})
+            faults.before(function, [&] { modes.push_back(ModeOf(path)); });
+        EXPECT_EQ(isPrivate
+                      ? Crypto().SaveEncPrvKey(Bytes(path), key.get(), Bytes("password"), EVP_aes_128_cbc())
+                      : Crypto().SavePubKey(Bytes(path), key.get()),
+                  1);
+        EXPECT_EQ(modes, (std::vector<int>{0226, 0226, 0226, 0226}));
+        EXPECT_EQ(ModeOf(path), isPrivate ? 0400 : 0444);
+        EXPECT_EQ(faults.callsOf({"fopen", writer, "fflush", "fclose"}),
+                  (std::vector<std::string>{"fopen", writer, "fflush", "fclose"}));
+    }
+}
+
+TEST_F(KeyFileFaults, LeaveNoKeyWhereAPublicKeyCannotBeRead)
+{
+    for (const char *function : {"BIO_new", "BIO_write", "PEM_bytes_read_bio"}) {
+        SCOPED_TRACE(function);
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.fail(function);
+            EVP_PKEY *read = nullptr;
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().ReadPubKey(Bytes(StoredKeyPath("prime256v1.public.pem")), &read), 1);
+            EXPECT_EQ(read, nullptr);
+            EXPECT_EQ(output.text(), "");
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+TEST_F(KeyFileFaults, LeaveTheSlowerWayToReadAnEllipticCurveKey)
+{
+    for (const char *function : {"EVP_PKEY_new", "EVP_PKEY_assign"}) {
+        SCOPED_TRACE(function);
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.fail(function);
+            EVP_PKEY *read = nullptr;
+            EXPECT_EQ(Crypto().ReadPubKey(Bytes(StoredKeyPath("prime256v1.public.pem")), &read), 1);
+            const KeyOwner owner(read);
+            ASSERT_NE(read, nullptr);
+            EXPECT_EQ(PointOf(read), PointOf(StoredKey("prime256v1.pem").get()));
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+} // namespace

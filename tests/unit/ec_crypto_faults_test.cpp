@@ -1,0 +1,462 @@
+// What a generation prints, returns, releases and wipes when a library fails under it.
+#include "src/ec_crypto.h"
+
+#include "tests/support/captured_output.h"
+#include "tests/support/library_faults.h"
+#include "tests/support/library_memory.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/test_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/bn.h>
+#include <openssl/err.h>
+#include <openssl/obj_mac.h>
+#include <openssl/x509.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int prime256v1 = 415;
+constexpr int brainpoolP256t1 = 928;
+
+// Some versions of the library take the key to encode without const.
+#if OPENSSL_VERSION_NUMBER >= 0x30000000L
+using PrivateKey = const EVP_PKEY;
+#else
+using PrivateKey = EVP_PKEY;
+#endif
+
+using Preparation = std::function<void(LibraryFaults &)>;
+
+/// The library's queue as a failing function leaves it.
+void raise()
+{
+    ERR_put_error(ERR_LIB_EC, 1, ERR_R_INTERNAL_ERROR, "file", 1);
+}
+
+class EcKeyGenFaults : public testing::Test {
+protected:
+    ~EcKeyGenFaults() override { ERR_clear_error(); }
+
+    void generate(const Preparation &prepare)
+    {
+        const KeyOwner old = FixedKey(prime256v1, 7);
+        EVP_PKEY *key = old.get();
+        CapturedOutput errorOutput(2);
+        CapturedOutput output;
+        LibraryFaults faults;
+        prepare(faults);
+        status = EC_Crypto(prime256v1).KeyGen(&key);
+        EXPECT_EQ(output.text(), "");
+        errors = errorOutput.text();
+        EXPECT_EQ(key == old.get(), status != 1);
+        if (status == 1)
+            EVP_PKEY_free(key);
+        ERR_clear_error();
+    }
+
+    void expectFailure(const Preparation &prepare)
+    {
+        EXPECT_EQ(LeftBehindBy([&] {
+                      generate(prepare);
+                      EXPECT_EQ(status, 0);
+                  }),
+                  0);
+    }
+
+    int status = 0;
+    std::string errors;
+};
+
+/// Every step of a generation, in its order.
+const std::vector<std::string> steps = {
+    "EVP_PKEY_CTX_new_id",  "EVP_PKEY_paramgen_init", setCurveFunction,   "EVP_PKEY_paramgen",
+    "EVP_PKEY_CTX_new",     "EVP_PKEY_keygen_init",   "EVP_PKEY_keygen",  "EVP_PKEY_get1_EC_KEY",
+    "EC_KEY_set_asn1_flag", "EVP_PKEY_assign",        "EC_KEY_check_key",
+};
+
+TEST_F(EcKeyGenFaults, CanComeAtEachStepInItsOrder)
+{
+    LibraryFaults faults;
+    EVP_PKEY *key = nullptr;
+    ASSERT_EQ(EC_Crypto(prime256v1).KeyGen(&key), 1);
+    EVP_PKEY_free(key);
+    EXPECT_EQ(faults.callsOf({"EVP_PKEY_CTX_new_id", "EVP_PKEY_paramgen_init", setCurveFunction,
+                              "EVP_PKEY_paramgen", "EVP_PKEY_CTX_new", "EVP_PKEY_keygen_init",
+                              "EVP_PKEY_keygen", "EVP_PKEY_get1_EC_KEY", "EC_KEY_set_asn1_flag",
+                              "EVP_PKEY_assign", "EC_KEY_check_key"}),
+              steps);
+}
+
+TEST_F(EcKeyGenFaults, EndItWithZeroAndWithoutAWord)
+{
+    for (const std::string &step : steps) {
+        if (step == "EVP_PKEY_keygen" || step == "EC_KEY_set_asn1_flag")
+            continue;
+        SCOPED_TRACE(step);
+        expectFailure([&](LibraryFaults &faults) {
+            faults.before(step, raise);
+            faults.fail(step);
+        });
+        EXPECT_EQ(errors, "");
+    }
+#if OPENSSL_VERSION_NUMBER >= 0x30000000L
+    expectFailure([](LibraryFaults &faults) { faults.fail("OSSL_LIB_CTX_get0_global_default"); });
+    EXPECT_EQ(errors, "");
+#endif
+}
+
+TEST_F(EcKeyGenFaults, ShowTheLibrarysErrorsWhereTheGenerationItselfFails)
+{
+    for (const long result : {0L, -1L, 2L}) {
+        expectFailure([=](LibraryFaults &faults) {
+            faults.before("EVP_PKEY_keygen", raise);
+            faults.fail("EVP_PKEY_keygen", result);
+        });
+        EXPECT_NE(errors.find(":error:"), std::string::npos) << errors;
+        EXPECT_EQ(errors.find('\n'), errors.size() - 1);
+        // Nor is the key taken that is there all the same.
+        expectFailure([=](LibraryFaults &faults) {
+            faults.before("EVP_PKEY_keygen", raise);
+            faults.spoil("EVP_PKEY_keygen", result);
+        });
+        EXPECT_EQ(errors.find('\n'), errors.size() - 1);
+    }
+    expectFailure([](LibraryFaults &faults) { faults.fail("EVP_PKEY_keygen", 1); });
+}
+
+TEST_F(EcKeyGenFaults, AreOnlyZeroInTheStepsBeforeTheGeneration)
+{
+    for (const char *step :
+         {"EVP_PKEY_paramgen_init", setCurveFunction, "EVP_PKEY_paramgen", "EVP_PKEY_keygen_init"}) {
+        SCOPED_TRACE(step);
+        for (const long result : {-1L, -2L, 2L}) {
+            generate([=](LibraryFaults &faults) { faults.spoil(step, result); });
+            EXPECT_EQ(status, 1);
+            EXPECT_EQ(errors, "");
+        }
+    }
+}
+
+TEST_F(EcKeyGenFaults, AreAnyOtherResultOfTheCheck)
+{
+    for (const long result : {0L, -1L, 2L}) {
+        expectFailure([=](LibraryFaults &faults) { faults.fail("EC_KEY_check_key", result); });
+        EXPECT_EQ(errors, "");
+    }
+}
+
+TEST_F(EcKeyGenFaults, WithoutParametersLeadToAContextOfTheKeysKind)
+{
+    LibraryFaults faults;
+    faults.fail("EVP_PKEY_paramgen", -1);
+    EVP_PKEY *key = nullptr;
+    const CapturedOutput errorOutput(2);
+    // Without a curve there is nothing to generate on.
+    EXPECT_EQ(EC_Crypto(prime256v1).KeyGen(&key), 0);
+    EXPECT_EQ(faults.calls("ERR_print_errors_fp"), 1);
+    EXPECT_EQ(key, nullptr);
+    EXPECT_EQ(faults.callsOf({"EVP_PKEY_CTX_new_id", "EVP_PKEY_CTX_new", "EVP_PKEY_keygen"}),
+              (std::vector<std::string>{"EVP_PKEY_CTX_new_id", "EVP_PKEY_CTX_new_id", "EVP_PKEY_keygen"}));
+}
+
+TEST_F(EcKeyGenFaults, InTheSecondContextEndItToo)
+{
+    expectFailure([](LibraryFaults &faults) {
+        faults.fail("EVP_PKEY_paramgen", -1);
+        faults.fail("EVP_PKEY_CTX_new_id", 0, 2);
+    });
+    EXPECT_EQ(errors, "");
+}
+
+TEST_F(EcKeyGenFaults, FindTheNamedCurveFlagAndTheRightKindsOfKeys)
+{
+    LibraryFaults faults;
+    std::vector<int> flags;
+    faults.replace<decltype(EC_KEY_set_asn1_flag)>("EC_KEY_set_asn1_flag", [&](EC_KEY *ec, int flag) {
+        flags.push_back(flag);
+        EC_KEY_set_asn1_flag(ec, flag);
+    });
+    std::vector<int> kinds;
+    faults.replace<decltype(EVP_PKEY_CTX_new_id)>("EVP_PKEY_CTX_new_id", [&](int kind, ENGINE *engine) {
+        kinds.push_back(kind);
+        return kind == EVP_PKEY_EC ? EVP_PKEY_CTX_new_id(kind, engine) : nullptr;
+    });
+    EVP_PKEY *key = nullptr;
+    EXPECT_EQ(EC_Crypto(prime256v1).KeyGen(&key), 1);
+    const KeyOwner owner(key);
+    EXPECT_EQ(Crypto().KeyGen(&key), 0);
+    EXPECT_EQ(flags, (std::vector<int>{OPENSSL_EC_NAMED_CURVE}));
+    EXPECT_EQ(kinds, (std::vector<int>{EVP_PKEY_EC, EVP_PKEY_RSA}));
+}
+
+const std::string aes256Line = Info("AES_256_cbc algorithm is selected for private key encryption\n");
+const std::string primeLine = Info("Generating Prime256v1 keys... \n");
+const std::string privateLine = Info("Private key PEM file created \n");
+const std::string publicLine = Info("Public key PEM file created \n");
+const std::string keyPairError = Error("Error occured while generating Keypair! \n");
+const std::string privateError = Error("Error occured while creating PEM file!\n");
+const std::string publicError = Error("Error occured while creating public key PEM file!\n");
+const std::string hashError = Error("Error occured while creating public key hash file!\n");
+
+/// The private number of a new key as the library made it, before anything else looks at it.
+std::string privateNumberOf(EVP_PKEY *key)
+{
+    std::string bytes(32, '\0');
+    auto *const start = reinterpret_cast<unsigned char *>(bytes.data());
+#if OPENSSL_VERSION_NUMBER >= 0x30000000L
+    BIGNUM *number = nullptr;
+    EXPECT_EQ(EVP_PKEY_get_bn_param(key, "priv", &number), 1);
+    EXPECT_EQ(BN_bn2binpad(number, start, 32), 32);
+    BN_clear_free(number);
+#else
+    EXPECT_EQ(BN_bn2binpad(EC_KEY_get0_private_key(EVP_PKEY_get0_EC_KEY(key)), start, 32), 32);
+#endif
+    return bytes;
+}
+
+/// A generation with its three files, under faults.
+class EcGenerateKeysFaults : public testing::Test {
+protected:
+    ~EcGenerateKeysFaults() override { ERR_clear_error(); }
+
+    /// Makes the memory be searched for the private number of the pair, from its making on.
+    static void lookForTheNewNumber(LibraryFaults &faults, ReleasedMemory &memory)
+    {
+        faults.replace<decltype(EVP_PKEY_keygen)>("EVP_PKEY_keygen",
+                                                  [&memory](EVP_PKEY_CTX *context, EVP_PKEY **key) {
+                                                      const int status = EVP_PKEY_keygen(context, key);
+                                                      memory.lookFor(privateNumberOf(*key));
+                                                      return status;
+                                                  });
+        // Here the library itself leaves the number in a block of its own.
+        faults.replace<decltype(EVP_PKEY2PKCS8)>("EVP_PKEY2PKCS8", [&memory](PrivateKey *key) {
+            PKCS8_PRIV_KEY_INFO *info = nullptr;
+            memory.lookAway([&] { info = EVP_PKEY2PKCS8(key); });
+            return info;
+        });
+    }
+
+    /// Expects the failure after these messages, all released, and the private number wiped from whatever
+    /// memory the library gives back.
+    void expectFailure(const std::string &messages, const Preparation &prepare)
+    {
+        const auto run = [&] {
+            for (const std::string &path : {privatePath, publicPath, hashPath})
+                fs::remove(path);
+            ReleasedMemory memory;
+            LibraryFaults faults;
+            lookForTheNewNumber(faults, memory);
+            prepare(faults);
+            CapturedOutput errors(2);
+            CapturedOutput output;
+            EXPECT_EQ(EC_Crypto(prime256v1)
+                          .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath),
+                                        Bytes("password"), AES256_CBC),
+                      -1);
+            EXPECT_EQ(output.text(), aes256Line + primeLine + messages);
+            EXPECT_EQ(errors.text(), "");
+            EXPECT_TRUE(memory.sawReleases());
+            EXPECT_FALSE(memory.heldTheSecret());
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+
+    void expectFiles(bool privateFile, bool publicFile, bool hashFile)
+    {
+        EXPECT_EQ(fs::exists(privatePath), privateFile);
+        EXPECT_EQ(fs::exists(publicPath), publicFile);
+        EXPECT_EQ(fs::exists(hashPath), hashFile);
+    }
+
+    TemporaryFolder folder;
+    const std::string privatePath = folder / "private.pem";
+    const std::string publicPath = folder / "public.pem";
+    const std::string hashPath = folder / "hash.bin";
+};
+
+TEST_F(EcGenerateKeysFaults, AfterTheGenerationLeaveNoFileAndNoSecret)
+{
+    for (const char *function : {"EVP_PKEY_get1_EC_KEY", "EVP_PKEY_assign", "EC_KEY_check_key"}) {
+        SCOPED_TRACE(function);
+        expectFailure(keyPairError, [=](LibraryFaults &faults) { faults.fail(function); });
+        expectFiles(false, false, false);
+    }
+}
+
+TEST_F(EcGenerateKeysFaults, InTheGenerationShowTheLibrarysErrors)
+{
+    const auto run = [&] {
+        LibraryFaults faults;
+        faults.before("EVP_PKEY_keygen", raise);
+        faults.fail("EVP_PKEY_keygen");
+        CapturedOutput errorOutput(2);
+        CapturedOutput output;
+        EXPECT_EQ(EC_Crypto(prime256v1)
+                      .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath), Bytes("password"),
+                                    AES256_CBC),
+                  -1);
+        EXPECT_EQ(output.text(), aes256Line + primeLine + keyPairError);
+        const std::string errors = errorOutput.text();
+        EXPECT_NE(errors.find(":error:"), std::string::npos) << errors;
+        EXPECT_EQ(errors.find('\n'), errors.size() - 1);
+    };
+    EXPECT_EQ(LeftBehindBy(run), 0);
+    expectFiles(false, false, false);
+}
+
+TEST_F(EcGenerateKeysFaults, BeforeTheGenerationLeaveNoFile)
+{
+    for (const char *function : {"EVP_PKEY_CTX_new_id", "EVP_PKEY_paramgen", "EVP_PKEY_keygen_init"}) {
+        SCOPED_TRACE(function);
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.before(function, raise);
+            faults.fail(function);
+            CapturedOutput errors(2);
+            CapturedOutput output;
+            EXPECT_EQ(EC_Crypto(prime256v1)
+                          .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath),
+                                        Bytes("password"), AES256_CBC),
+                      -1);
+            EXPECT_EQ(output.text(), aes256Line + primeLine + keyPairError);
+            EXPECT_EQ(errors.text(), "");
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+        expectFiles(false, false, false);
+    }
+}
+
+TEST_F(EcGenerateKeysFaults, InThePrivateKeyFileLeaveNoOtherFile)
+{
+    const std::string writingError = Error("Error: writing encrypted private Key fails\n") + privateError;
+    expectFailure(Error("Error: creating Key File fails\n") + privateError,
+                  [](LibraryFaults &faults) { faults.fail("fopen"); });
+    expectFiles(false, false, false);
+    for (const char *function :
+         {"EVP_PKEY2PKCS8", "PKCS5_pbe2_set_iv", "PKCS8_set0_pbe", "PEM_write_PKCS8"}) {
+        SCOPED_TRACE(function);
+        expectFailure(writingError, [=](LibraryFaults &faults) { faults.fail(function); });
+        expectFiles(true, false, false);
+        EXPECT_EQ(fs::file_size(privatePath), 0u);
+    }
+    for (const char *function : {"fflush", "fclose"}) {
+        SCOPED_TRACE(function);
+        expectFailure(writingError, [=](LibraryFaults &faults) { faults.spoil(function, EOF); });
+        expectFiles(true, false, false);
+    }
+}
+
+TEST_F(EcGenerateKeysFaults, InThePublicKeyFileKeepThePrivateKey)
+{
+    expectFailure(privateLine + Error("Error: creating key file fails\n") + publicError,
+                  [](LibraryFaults &faults) { faults.fail("fopen", 0, 2); });
+    expectFiles(true, false, false);
+    expectFailure(privateLine + Error("Error: writing key fails\n") + publicError,
+                  [](LibraryFaults &faults) { faults.fail("PEM_write_PUBKEY"); });
+    expectFiles(true, true, false);
+    EXPECT_EQ(ModeOf(privatePath), 0400);
+    EXPECT_EQ(ModeOf(publicPath), 0444);
+    expectFailure(privateLine + Error("Error: writing key fails\n") + publicError,
+                  [](LibraryFaults &faults) { faults.spoil("fclose", EOF, 2); });
+    expectFiles(true, true, false);
+}
+
+TEST_F(EcGenerateKeysFaults, InTheHashFileKeepBothKeys)
+{
+    const std::string before = privateLine + publicLine;
+    const std::string plainLine = "Error: converting public Key to DER Format fails \n";
+    const std::string formerError = Error("Error: calculating PubKey hash fails\n") + hashError;
+    const struct {
+        const char *function;
+        int call;
+        std::string messages;
+    } cases[] = {
+        {"CRYPTO_malloc", 1, Error("Error: allocating buffer for PubKey hash fails\n") + hashError},
+        {"i2d_PUBKEY", 1, Error("Error: extracting public key fails\n") + plainLine + formerError},
+        {"CRYPTO_malloc", 2,
+         Error("Error: creating buffer for DER fromat public key fails\n") + plainLine + formerError},
+        {"i2d_PUBKEY", 2, Error("Error: creating DER fromat public key fails\n") + plainLine + formerError},
+        {"EVP_sha256", 1,
+         Error("unknown message digest ") +
+             Error("Error : calculating public Key (DER Format) hash fails\n") + formerError},
+        {"EVP_MD_CTX_new", 1,
+         Error("unknown message digest ") +
+             Error("Error : calculating public Key (DER Format) hash fails\n") + formerError},
+        {"EVP_DigestUpdate", 1,
+         Error("Error : calculating public Key (DER Format) hash fails\n") + formerError},
+        {"fopen", 3, Error("Error: Reading Device file fails: ") + Error(hashPath) + Error("\n") + hashError},
+    };
+    for (const auto &[function, call, messages] : cases) {
+        SCOPED_TRACE(std::string(function) + " " + std::to_string(call));
+        expectFailure(before + messages, [name = function, number = call](LibraryFaults &faults) {
+            faults.fail(name, 0, number);
+        });
+        expectFiles(true, true, false);
+        EXPECT_EQ(ModeOf(privatePath), 0400);
+        EXPECT_EQ(ModeOf(publicPath), 0444);
+    }
+}
+
+TEST_F(EcGenerateKeysFaults, NeedNotComeForTheSecretToBeWiped)
+{
+    const auto run = [&] {
+        ReleasedMemory memory;
+        LibraryFaults faults;
+        lookForTheNewNumber(faults, memory);
+        EXPECT_EQ(EC_Crypto(brainpoolP256t1)
+                      .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath), Bytes("password"),
+                                    AES128_CBC),
+                  1);
+        EXPECT_FALSE(memory.heldTheSecret());
+    };
+    CapturedOutput output;
+    EXPECT_EQ(LeftBehindBy(run), 0);
+}
+
+TEST_F(EcGenerateKeysFaults, FindStandardOutputFlushedBetweenTheSteps)
+{
+    CapturedOutput output;
+    LibraryFaults faults;
+    EXPECT_EQ(EC_Crypto(prime256v1)
+                  .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath), Bytes("password"),
+                                AES256_CBC),
+              1);
+    output.text();
+    const std::vector<std::string> order = {"fflush(stdout)", "EVP_PKEY_keygen", "EC_KEY_check_key",
+                                            "fflush(stdout)", "PEM_write_PKCS8", "PEM_write_PUBKEY",
+                                            "EVP_sha256",     "fflush(stdout)"};
+    EXPECT_EQ(faults.callsOf({"fflush(stdout)", "EVP_PKEY_keygen", "EC_KEY_check_key", "PEM_write_PKCS8",
+                              "PEM_write_PUBKEY", "EVP_sha256"}),
+              order);
+    EXPECT_EQ(faults.calls("fopen"), faults.calls("fclose"));
+}
+
+TEST_F(EcGenerateKeysFaults, OfTheCipherAreNotFlushedAndThoseOfTheCurveAre)
+{
+    CapturedOutput output;
+    LibraryFaults faults;
+    EC_Crypto engine;
+    const auto generate = [&](CIHERTYPE cipher) {
+        return engine.GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath), Bytes("password"),
+                                   cipher);
+    };
+    EXPECT_EQ(generate(static_cast<CIHERTYPE>(2)), -1);
+    EXPECT_EQ(faults.calls("fflush(stdout)"), 0);
+    EXPECT_EQ(generate(AES256_CBC), -1);
+    EXPECT_EQ(faults.calls("fflush(stdout)"), 1);
+    for (const int nid : {0, prime256v1, brainpoolP256t1})
+        engine.SetCurveNID(nid);
+    EXPECT_EQ(faults.calls("fflush(stdout)"), 4);
+    EXPECT_EQ(faults.calls("fopen"), 0);
+}
+
+} // namespace
