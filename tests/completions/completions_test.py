@@ -214,6 +214,8 @@ class Completion(unittest.TestCase):
         self.assert_candidates(["keygen -pwd k", "keygen -pwd first second k"], set())
 
     def test_offers_options_again_after_a_password(self):
+        self.assert_completed("keygen -pwd 1111 2222 3333 4444 5555 6666 7777 8888 -ab",
+                              ["-pwd", "1111", "2222", "3333", "4444", "5555", "6666", "7777", "8888", "-abs"])
         self.assert_candidates(["keygen -pwd first -"], OPTIONS - {"-pwd", "--password"}
                                if SHELL == "zsh" else OPTIONS)
 
