@@ -28,7 +28,8 @@ ENVIRONMENT = {"PATH": os.environ["PATH"], "TERM": "dumb", "LC_ALL": "C.UTF-8", 
 class TerminalShell:
     """An interactive shell on a pseudo-terminal, in which lines are typed."""
 
-    END = "end-of-the-list"
+    END = re.compile(r"^end-of-the-list\r?\n", re.M)
+    PROMPT = re.compile(r"PROMPT>")
 
     def __init__(self, command, setup, folder):
         environment = dict(ENVIRONMENT, HOME=folder)
@@ -38,6 +39,7 @@ class TerminalShell:
             os.execvpe(command[0], command, environment)
         self.pid = pid
         self.read = ""
+        # The prompt shows that the shell listens; what comes earlier, the terminal takes as plain text.
         for line in setup:
             self.type(line + "\n")
         self.type("echo end-of-''the-list\n")
@@ -46,18 +48,22 @@ class TerminalShell:
     def type(self, text):
         os.write(self.terminal, text.encode())
 
-    def read_to_end(self):
-        """What was written up to the end marker's own line.
-
-        The next line may be typed only when the prompt stands behind it: before, the terminal is not the shell's
-        line editor's, and takes keys in its own way.
-        """
+    def read_to(self, pattern):
+        """What was written up to `pattern`."""
         deadline = time.monotonic() + 60
-        while not re.search(r"^%s\r?\n.*PROMPT>" % self.END, self.read, re.M | re.S):
+        while not pattern.search(self.read):
             if not select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))[0]:
                 raise TimeoutError(self.read)
             self.read += os.read(self.terminal, 65536).decode()
-        before, self.read = re.split(r"^%s\r?\n" % self.END, self.read, maxsplit=1, flags=re.M)
+        before, self.read = pattern.split(self.read, maxsplit=1)
+        return before
+
+    def read_to_end(self):
+        """What was written up to the end marker's own line."""
+        before = self.read_to(self.END)
+        self.read_to(self.PROMPT)
+        # It belongs to the next line.
+        self.read = "PROMPT>" + self.read
         return before
 
     def after_tab(self, line, rest):
@@ -106,7 +112,7 @@ class Zsh(TerminalShell):
             ["PROMPT='PROMPT>'; unsetopt ZLE_BRACKETED_PASTE 2>/dev/null; unset zle_bracketed_paste",
              "setopt NO_BEEP NO_ALWAYS_LAST_PROMPT LIST_PACKED NO_LIST_AMBIGUOUS; LISTMAX=1000; bindkey -e",
              f"fpath=('{COMPLETIONS}' $fpath); autoload -Uz compinit; compinit -u -D",
-             "zstyle ':completion:*' list-separator '#'", PROGRAM], folder)
+             "zstyle ':completion:*' list-separator '#'; zstyle ':completion:*' insert-tab false", PROGRAM], folder)
 
     @staticmethod
     def words_of(line):
@@ -208,6 +214,8 @@ class Completion(unittest.TestCase):
         self.assert_candidates(["keygen -pwd k", "keygen -pwd first second k"], set())
 
     def test_offers_options_again_after_a_password(self):
+        self.assert_completed("keygen -pwd 1111 2222 3333 4444 5555 6666 7777 8888 -ab",
+                              ["-pwd", "1111", "2222", "3333", "4444", "5555", "6666", "7777", "8888", "-abs"])
         self.assert_candidates(["keygen -pwd first -"], OPTIONS - {"-pwd", "--password"}
                                if SHELL == "zsh" else OPTIONS)
 
