@@ -177,11 +177,11 @@ TEST_F(RsaKeyGen, ReturnsZeroWhenItCannotBeSetUp)
     failures.emplace_back("OSSL_LIB_CTX_get0_global_default", 0);
 #endif
     nameReasons();
-    for (const auto &[function, result] : failures) {
-        SCOPED_TRACE(function);
+    for (const auto &failure : failures) {
+        SCOPED_TRACE(failure.first);
         expectFailure(0, "", [&](LibraryFaults &faults) {
-            faults.before(function, [] { raise(ERR_LIB_RSA, longReason); });
-            faults.fail(function, result);
+            faults.before(failure.first, [] { raise(ERR_LIB_RSA, longReason); });
+            faults.fail(failure.first, failure.second);
         });
         expectNoErrorShown();
     }

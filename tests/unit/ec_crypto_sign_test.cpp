@@ -282,12 +282,12 @@ TEST(EcSignature, FailsAtEachStepWithItsOwnMessage)
         {"CRYPTO_malloc", 0, "Error: allocating signature buffer fails \n"},
         {"ECDSA_sign", 0, "Error: Creating ECDSA signature fails!\n"},
     };
-    for (const auto &[function, result, message] : cases) {
-        SCOPED_TRACE(function);
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.function);
         const auto run = [&] {
             LibraryFaults faults;
-            faults.fail(function, result);
-            expectNoSignature(key.get(), message);
+            faults.fail(each.function, each.result);
+            expectNoSignature(key.get(), each.message);
         };
         EXPECT_EQ(LeftBehindBy(run), 0);
     }
