@@ -178,6 +178,27 @@ TEST_F(FolderOfAFile, IsTheFoldersParentForAPathWithATrailingSlash)
     EXPECT_FALSE(fs::exists(folder / "out"));
 }
 
+TEST_F(FolderOfAFile, IsTheWorkingFolderForAnEmptyPath)
+{
+    EXPECT_EQ(outcome(""), "true");
+}
+
+TEST_F(FolderOfAFile, KeepsItsDoubledSlashes)
+{
+    EXPECT_EQ(outcome("a//b//c.pem", "y\n"), question("a//b/") + "true");
+    EXPECT_TRUE(isFolder("a/b"));
+}
+
+// No folder has so long a path, and none of its parents, nor of shorter ones, is created for it.
+TEST_F(FolderOfAFile, CannotBeCreatedUnderAPathOfMoreThan32KiB)
+{
+    const std::string longFolder = "a/" + std::string(70000, 'n');
+    EXPECT_EQ(outcome(longFolder + "/c.pem", "y\n"), question(longFolder) + "false");
+    const std::string longName = std::string(70000, 'n');
+    EXPECT_EQ(outcome("b/" + longName, "n\n"), question("b") + "false");
+    EXPECT_FALSE(fs::exists(folder / "b"));
+}
+
 TEST_F(FolderOfAFile, MayHaveANameThatIsNotAscii)
 {
     EXPECT_EQ(outcome("clés/privée.pem", "y\n"), question("clés") + "true");

@@ -5,12 +5,16 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <string>
-
-#include <unistd.h>
+#include <thread>
 
 namespace {
 
@@ -77,6 +81,32 @@ TEST(ReadLine, GuessesNoOtherEncodingFromTheFirstBytes)
     EXPECT_TRUE(answers("L", "\xFF\xFE"
                              "ab\n")
                     .ends_with("ab>"));
+}
+
+TEST(ReadLine, DropsAByteOrderMarkAtTheStartOnly)
+{
+    EXPECT_EQ(answers("LL", "\xEF\xBB\xBFpass\n\xEF\xBB\xBFpass\n"), "<pass><\xEF\xBB\xBFpass>");
+    EXPECT_EQ(answers("L", "\xEF\xBB\xBF\xEF\xBB\xBFpass\n"), "<\xEF\xBB\xBFpass>");
+    EXPECT_EQ(answers("L", "pass\xEF\xBB\xBF\n"), "<pass\xEF\xBB\xBF>");
+}
+
+TEST(ReadLine, TellsWhetherALineIsUtf8)
+{
+    const ChildRun run = RunInChild(
+        [] {
+            for (int i = 0; i < 5; ++i) {
+                bool valid = i % 2 == 0;
+                ReadLine(&valid);
+                std::fputs(valid ? "valid " : "invalid ", stdout);
+            }
+        },
+        {.input = "clé\nclé\na\xE9z\na\xE2\x82\n"});
+    EXPECT_EQ(run.output, "valid valid invalid invalid valid ");
+}
+
+TEST(ReadLine, MarksBytesThatAreNoUtf8)
+{
+    EXPECT_EQ(answers("LL", "a\xFFz\nnext\n"), "<a\xEF\xBF\xBDz><next>");
 }
 
 TEST(ReadLine, ReadsLongLines)
@@ -174,6 +204,38 @@ TEST(EndOfInput, PassesWhenMoreArrives)
         },
         {.inputFile = path});
     EXPECT_EQ(run.output, "<one><><><two>< three><four><>");
+}
+
+TEST(AnswersThatComeLate, AreWaitedForOnANonBlockingDescriptor)
+{
+    const ChildRun run = RunInChild([] {
+        std::array<int, 2> ends = {};
+        if (pipe2(ends.data(), O_NONBLOCK) != 0)
+            std::abort();
+        dup2(ends[0], STDIN_FILENO);
+        std::thread late([&ends] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            dprintf(ends[1], "answer\n");
+        });
+        readBy("L");
+        late.join();
+    });
+    EXPECT_EQ(run.output, "<answer>");
+}
+
+TEST(AnswersThatComeInPieces, AreReadAsTheyCome)
+{
+    const ChildRun run = RunInChild([] {
+        std::array<int, 2> ends = {};
+        if (pipe(ends.data()) != 0)
+            std::abort();
+        dup2(ends[0], STDIN_FILENO);
+        dprintf(ends[1], "one\ntw");
+        readBy("L");
+        dprintf(ends[1], "o three\n");
+        readBy("WL");
+    });
+    EXPECT_EQ(run.output, "<one><two>< three>");
 }
 
 TEST(Questions, StandOnTheScreenBeforeTheAnswerIsWaitedFor)
