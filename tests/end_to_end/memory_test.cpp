@@ -84,7 +84,7 @@ TEST(Memory, IsCleanWithoutAPasswordAndOverRandomDataThatCannotBeWritten)
 TEST(Memory, ThatIsMissingForRandomDataIsReported)
 {
     const TemporaryFolder folder;
-    WriteFile(folder / "old.bin", "contents");
+    PutFile(folder, "old.bin", "contents");
     for (const char *path : {"new.bin", "old.bin"}) {
         const ProgramResult run =
             RunInShell(folder, "ulimit -v 1000000; exec \"$@\"", {"-rand", "2147483647", path});

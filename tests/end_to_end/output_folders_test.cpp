@@ -77,7 +77,7 @@ TEST(OutputFolders, AreAskedForOneByOne)
 TEST(OutputFolders, ThatCannotBeCreatedEndTheRun)
 {
     const TemporaryFolder folder;
-    WriteFile(folder / "new", "a file");
+    PutFile(folder, "new", "a file");
     EXPECT_TRUE(EndedAsIn(RunIn(folder, pairInNewFolder, "y\n"), 1, "folder_declined.txt"));
     EXPECT_EQ(FilesIn(folder), "0644 6 new\n");
 }

@@ -69,7 +69,7 @@ TEST(RandomData, HoldsEveryByteValueAboutAsOften)
 TEST(RandomData, ReplacesAnOlderFileAfterANotice)
 {
     const TemporaryFolder folder;
-    WriteFile(folder / "noise.bin", std::string(5000, 'x'));
+    PutFile(folder, "noise.bin", std::string(5000, 'x'));
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-rand", "16", "noise.bin"}), 0, "random_data_overwritten.txt"));
     EXPECT_EQ(FilesIn(folder), "0644 16 noise.bin\n");
     const std::string first = ReadFile(folder / "noise.bin");
@@ -167,7 +167,7 @@ TEST(RandomData, TakesAnythingElseForZero)
 TEST(RandomData, RefusesANegativeSizeAndTouchesNoFile)
 {
     const TemporaryFolder folder;
-    WriteFile(folder / "old.bin", "contents");
+    PutFile(folder, "old.bin", "contents");
     for (const char *size : {"-1", "-5", "-2147483648"}) {
         for (const char *path : {"new.bin", "old.bin"})
             EXPECT_TRUE(Ended(RunIn(folder, {"-rand", std::string(" ") + size, path}), 1,

@@ -221,9 +221,12 @@ TEST(KeyFileChecks, CanFail)
     EXPECT_FALSE(pairPassesChecks(pair, kinds[1], "correct horse"));
     EXPECT_FALSE(pairPassesChecks(pair, kinds[2], "correct horse"));
     const Pair other(kinds[0]);
-    fs::copy_file(other.folder / "keys/publicKeyhash.bin", pair.folder / "keys/publicKeyhash.bin",
-                  fs::copy_options::overwrite_existing);
-    EXPECT_FALSE(pairPassesChecks(pair, kinds[0], "correct horse"));
+    EXPECT_FALSE(passesChecks(pair.folder,
+                              {"pair", "prime256v1", "aes256", "keys/privateKey.pem", "keys/publicKey.pem",
+                               other.folder / "keys/publicKeyhash.bin", "correct horse"}));
+    EXPECT_FALSE(passesChecks(pair.folder, {"pair", "prime256v1", "aes256", "keys/privateKey.pem",
+                                            other.folder / "keys/publicKey.pem",
+                                            other.folder / "keys/publicKeyhash.bin", "correct horse"}));
 }
 
 TEST(KeyFileChecks, ConfirmPasswordsOfEveryLengthAndScript)

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int usualUmask = 022;
 /// Seconds after which a run that waits for an answer is given up.
-constexpr int patience = 20;
+constexpr int patience = 60;
 
 testing::AssertionResult endedWell(const ProgramResult &run, int status)
 {
@@ -59,6 +59,12 @@ ProgramResult RunInShell(const TemporaryFolder &folder, const std::string &scrip
                       .folder = folder.path().string(),
                       .umask = usualUmask,
                       .secondsToLive = patience});
+}
+
+void PutFile(const TemporaryFolder &folder, const std::string &name, const std::string &content)
+{
+    WriteFile(folder / name, content);
+    fs::permissions(folder / name, fs::perms(0644));
 }
 
 testing::AssertionResult Ended(const ProgramResult &run, int status, const std::string &output)

@@ -18,6 +18,9 @@ ProgramResult RunIn(const TemporaryFolder &folder, const std::vector<std::string
 ProgramResult RunInShell(const TemporaryFolder &folder, const std::string &script,
                          const std::vector<std::string> &arguments);
 
+/// Puts a file with the mode 0644 into `folder`, whatever the umask of the tests.
+void PutFile(const TemporaryFolder &folder, const std::string &name, const std::string &content);
+
 /// Succeeds when the run ended with `status`, after printing `output` and nothing on standard error.
 testing::AssertionResult Ended(const ProgramResult &run, int status, const std::string &output);
 
