@@ -286,6 +286,8 @@ TEST_F(HashFileFaults, StopAtTheDigestBeforeTheFileIsOpened)
 TEST_F(HashFileFaults, AreReportedWithThePathWhereTheFileFails)
 {
     expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fopen"); });
+    EXPECT_EQ(ModeOf(path), 0226);
+    fs::permissions(path, fs::perms::owner_all); // to read it
     EXPECT_EQ(ReadFile(path), "old");
     expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fflush", EOF); });
     expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.spoil("fclose", EOF); });
