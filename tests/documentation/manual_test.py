@@ -174,7 +174,8 @@ class Quirks(InTemporaryFolder):
             self.assertEqual((self.folder / f"{size}.bin").stat().st_size, 0)
 
     def test_a_folder_named_hash_loses_the_hash_files_of_a_packet(self):
-        self.assert_says("becomes Hash; no folder is created under the new name, and where there is none the pairs fail.")
+        self.assert_says("becomes Hash; no folder is created under the new name, and where there is none the pairs "
+                         "fail.")
         self.assertEqual(self.keygen("-abs", "hashes", "-n", "8", "-pwd", *PASSWORDS).returncode, 0)
         self.assertEqual([each.name for each in self.folder.iterdir()], ["hashes"])
         self.assertEqual([each.name for each in self.folder.glob("hashes/publicKeyHash*")], [])
