@@ -12,7 +12,11 @@ BUILD = os.path.realpath(os.environ["KEYGEN_BUILD"])
 VERSION = os.environ["KEYGEN_VERSION"]
 TREE = pathlib.Path(__file__).resolve().parents[2]
 
-PROGRAMS = {"bin/keygen", "share/doc/keygen/verify/check-pair.sh", "share/doc/keygen/verify/check_packet.py"}
+PROGRAMS = {
+    "bin/keygen",
+    "share/doc/keygen/docs/verify/check-pair.sh",
+    "share/doc/keygen/docs/verify/check_packet.py",
+}
 DATA = {
     "share/man/man1/keygen.1",
     "share/bash-completion/completions/keygen",
@@ -21,8 +25,11 @@ DATA = {
     "share/doc/keygen/LICENSE",
     "share/doc/keygen/README.md",
     "share/doc/keygen/CHANGELOG.md",
-    "share/doc/keygen/files.md",
-    "share/doc/keygen/verify.md",
+    "share/doc/keygen/docs/files.md",
+    "share/doc/keygen/docs/verify.md",
+    "share/doc/keygen/docs/security.md",
+    "share/doc/keygen/docs/screens/pair.svg",
+    "share/doc/keygen/docs/screens/dialogue.svg",
 }
 
 
@@ -66,6 +73,15 @@ class Installation(unittest.TestCase):
         self.addCleanup(os.umask, mask)
         self.install(self.folder / "prefix")
         self.assert_holds_the_program(self.folder / "prefix")
+
+    def test_the_links_of_the_documents_lead_somewhere(self):
+        self.install(self.folder)
+        links = 0
+        for document in (self.folder / "share/doc/keygen").rglob("*.md"):
+            for target in re.findall(r"\]\(([^):#]+)\)", document.read_text("utf-8")):
+                links += 1
+                self.assertTrue((document.parent / target).is_file(), f"{document.name}: {target}")
+        self.assertGreater(links, 5)
 
     def test_the_manual_carries_the_version(self):
         self.install(self.folder)
