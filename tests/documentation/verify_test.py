@@ -103,8 +103,9 @@ class Scripts(InTemporaryFolder):
 
     def test_refuse_what_is_not_a_key(self):
         folder = self.packet("packet", "prime256v1")
-        replace(folder / "publicKey07.pem", b"no key\n")
-        self.assert_refused(check_packet(folder), "publicKey07.pem: no key")
+        for content in (b"no key\n", b""):
+            replace(folder / "publicKey07.pem", content)
+            self.assert_refused(check_packet(folder), "publicKey07.pem: no key\n")
 
 
 if __name__ == "__main__":
