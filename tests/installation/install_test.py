@@ -38,6 +38,14 @@ def run(*command, **options):
                           universal_newlines=True, **options)
 
 
+def sources():
+    """The files of the tree, without the tests, and without what was built or made there."""
+    for pattern in ("CMake*", "*.md", "LICENSE"):
+        yield from TREE.glob(pattern)
+    for folder in (".ci", ".github", "bench", "cmake", "completions", "docs", "keygen", "man", "script", "src"):
+        yield from (each for each in (TREE / folder).rglob("*") if each.is_file())
+
+
 class Installation(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -96,6 +104,13 @@ class Installation(unittest.TestCase):
         for search_path in re.findall(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]", dynamic):
             for folder in search_path.split(":"):
                 self.assertFalse(f"{folder}/".startswith(f"{BUILD}/"), folder)
+
+    def test_the_version_stands_in_one_place(self):
+        # The changes have entries for versions, and the screens are drawn from runs.
+        elsewhere = ["CHANGELOG.md", "docs/screens/pair.svg", "docs/screens/dialogue.svg"]
+        found = [str(each.relative_to(TREE)) for each in sources() if VERSION.encode() in each.read_bytes()]
+        self.assertEqual(sorted(found), sorted(["CMakeLists.txt", *elsewhere]))
+        self.assertEqual((TREE / "CMakeLists.txt").read_text("utf-8").count(VERSION), 1)
 
     def test_the_newest_entry_of_the_changes_is_this_version(self):
         changes = (TREE / "CHANGELOG.md").read_text("utf-8")
