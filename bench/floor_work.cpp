@@ -20,6 +20,7 @@ namespace {
 
 using Point = std::array<unsigned char, 64>;
 using Digest = std::array<unsigned char, SHA256_DIGEST_LENGTH>;
+using KeyReader = EVP_PKEY *(std::FILE *file);
 
 void require(bool condition)
 {
@@ -125,22 +126,37 @@ EVP_PKEY *generate(int nid)
     return key;
 }
 
-Point readPoint(const std::string &path)
+EVP_PKEY *readPlainly(std::FILE *file)
 {
-    BIO *const file = BIO_new_file(path.c_str(), "rb");
+    return PEM_read_PUBKEY(file, nullptr, nullptr, nullptr);
+}
+
+EVP_PKEY *readDirectly(std::FILE *file)
+{
     char *name = nullptr;
     unsigned char *encoding = nullptr;
     long size = 0;
-    require(PEM_bytes_read_bio(&encoding, &size, &name, PEM_STRING_PUBLIC, file, nullptr, nullptr) == 1);
+    BIO *const content = BIO_new_fp(file, BIO_NOCLOSE);
+    require(PEM_bytes_read_bio(&encoding, &size, &name, PEM_STRING_PUBLIC, content, nullptr, nullptr) == 1);
     const unsigned char *cursor = encoding;
     EC_KEY *const ec = d2i_EC_PUBKEY(nullptr, &cursor, size);
     EVP_PKEY *const key = EVP_PKEY_new();
     require(EVP_PKEY_assign(key, EVP_PKEY_EC, ec) == 1);
-    const Point point = pointOf(key);
-    EVP_PKEY_free(key);
     OPENSSL_free(encoding);
     OPENSSL_free(name);
-    BIO_free(file);
+    BIO_free(content);
+    return key;
+}
+
+Point readPoint(const std::string &path, KeyReader *reader)
+{
+    std::FILE *const file = std::fopen(path.c_str(), "rb");
+    require(file != nullptr);
+    EVP_PKEY *const key = reader(file);
+    require(key != nullptr);
+    const Point point = pointOf(key);
+    EVP_PKEY_free(key);
+    std::fclose(file);
     return point;
 }
 
@@ -162,9 +178,7 @@ const char *hashName(int count)
     return count > 1 ? "publicKeyHash" : "publicKeyhash";
 }
 
-} // namespace
-
-void DoFloorWork(int nid, int count, const char *folder)
+void doWork(int nid, int count, const char *folder, KeyReader *reader)
 {
     mkdir(folder, 0777);
     std::vector<Point> points;
@@ -178,13 +192,13 @@ void DoFloorWork(int nid, int count, const char *folder)
         writeDigest(sha256(point.data(), point.size()), fileName(folder, hashName(count), count, i, ".bin"));
         EVP_PKEY_free(key);
         if (count > 1)
-            points.push_back(readPoint(publicKey));
+            points.push_back(readPoint(publicKey, reader));
     }
     if (count > 1)
         writeTableHash(nid, points, folder);
 }
 
-void DoLeanWork(int nid, int count, const char *folder)
+void doLeanWork(int nid, int count, const char *folder, bool check)
 {
     mkdir(folder, 0777);
     EC_GROUP *const group = EC_GROUP_new_by_curve_name(nid);
@@ -192,6 +206,7 @@ void DoLeanWork(int nid, int count, const char *folder)
     for (int i = 0; i < count; ++i) {
         EC_KEY *const ec = EC_KEY_new();
         require(EC_KEY_set_group(ec, group) == 1 && EC_KEY_generate_key(ec) == 1);
+        require(!check || EC_KEY_check_key(ec) == 1);
         EVP_PKEY *const key = EVP_PKEY_new();
         require(EVP_PKEY_assign(key, EVP_PKEY_EC, ec) == 1);
         writePrivateKey(key, fileName(folder, "privateKey", count, i, ".pem"),
@@ -205,4 +220,26 @@ void DoLeanWork(int nid, int count, const char *folder)
     EC_GROUP_free(group);
     if (count > 1)
         writeTableHash(nid, points, folder);
+}
+
+} // namespace
+
+void DoPlainWork(int nid, int count, const char *folder)
+{
+    doWork(nid, count, folder, readPlainly);
+}
+
+void DoDirectWork(int nid, int count, const char *folder)
+{
+    doWork(nid, count, folder, readDirectly);
+}
+
+void DoLeanWork(int nid, int count, const char *folder)
+{
+    doLeanWork(nid, count, folder, true);
+}
+
+void DoUncheckedWork(int nid, int count, const char *folder)
+{
+    doLeanWork(nid, count, folder, false);
 }

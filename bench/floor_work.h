@@ -3,9 +3,16 @@
 #pragma once
 
 /// Generates `count` key pairs on the curve `nid` into the folder `folder`, private keys under AES-256-CBC
-/// and the passwords "password 0" onwards, by the calls that a careful program makes: generic key generation,
-/// a check of each key, each public key read back from its file. With `count` 8 the table hash too.
-void DoFloorWork(int nid, int count, const char *folder);
+/// and the passwords "password 0" onwards, by the library's plain calls: generic key generation, a check of
+/// each key, each public key of a packet read back from its file. With `count` 8 the table hash too.
+void DoPlainWork(int nid, int count, const char *folder);
 
-/// The same files by the cheapest calls the library has: one curve object, no check, nothing read back.
+/// The same, but the public keys are read back without a search for their decoder.
+void DoDirectWork(int nid, int count, const char *folder);
+
+/// The same files by the cheapest calls the library has: one curve object, nothing read back. The keys are
+/// checked.
 void DoLeanWork(int nid, int count, const char *folder);
+
+/// The lean work without the check of the keys: what the files alone cost.
+void DoUncheckedWork(int nid, int count, const char *folder);
