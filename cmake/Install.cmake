@@ -18,7 +18,11 @@ install(FILES completions/keygen.bash
 install(FILES completions/_keygen DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 install(FILES completions/keygen.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 
-install(FILES LICENSE README.md CHANGELOG.md docs/files.md docs/verify.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(PROGRAMS docs/verify/check-pair.sh docs/verify/check_packet.py DESTINATION "${CMAKE_INSTALL_DOCDIR}/verify")
+# The documents lie to each other as they do in the tree, so that their links lead somewhere.
+install(FILES LICENSE README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES docs/files.md docs/verify.md docs/security.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
+install(FILES docs/screens/pair.svg docs/screens/dialogue.svg DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/screens")
+install(PROGRAMS docs/verify/check-pair.sh docs/verify/check_packet.py
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/verify")
 
 include(Package)

@@ -14,8 +14,10 @@ differs() {
     exit 1
 }
 
-# The private key opens, is sound, and belongs to the public key.
-openssl pkey -in "$private" "$@" -check -noout >"$work/report" || differs "$private: not a sound private key"
+# The private key opens, is sound, and belongs to the public key. OpenSSL 1.1.1 ends with 0 over an unsound key, too.
+if ! openssl pkey -in "$private" "$@" -check -noout >"$work/report" || ! grep -qx 'Key is valid' "$work/report"; then
+    differs "$private: not a sound private key"
+fi
 openssl pkey -in "$private" "$@" -pubout -out "$work/public.pem"
 cmp -s "$work/public.pem" "$public" || differs "$public: not the public key of $private"
 

@@ -22,7 +22,7 @@ def public_key(path):
     """The curve's name, its number, and the 64 bytes of X and Y."""
     pem = path.read_text("ascii")
     lines = pem.splitlines()
-    check(lines[0] == "-----BEGIN PUBLIC KEY-----" and lines[-1] == "-----END PUBLIC KEY-----", f"{path}: no key")
+    check(lines[:1] == ["-----BEGIN PUBLIC KEY-----"] and lines[-1] == "-----END PUBLIC KEY-----", f"{path}: no key")
     der = base64.b64decode("".join(lines[1:-1]), validate=True)
     check(der[:-64] in CURVES, f"{path}: not a key on one of the two curves")
     name, number = CURVES[der[:-64]]

@@ -27,6 +27,12 @@ class Manual(unittest.TestCase):
                  if "referenced manual not found: Xr" not in line and not line.startswith("mandoc: outdated mandoc.db")]
         self.assertEqual(found, [])
 
+    def test_no_line_is_wider_than_the_usual_terminal(self):
+        shown = self.run_tool("man", "-E", "UTF-8", "-l", "-P", "cat", MANUAL).stdout
+        self.assertIn("EXAMPLES", shown)
+        # Without a terminal, man writes no bold letters.
+        self.assertEqual([line for line in shown.splitlines() if len(line) > 80], [])
+
     def test_each_part_of_the_manual_is_there(self):
         shown = self.run_tool("mandoc", "-T", "ascii", MANUAL).stdout.replace("\b", "")
         for title in ("NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "FILES", "EXIT STATUS", "EXAMPLES"):

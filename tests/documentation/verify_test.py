@@ -1,6 +1,8 @@
 #!/usr/bin/python3
 """The two scripts of docs/verify.md accept what the program writes, and nothing that was changed."""
 
+import os
+import shutil
 import subprocess
 import sys
 import unittest
@@ -11,23 +13,30 @@ CHECK_PAIR = TREE / "docs/verify/check-pair.sh"
 CHECK_PACKET = TREE / "docs/verify/check_packet.py"
 
 
-def check_pair(folder, index):
+def check_pair(folder, index, **options):
     names = [f"privateKey{index:02}.pem", f"publicKey{index:02}.pem", f"publicKeyHash{index:02}.bin"]
-    return run(["sh", str(CHECK_PAIR), *names, "-passin", f"pass:{PASSWORDS[index]}"], folder)
+    return run(["sh", str(CHECK_PAIR), *names, "-passin", f"pass:{PASSWORDS[index]}"], folder, **options)
 
 
 def check_packet(folder):
     return run([sys.executable, str(CHECK_PACKET), folder.name], folder.parent)
 
 
-def run(command, folder):
+def run(command, folder, **options):
     return subprocess.run(command, cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.PIPE, universal_newlines=True)
+                          stderr=subprocess.PIPE, universal_newlines=True, **options)
 
 
 def replace(path, content):
     path.unlink()
     path.write_bytes(content)
+
+
+def change_private_number(path):
+    """Changes a letter of the base64 where the encrypted private number stands, far from the public key."""
+    lines = path.read_bytes().split(b"\n")
+    lines[4] = (b"B" if lines[4][:1] == b"A" else b"A") + lines[4][1:]
+    replace(path, b"\n".join(lines))
 
 
 def change_last_byte(path):
@@ -101,10 +110,29 @@ class Scripts(InTemporaryFolder):
         replace(folder / "privateKey02.pem", (folder / "privateKey03.pem").read_bytes())
         self.assert_refused(check_pair(folder, 2), "privateKey02.pem: not a sound private key")
 
+    def test_refuse_a_private_number_that_was_changed(self):
+        for curve in CURVES:
+            with self.subTest(curve=curve):
+                folder = self.packet(curve, curve)
+                change_private_number(folder / "privateKey02.pem")
+                self.assert_refused(check_pair(folder, 2), "privateKey02.pem: not a sound private key")
+
+    def test_refuse_an_unsound_key_also_where_the_tool_ends_with_success(self):
+        """As OpenSSL 1.1.1 does."""
+        folder = self.packet("packet", "prime256v1")
+        change_private_number(folder / "privateKey02.pem")
+        tools = self.folder / "tools"
+        tools.mkdir()
+        (tools / "openssl").write_text(f'#!/bin/sh\n"{shutil.which("openssl")}" "$@" || true\n')
+        (tools / "openssl").chmod(0o755)
+        environment = dict(os.environ, PATH=f"{tools}:{os.environ['PATH']}")
+        self.assert_refused(check_pair(folder, 2, env=environment), "privateKey02.pem: not a sound private key")
+
     def test_refuse_what_is_not_a_key(self):
         folder = self.packet("packet", "prime256v1")
-        replace(folder / "publicKey07.pem", b"no key\n")
-        self.assert_refused(check_packet(folder), "publicKey07.pem: no key")
+        for content in (b"no key\n", b""):
+            replace(folder / "publicKey07.pem", content)
+            self.assert_refused(check_packet(folder), "publicKey07.pem: no key\n")
 
 
 if __name__ == "__main__":

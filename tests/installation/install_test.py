@@ -12,7 +12,11 @@ BUILD = os.path.realpath(os.environ["KEYGEN_BUILD"])
 VERSION = os.environ["KEYGEN_VERSION"]
 TREE = pathlib.Path(__file__).resolve().parents[2]
 
-PROGRAMS = {"bin/keygen", "share/doc/keygen/verify/check-pair.sh", "share/doc/keygen/verify/check_packet.py"}
+PROGRAMS = {
+    "bin/keygen",
+    "share/doc/keygen/docs/verify/check-pair.sh",
+    "share/doc/keygen/docs/verify/check_packet.py",
+}
 DATA = {
     "share/man/man1/keygen.1",
     "share/bash-completion/completions/keygen",
@@ -21,14 +25,25 @@ DATA = {
     "share/doc/keygen/LICENSE",
     "share/doc/keygen/README.md",
     "share/doc/keygen/CHANGELOG.md",
-    "share/doc/keygen/files.md",
-    "share/doc/keygen/verify.md",
+    "share/doc/keygen/docs/files.md",
+    "share/doc/keygen/docs/verify.md",
+    "share/doc/keygen/docs/security.md",
+    "share/doc/keygen/docs/screens/pair.svg",
+    "share/doc/keygen/docs/screens/dialogue.svg",
 }
 
 
 def run(*command, **options):
     return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           universal_newlines=True, **options)
+
+
+def sources():
+    """The files of the tree, without the tests, and without what was built or made there."""
+    for pattern in ("CMake*", "*.md", "LICENSE"):
+        yield from TREE.glob(pattern)
+    for folder in (".ci", ".github", "bench", "cmake", "completions", "docs", "keygen", "man", "script", "src"):
+        yield from (each for each in (TREE / folder).rglob("*") if each.is_file())
 
 
 class Installation(unittest.TestCase):
@@ -67,6 +82,15 @@ class Installation(unittest.TestCase):
         self.install(self.folder / "prefix")
         self.assert_holds_the_program(self.folder / "prefix")
 
+    def test_the_links_of_the_documents_lead_somewhere(self):
+        self.install(self.folder)
+        links = 0
+        for document in (self.folder / "share/doc/keygen").rglob("*.md"):
+            for target in re.findall(r"\]\(([^):#]+)\)", document.read_text("utf-8")):
+                links += 1
+                self.assertTrue((document.parent / target).is_file(), f"{document.name}: {target}")
+        self.assertGreater(links, 5)
+
     def test_the_manual_carries_the_version(self):
         self.install(self.folder)
         manual = (self.folder / "share/man/man1/keygen.1").read_text("utf-8")
@@ -80,6 +104,13 @@ class Installation(unittest.TestCase):
         for search_path in re.findall(r"\((?:RPATH|RUNPATH)\).*\[(.*)\]", dynamic):
             for folder in search_path.split(":"):
                 self.assertFalse(f"{folder}/".startswith(f"{BUILD}/"), folder)
+
+    def test_the_version_stands_in_one_place(self):
+        # The changes have entries for versions, and the screens are drawn from runs.
+        elsewhere = ["CHANGELOG.md", "docs/screens/pair.svg", "docs/screens/dialogue.svg"]
+        found = [str(each.relative_to(TREE)) for each in sources() if VERSION.encode() in each.read_bytes()]
+        self.assertEqual(sorted(found), sorted(["CMakeLists.txt", *elsewhere]))
+        self.assertEqual((TREE / "CMakeLists.txt").read_text("utf-8").count(VERSION), 1)
 
     def test_the_newest_entry_of_the_changes_is_this_version(self):
         changes = (TREE / "CHANGELOG.md").read_text("utf-8")
