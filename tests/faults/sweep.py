@@ -70,7 +70,8 @@ def title(text):
 RULE = "    \x1b[01m  " + "-" * 67 + "\n"
 BANNER = title(RULE) + title(" " * 22 + "Orvelle Key Generator v2.16.0" + " " * 30 + "\n") + title(RULE + "\n")
 SELECTED = info("Prime256v1 curve is selected. \n")
-STARTED = info("AES_256_cbc algorithm is selected for private key encryption\n") + info("Generating Prime256v1 keys... \n")
+STARTED = (info("AES_256_cbc algorithm is selected for private key encryption\n") +
+           info("Generating Prime256v1 keys... \n"))
 NO_KEY = error("Error occured while generating Keypair! \n")
 PRIVATE_CREATED = info("Private key PEM file created \n")
 PRIVATE_NOT_CREATED = error("Error: creating Key File fails\n")
@@ -441,7 +442,7 @@ class Sweep:
         finally:
             shutil.rmtree(folder, ignore_errors=True)
 
-    def sweep(self, pool, run, every, part, parts):
+    def sweep(self, pool, run, every, place, slices):
         """Every call of the few functions; of the allocations, which are many, one in `every`."""
         failures = []
         try:
@@ -449,7 +450,7 @@ class Sweep:
         except Wrong as wrong:
             return [f"{run}, without a failure: {wrong}"]
         for call, count in counts.items():
-            numbers = range(1, count + 1, every if call == "malloc" else 1)[part - 1::parts]
+            numbers = range(1, count + 1, every if call == "malloc" else 1)[place - 1::slices]
             jobs = len(numbers)
             results = pool.map(self.fail, [run] * jobs, [call] * jobs, numbers, chunksize=8)
             found = [text for text in results if text]
@@ -464,15 +465,15 @@ def main():
     parser.add_argument("shim")
     parser.add_argument("--every", type=int, default=1, help="of the allocations, make one in so many fail")
     parser.add_argument("--run", choices=ARGUMENTS, action="append", help="only this run (may be repeated)")
-    parser.add_argument("--part", default="1/1", help="only this part of the calls, 2/3 being the second third")
+    parser.add_argument("--slice", default="1/1", help="of the calls, 2/3 being each third from the second on")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="runs at the same time")
     options = parser.parse_args()
-    part, parts = map(int, options.part.split("/"))
+    place, slices = map(int, options.slice.split("/"))
     sweep = Sweep(os.path.abspath(options.program), os.path.abspath(options.shim))
     failures = []
     with concurrent.futures.ProcessPoolExecutor(options.jobs) as pool:
         for run in options.run or ARGUMENTS:
-            failures += sweep.sweep(pool, run, options.every, part, parts)
+            failures += sweep.sweep(pool, run, options.every, place, slices)
     for text in failures[:40]:
         print(text)
     return 1 if failures else 0
