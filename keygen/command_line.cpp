@@ -21,6 +21,11 @@ struct OptionEntry {
     QString value(int index) const { return values.value(index); }
 };
 
+// Passwords are among them. They stand here, and not with the functions that read them, to be wiped wherever
+// the run ends.
+QList<QByteArray> received;
+std::vector<OptionEntry> entries;
+
 constexpr int mostValues = 25;
 
 bool isSame(const QString &name, const char *accepted)
@@ -47,27 +52,27 @@ QString valueText(const QByteArray &argument)
 {
     bool valid = false;
     QString text = TextOf(argument, &valid);
-    if (!valid)
+    if (!valid) {
+        Wipe(text);
         refuseArgument();
+    }
     return text;
 }
 
-std::vector<OptionEntry> collectOptions(const QList<QByteArray> &arguments)
+void collectOptions()
 {
-    std::vector<OptionEntry> entries;
-    auto argument = arguments.cbegin();
-    while (argument != arguments.cend()) {
+    auto argument = received.cbegin();
+    while (argument != received.cend()) {
         if (!argument->startsWith('-'))
             refuseArgument();
-        OptionEntry entry{TextOf(*argument++), {}};
-        while (argument != arguments.cend() && !argument->startsWith('-') && entry.values.size() < mostValues)
-            entry.values.append(valueText(*argument++));
-        entries.push_back(std::move(entry));
+        entries.push_back({TextOf(*argument++), {}});
+        QStringList &values = entries.back().values;
+        while (argument != received.cend() && !argument->startsWith('-') && values.size() < mostValues)
+            values.append(valueText(*argument++));
     }
-    return entries;
 }
 
-void checkNames(const std::vector<OptionEntry> &entries)
+void checkNames()
 {
     for (const OptionEntry &entry : entries) {
         true_command =
@@ -83,7 +88,7 @@ void checkNames(const std::vector<OptionEntry> &entries)
     }
 }
 
-void answerHelpAndVersion(const std::vector<OptionEntry> &entries)
+void answerHelpAndVersion()
 {
     for (const OptionEntry &entry : entries) {
         if (isSame(entry.name, "-?") || isSame(entry.name, "-h") || isSame(entry.name, "--help")) {
@@ -194,7 +199,7 @@ constexpr Command commands[] = {
     {"-rand", "--random", applyRandom},
 };
 
-void applyOptions(const std::vector<OptionEntry> &entries)
+void applyOptions()
 {
     for (const OptionEntry &entry : entries) {
         const auto *const command =
@@ -214,10 +219,22 @@ void applyOptions(const std::vector<OptionEntry> &entries)
 
 void ParseCommandLine(QList<QByteArray> arguments)
 {
-    const std::vector<OptionEntry> entries = collectOptions(arguments);
-    for (QByteArray &argument : arguments)
+    entries.clear();
+    received = std::move(arguments);
+    collectOptions();
+    for (QByteArray &argument : received)
         Wipe(argument);
-    checkNames(entries);
-    answerHelpAndVersion(entries);
-    applyOptions(entries);
+    checkNames();
+    answerHelpAndVersion();
+    applyOptions();
+}
+
+void WipeCommandLine()
+{
+    for (QByteArray &argument : received)
+        Wipe(argument);
+    for (OptionEntry &entry : entries) {
+        for (QString &value : entry.values)
+            Wipe(value);
+    }
 }

@@ -16,9 +16,21 @@
 #include <cstdlib>
 #include <utility>
 
+namespace {
+
+/// A run may end anywhere, most often by an error: nothing that it was told in confidence is left behind.
+void wipeSecrets()
+{
+    WipeCommandLine();
+    WipePasswords();
+}
+
+} // namespace
+
 int main(int argc, char *argv[])
 {
     PrepareProcess();
+    std::atexit(wipeSecrets);
     QList<QByteArray> arguments = TakeArguments(argc, argv);
 
     QCoreApplication application(argc, argv);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -33,6 +34,8 @@ void PrepareProcess()
     qInstallMessageHandler(ignoreLibraryMessage);
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
+    // A write beyond a limit on file sizes then fails, as on a full disk, and is told.
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 QList<QByteArray> TakeArguments(int argc, char *argv[])

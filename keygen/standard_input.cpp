@@ -6,10 +6,13 @@
 #include <QIODevice>
 #include <QTextStream>
 
+#include <openssl/crypto.h>
+
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -96,9 +99,18 @@ Input &input()
     return theInput;
 }
 
+/// Overwrites what calls that have returned left on the stack. To be called, not to be made a part of its
+/// caller.
+[[gnu::noinline]] void wipeStackBelow()
+{
+    // The stream reads into a block of 16 KiB there.
+    std::array<char, 65536> block;
+    OPENSSL_cleanse(block.data(), block.size());
+}
+
 /// The next line, or nothing at the end of input. A line may be a password, so our copies of it are wiped.
-/// Out of reach are the stream's: the block that it reads into on the stack, until other calls overwrite it,
-/// and the text that it splits into lines, freed but not overwritten when its last line was taken.
+/// Out of reach is the text that the stream splits into lines, freed but not overwritten when its last line
+/// was taken.
 std::optional<Line> nextLine()
 {
     if (std::optional<Line> rest = std::exchange(input().restOfLine, std::nullopt))
@@ -106,6 +118,7 @@ std::optional<Line> nextLine()
     // What was asked stands on the screen before the answer is waited for.
     std::fflush(stdout);
     QString characters = input().stream.readLine();
+    wipeStackBelow();
     if (characters.isNull()) {
         std::this_thread::sleep_for(endOfInputPause);
         return std::nullopt;

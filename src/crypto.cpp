@@ -13,10 +13,22 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <new>
 
 namespace {
+
+/// Draws a value for each place of a range; false where the system has none to give. The generator cannot
+/// tell: it then leaves places as they are, so a place that still holds zero counts as not drawn. By chance a
+/// drawn value is zero once in 2^64.
+template <typename Iterator>
+bool draw(Iterator begin, Iterator end)
+{
+    std::fill(begin, end, 0);
+    QRandomGenerator64::system()->fillRange(&*begin, end - begin);
+    return std::find(begin, end, 0) == end;
+}
 
 /// Bytes for random data, wiped when they are no longer needed: keys may be cut from them.
 class RandomBytes {
@@ -38,18 +50,20 @@ public:
     const char *data() const { return bytes.get(); }
 
     /// Each byte is the low 8 bits of a 64-bit value of its own. The values are drawn in blocks, which is
-    /// many times faster than one by one.
-    void fill()
+    /// many times faster than one by one. False where there are none to draw.
+    bool fill()
     {
         std::array<quint64, 4096> values = {};
-        for (int done = 0; done < count;) {
+        bool drawn = true;
+        for (int done = 0; drawn && done < count;) {
             const int block = std::min<int>(count - done, values.size());
-            QRandomGenerator64::system()->fillRange(values.data(), block);
+            drawn = draw(values.begin(), values.begin() + block);
             std::transform(values.begin(), values.begin() + block, bytes.get() + done,
                            [](quint64 value) { return static_cast<char>(value & 0xFF); });
             done += block;
         }
         OPENSSL_cleanse(values.data(), sizeof values);
+        return drawn;
     }
 
 private:
@@ -78,7 +92,10 @@ bool LibraryIsReady()
 
 unsigned char randomByte()
 {
-    return static_cast<unsigned char>(QRandomGenerator64::system()->generate() & 0xFF);
+    std::array<quint64, 1> value = {};
+    if (!draw(value.begin(), value.end()))
+        std::abort();
+    return static_cast<unsigned char>(value.front() & 0xFF);
 }
 
 Crypto::Crypto()
@@ -171,11 +188,10 @@ int Crypto::generateRandom(int size, const unsigned char *path)
 {
     const QString name = TextOf(reinterpret_cast<const char *>(path));
     RandomBytes bytes(size);
-    if (!bytes) {
+    if (!bytes || !bytes.fill()) {
         MessageOut("Failed to create output file : " + name, MSG_ERROR);
         return -1;
     }
-    bytes.fill();
 
     QFile file(name);
     // Asked of the name: to the file object a link that leads nowhere is a file, too.

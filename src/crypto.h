@@ -23,7 +23,8 @@ enum CIHERTYPE : int {
 /// versions go on with it all the same, and crash in it.
 bool LibraryIsReady();
 
-/// One random byte: the low 8 bits of one value of the system-wide generator.
+/// One random byte: the low 8 bits of one value of the system-wide generator. Ends the process by abort() where
+/// the system has none to give: the caller could not tell.
 unsigned char randomByte();
 
 /// Key generation, key files and signatures. Used as it stands the class works with RSA keys; EC_Crypto
@@ -111,7 +112,7 @@ public:
     void DisplayRSAKeyParams(EVP_PKEY *key);
 
     /// Writes `size` random bytes to the file at `path`, in the process's default mode. 0 on success, -1 on
-    /// failure.
+    /// failure; where the system has no random bytes to give, the file is not touched.
     int generateRandom(int size, const unsigned char *path);
 
     /// Releases a buffer handed out by the engine. 1, or 0 for a null buffer.

@@ -134,30 +134,99 @@ TEST(PathBeyondAscii, GetsItsModeForTheTableHash)
     }
 }
 
-TEST(StandardStreams, MayBeClosed)
+/// A run, what it leaves, and the arguments of the program that checks its keys.
+struct StreamedRun {
+    std::vector<std::string> arguments;
+    const char *transcript;
+    std::string files;
+    std::vector<std::string> check;
+};
+
+std::string filesOfPacket()
 {
-    for (const char *closed : {"<&-", ">&-", "2>&-", ">&- 2>&-", "<&- >&-", "<&- >&- 2>&-"}) {
-        const TemporaryFolder folder;
-        const ProgramResult run = RunInShell(folder, std::string("exec \"$@\" ") + closed, pairInKeys);
-        EXPECT_EQ(run.status, 0) << closed;
-        EXPECT_EQ(run.errors, "") << closed;
-        const bool silent = std::string(closed).find(" >&-") != std::string::npos || closed[0] == '>';
-        if (silent)
-            EXPECT_EQ(run.output, "") << closed;
-        else
-            EXPECT_TRUE(MatchesTranscript("pair_prime256v1_aes256.txt", run.output)) << closed;
-        EXPECT_EQ(FilesIn(folder), pairFiles) << closed;
-        EXPECT_EQ(ReadFile(folder / "keys/publicKey.pem").substr(0, 27), "-----BEGIN PUBLIC KEY-----\n")
-            << closed;
+    std::string files = "packet/\n";
+    const auto addEach = [&files](const std::string &before, const char *after) {
+        for (int i = 0; i < 8; ++i)
+            files += before + "0" + std::to_string(i) + after + "\n";
+    };
+    addEach("0400 399 packet/privateKey", ".pem");
+    addEach("0444 178 packet/publicKey", ".pem");
+    addEach("0444 32 packet/publicKeyHash", ".bin");
+    return files + "0444 32 packet/publicKeysHashHashes.bin\n";
+}
+
+const StreamedRun pairRun = {pairInKeys,
+                             "pair_prime256v1_aes256.txt",
+                             pairFiles,
+                             {"pair", "prime256v1", "aes256", "keys/privateKey.pem", "keys/publicKey.pem",
+                              "keys/publicKeyhash.bin", "correct horse"}};
+const StreamedRun packetRun = {
+    {"-n", "8", "-abs", "packet", "-pwd", "p111", "p222", "p333", "p444", "p555", "p666", "p777", "p888"},
+    "packet_prime256v1_aes256.txt",
+    filesOfPacket(),
+    {"packet", "prime256v1", "aes256", "packet", "p111", "p222", "p333", "p444", "p555", "p666", "p777",
+     "p888"}};
+const StreamedRun randomRun = {{"-rand", "16", "noise.bin"}, "random_data.txt", "0644 16 noise.bin\n", {}};
+
+/// The run ends well and leaves the same files, whatever its standard streams are; and what its output shows,
+/// where it can be seen, is the same too.
+void expectSameWith(const StreamedRun &run, const char *input, const char *output, const char *errors)
+{
+    const TemporaryFolder folder;
+    const std::string redirections = std::string(input) + " " + output + " " + errors;
+    SCOPED_TRACE(redirections);
+    const ProgramResult result = RunInShell(folder, "exec \"$@\" " + redirections, run.arguments);
+    if (*output == '\0')
+        EXPECT_TRUE(EndedAsIn(result, 0, run.transcript));
+    else
+        EXPECT_TRUE(Ended(result, 0, ""));
+    EXPECT_EQ(FilesIn(folder), run.files);
+    // One look at the content for each way to have no output: the look takes longer than the run.
+    if (!run.check.empty() && *input != '\0' && *output != '\0' && std::string(errors) == "2>&-") {
+        std::vector<std::string> words = {TEST_SUPPORT_FOLDER "/check_key_files.py"};
+        words.insert(words.end(), run.check.begin(), run.check.end());
+        EXPECT_TRUE(Ended(Run(PYTHON, {.arguments = words, .folder = folder.path().string()}), 0, ""));
     }
 }
 
-TEST(StandardStreams, MayBeFull)
+void expectSameWithAnyStreams(const StreamedRun &run)
 {
-    const TemporaryFolder folder;
-    EXPECT_TRUE(Ended(RunInShell(folder, "exec \"$@\" >/dev/full", pairInKeys), 0, ""));
-    EXPECT_EQ(FilesIn(folder), pairFiles);
-    EXPECT_TRUE(Ended(RunInShell(folder, "exec \"$@\" >/dev/full 2>/dev/full", {"-unknown"}), 1, ""));
+    for (const char *input : {"", "<&-"}) {
+        for (const char *output : {"", ">&-", ">/dev/full"}) {
+            for (const char *errors : {"", "2>&-", "2>/dev/full"})
+                expectSameWith(run, input, output, errors);
+        }
+    }
+}
+
+TEST(StandardStreams, DoNotChangeAPair)
+{
+    expectSameWithAnyStreams(pairRun);
+}
+
+TEST(StandardStreams, DoNotChangeAPacket)
+{
+    expectSameWithAnyStreams(packetRun);
+}
+
+TEST(StandardStreams, DoNotChangeRandomData)
+{
+    expectSameWithAnyStreams(randomRun);
+}
+
+TEST(StandardStreams, DoNotChangeTheStatusOfAFailure)
+{
+    for (const char *redirections : {"", ">&-", ">/dev/full", "<&- >&- 2>&-", ">/dev/full 2>/dev/full"}) {
+        for (const std::vector<std::string> &arguments :
+             {std::vector<std::string>{"-unknown"}, {"-rand", "16", "missing/noise.bin"}}) {
+            const TemporaryFolder folder;
+            const ProgramResult run =
+                RunInShell(folder, std::string("exec \"$@\" ") + redirections, arguments);
+            EXPECT_EQ(run.status, 1) << redirections;
+            EXPECT_EQ(run.output.empty(), *redirections != '\0') << redirections;
+            EXPECT_EQ(FilesIn(folder), "") << redirections;
+        }
+    }
 }
 
 } // namespace

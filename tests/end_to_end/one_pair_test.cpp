@@ -178,6 +178,14 @@ TEST(OnePair, TellsAHashThatDoesNotFit)
                               "keys/publicKeyhash.bin -> /dev/full\n");
 }
 
+TEST(OnePair, TellsAFileBeyondALimit)
+{
+    const TemporaryFolder folder;
+    EXPECT_TRUE(EndedAsIn(RunInShell(folder, "ulimit -f 0; exec \"$@\"", pairWith({})), 0,
+                          "pair_private_key_unwritten.txt"));
+    EXPECT_EQ(FilesIn(folder), "keys/\n0644 0 keys/privateKey.pem\n");
+}
+
 TEST(OnePair, FollowsLinks)
 {
     const TemporaryFolder folder;

@@ -134,6 +134,17 @@ TEST(Packet, EndsTheRunWithoutATableHash)
                                    "packet/publicKeysHashHashes.bin/\n");
 }
 
+TEST(Packet, TellsEachFileBeyondALimit)
+{
+    const TemporaryFolder folder;
+    EXPECT_TRUE(EndedAsIn(
+        RunInShell(folder, "ulimit -f 0; exec \"$@\"", {"-n", "1", "-pwd", "p111", "-abs", "packet"}), 1,
+        "packet_of_one_beyond_limit.txt"));
+    EXPECT_EQ(FilesIn(folder), "packet/\n"
+                               "0644 0 packet/privateKey00.pem\n"
+                               "0644 0 packet/publicKeysHashHashes.bin\n");
+}
+
 TEST(Packet, EndsTheRunWhenAFileIsNotFoundAfterItWasMade)
 {
     // A name that begins with a colon is looked for in the application library's built-in resources.

@@ -142,6 +142,16 @@ TEST(RandomData, TellsAFullDevice)
     EXPECT_EQ(FilesIn(folder), "full.bin -> /dev/full\n");
 }
 
+TEST(RandomData, TellsAFileBeyondALimit)
+{
+    const TemporaryFolder folder;
+    // The limit is counted in blocks of 512 bytes, or of 1024.
+    EXPECT_TRUE(
+        Ended(RunInShell(folder, "ulimit -f 1; exec \"$@\"", {"-rand", "5000", "noise.bin"}), 1,
+              Transcript("banner.txt") + failed("5000", "noise.bin", "Error while writing in file : ")));
+    EXPECT_LE(fs::file_size(folder / "noise.bin"), 1024U);
+}
+
 TEST(RandomData, TakesSizesAsDecimalNumbers)
 {
     const TemporaryFolder folder;

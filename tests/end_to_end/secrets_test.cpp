@@ -77,19 +77,30 @@ std::string writableMemory(pid_t id)
     return content;
 }
 
-/// The memory of a run with `arguments` at its very end, when nothing of it is left to be done.
-std::string memoryAtTheEnd(const std::string &folder, const std::vector<std::string> &arguments)
+struct EndOfRun {
+    int status = -1;
+    std::string memory;
+};
+
+/// The end of a run with `arguments`, its standard input being `input`, when nothing of it is left to be
+/// done.
+EndOfRun endOf(const std::string &folder, const std::vector<std::string> &arguments,
+               const std::string &input = {})
 {
+    const TemporaryFolder elsewhere;
+    WriteFile(elsewhere / "input", input);
     const pid_t id = fork();
     if (id == 0) {
+        alarm(60);
         const int nothing = open("/dev/null", O_RDWR);
-        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
             dup2(nothing, stream);
+        dup2(open((elsewhere / "input").c_str(), O_RDONLY), STDIN_FILENO);
         ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
         raise(SIGSTOP);
         becomeKeygen(folder, arguments);
     }
-    std::string content;
+    EndOfRun end;
     int status = 0;
     waitpid(id, &status, 0);
     ptrace(PTRACE_SETOPTIONS, id, nullptr, PTRACE_O_TRACEEXIT | PTRACE_O_EXITKILL);
@@ -97,11 +108,22 @@ std::string memoryAtTheEnd(const std::string &folder, const std::vector<std::str
     while (waitpid(id, &status, 0) == id && WIFSTOPPED(status)) {
         const bool atTheEnd = status >> 8 == (SIGTRAP | (PTRACE_EVENT_EXIT << 8));
         if (atTheEnd)
-            content = writableMemory(id);
-        ptrace(PTRACE_CONT, id, nullptr, nullptr);
+            end.memory = writableMemory(id);
+        const int signal = WSTOPSIG(status) == SIGALRM ? SIGKILL : 0;
+        ptrace(PTRACE_CONT, id, nullptr, signal);
     }
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    return content;
+    if (WIFEXITED(status))
+        end.status = WEXITSTATUS(status);
+    EXPECT_FALSE(end.memory.empty());
+    return end;
+}
+
+/// The memory of a run that ends with success.
+std::string memoryAtTheEnd(const std::string &folder, const std::vector<std::string> &arguments)
+{
+    const EndOfRun end = endOf(folder, arguments);
+    EXPECT_EQ(end.status, 0);
+    return end.memory;
 }
 
 std::string inUtf16(const std::string &ascii)
@@ -149,6 +171,52 @@ TEST(Secrets, OfARunWithoutKeysAreGoneFromMemoryToo)
     const std::string memory = memoryAtTheEnd(folder.path(), {"-pwd", marker, "-rand", "16", "noise.bin"});
     EXPECT_EQ(memory.find(marker), std::string::npos);
     EXPECT_EQ(memory.find(inUtf16(marker)), std::string::npos);
+}
+
+TEST(Secrets, OfARunThatEndsEarlyAreGoneFromMemoryToo)
+{
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+    } runs[] = {
+        {{"-pwd", marker, "-unknown"}, 1},
+        {{"-pwd", marker, "-h"}, 0},
+        {{"-v", "-pwd", marker}, 0},
+        {{"-pwd", marker, "-n", "2"}, 1},
+        {{"-pwd", marker, "-pe", "none"}, 1},
+        {{"-rand", "5", "-pwd", marker}, 1},
+        {{"-pwd", marker, "-abs", "keys", "-pubk", "/absolute/p.pem"}, 1},
+        {{"-pwd", marker, marker, "-n", "1"}, 1},
+        {{"-pwd", marker, marker, marker}, 1},
+        {{"-n", "8", "-pwd", marker, marker, marker, marker, marker, marker, marker, "abc"}, 1},
+        {{"-pwd", marker, "-pwd", "abc"}, 1},
+        {{"-pwd", marker + "\xFF"}, 1},
+        {{"-pwd", marker, "\xFF"}, 1},
+        {{"-pubk", "p.pem", marker, "-pwd", marker, "-rand", "5", "missing/noise.bin"}, 1},
+        {{marker}, 1},
+        {{"-pwd", marker, "-pubk", "missing/p.pem"}, 1},
+    };
+    for (const auto &[arguments, status] : runs) {
+        const TemporaryFolder folder;
+        const EndOfRun end = endOf(folder.path(), arguments, "n\n");
+        EXPECT_EQ(end.status, status) << testing::PrintToString(arguments);
+        EXPECT_EQ(end.memory.find(marker), std::string::npos) << testing::PrintToString(arguments);
+        EXPECT_EQ(end.memory.find(inUtf16(marker)), std::string::npos) << testing::PrintToString(arguments);
+    }
+}
+
+// What was typed ahead stays in the memory that the application library's stream has released, as UTF-16: it
+// is not in the program's hands.
+TEST(Secrets, OfADialogueAreGoneFromTheBlockThatTheyWereReadInto)
+{
+    for (const std::string &first : {std::string(), marker + "\nno match\n"}) {
+        const TemporaryFolder folder;
+        const std::string input = (folder / "keys") + "\n1\n" + first + marker + "\n" + marker + "\n1\n1\n";
+        const EndOfRun end = endOf(folder.path(), {}, input);
+        EXPECT_EQ(end.status, 0);
+        EXPECT_TRUE(std::filesystem::exists(folder / "keys/privateKey.pem"));
+        EXPECT_EQ(end.memory.find(marker), std::string::npos);
+    }
 }
 
 } // namespace

@@ -1,16 +1,25 @@
 // Preloaded into a program, makes one call of one function of the C library fail, and counts the calls from
-// its first message on.
+// the start of main() on.
 //
-//   FAILING_CALL   the function's name; FAILING_AT its call that fails, from 1 on
-//   CALL_COUNTS    a file that receives "name count" for each function when the program ends
+//   FAILING_CALL    the function's name; FAILING_AT its call that fails, from 1 on
+//   FAILURE_REPORT  a file that receives "early" or "late", before or after the program's first message, and
+//                   what the call that failed was for: "late wb keys/publicKey.pem"
+//   CALL_COUNTS     a file that receives "name count" for each function when the program ends
+//
+// Two names stand for calls of write() that do not fail in earnest: "short" writes half of what it is given,
+// "interrupted" nothing, as when a signal comes.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,33 +28,63 @@
 extern "C" void *__libc_malloc(size_t size);
 extern "C" void *__libc_calloc(size_t count, size_t size);
 extern "C" void *__libc_realloc(void *block, size_t size);
+extern "C" void *__libc_memalign(size_t alignment, size_t size);
 
 namespace {
 
-enum Function { MALLOC, FOPEN, OPEN, WRITE, FFLUSH, FCLOSE, CHMOD, MKDIR, GETRANDOM, GETENTROPY, FUNCTIONS };
+enum Function {
+    MALLOC,
+    FOPEN,
+    OPEN,
+    WRITE,
+    SHORT,
+    INTERRUPTED,
+    FFLUSH,
+    FCLOSE,
+    CLOSE,
+    CHMOD,
+    MKDIR,
+    STATX,
+    GETRANDOM,
+    GETENTROPY,
+    FUNCTIONS
+};
 
-constexpr const char *names[FUNCTIONS] = {"malloc", "fopen", "open",  "write",     "fflush",
-                                          "fclose", "chmod", "mkdir", "getrandom", "getentropy"};
+constexpr const char *names[FUNCTIONS] = {"malloc",      "fopen",  "open",      "write",     "short",
+                                          "interrupted", "fflush", "fclose",    "close",     "chmod",
+                                          "mkdir",       "statx",  "getrandom", "getentropy"};
 
 std::atomic<unsigned long> counts[FUNCTIONS];
+int failingFunction = -1;
+unsigned long failingAt = 0;
 
-// Before the program's first message only the application library's start-up runs, which is not ours to mend.
+// Before main() the libraries set themselves up: some of them wait for ever where memory is missing.
+std::atomic<bool> isRunning = false;
 std::atomic<bool> hasSpoken = false;
 
-/// Counts a call; true when it is the one to fail, with errno set to `error`.
-bool fails(Function function, int error)
+/// Names of the streams that are open; "" for the standard ones.
+struct Stream {
+    FILE *file;
+    char name[240];
+};
+std::array<Stream, 32> streams;
+
+const char *nameOf(FILE *file)
 {
-    if (!hasSpoken)
-        return false;
-    const unsigned long count = ++counts[function];
-    const char *const name = getenv("FAILING_CALL");
-    if (name == nullptr || strcmp(name, names[function]) != 0)
-        return false;
-    const char *const at = getenv("FAILING_AT");
-    if (at == nullptr || strtoul(at, nullptr, 10) != count)
-        return false;
-    errno = error;
-    return true;
+    const auto stream =
+        std::find_if(streams.begin(), streams.end(), [=](const Stream &s) { return s.file == file; });
+    return stream != streams.end() ? stream->name : "";
+}
+
+FILE *named(FILE *file, const char *mode, const char *path)
+{
+    const auto place =
+        std::find_if(streams.begin(), streams.end(), [](const Stream &s) { return s.file == nullptr; });
+    if (file != nullptr && place != streams.end()) {
+        place->file = file;
+        snprintf(place->name, sizeof place->name, "%s %s", mode, path);
+    }
+    return file;
 }
 
 template <typename F>
@@ -54,22 +93,120 @@ F *next(const char *name)
     return reinterpret_cast<F *>(dlsym(RTLD_NEXT, name));
 }
 
+/// Writes to `variable`'s file without a call of what may be failing.
+void report(const char *variable, const char *text, size_t size)
+{
+    const char *const path = getenv(variable);
+    if (path == nullptr)
+        return;
+    const long file = syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    syscall(SYS_write, file, text, size);
+    syscall(SYS_close, file);
+}
+
+/// Counts a call; true when it is the one to fail, with errno set to `error`.
+bool fails(Function function, int error, const char *purpose)
+{
+    if (!isRunning)
+        return false;
+    if (++counts[function] != failingAt || function != failingFunction)
+        return false;
+    std::array<char, 300> text = {};
+    strcpy(text.data(), hasSpoken ? "late " : "early ");
+    strncat(text.data(), purpose, text.size() - 10);
+    report("FAILURE_REPORT", text.data(), strlen(text.data()));
+    errno = error;
+    return true;
+}
+
+int (*programsMain)(int, char **, char **) = nullptr;
+
+int mainWithFailures(int count, char **arguments, char **environment)
+{
+    if (const char *const name = getenv("FAILING_CALL")) {
+        const auto *const found = std::find_if(names, names + FUNCTIONS,
+                                               [=](const char *known) { return strcmp(known, name) == 0; });
+        failingFunction = static_cast<int>(found - names);
+        failingAt = strtoul(getenv("FAILING_AT"), nullptr, 10);
+    }
+    // As on a processor without a generator of its own: random bytes are then the kernel's to give.
+    constexpr std::uint64_t processorsGenerator = std::uint64_t{1} << 11;
+    if (auto *const features = static_cast<std::uint64_t *>(dlsym(RTLD_DEFAULT, "qt_cpu_features")))
+        *features &= ~processorsGenerator;
+    isRunning = true;
+    return programsMain(count, arguments, environment);
+}
+
 struct CountsAtExit {
     ~CountsAtExit()
     {
-        const char *const path = getenv("CALL_COUNTS");
-        if (path == nullptr)
-            return;
-        const int file = next<int(const char *, int, ...)>("open")(path, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        for (int i = 0; i < FUNCTIONS; ++i)
-            dprintf(file, "%s %lu\n", names[i], counts[i].load());
-        close(file);
+        isRunning = false;
+        for (int i = 0; i < FUNCTIONS; ++i) {
+            std::array<char, 64> line = {};
+            const int size = snprintf(line.data(), line.size(), "%s %lu\n", names[i], counts[i].load());
+            report("CALL_COUNTS", line.data(), static_cast<size_t>(size));
+        }
     }
 } countsAtExit;
+
+/// The path of a file that a descriptor of ours stands for: only descriptors that were opened by name are
+/// looked at.
+std::array<char[240], 64> pathsOfDescriptors;
+
+const char *pathOf(int file)
+{
+    return file > 2 && file < 64 ? pathsOfDescriptors[static_cast<size_t>(file)] : "";
+}
+
+int opened(int file, const char *path)
+{
+    if (file > 2 && file < 64)
+        snprintf(pathsOfDescriptors[static_cast<size_t>(file)], 240, "%s", path);
+    return file;
+}
+
+/// What a stream of the C library does with write(), which cannot be replaced inside it.
+ssize_t writeOfStream(void *cookie, const char *bytes, size_t size)
+{
+    const int file = static_cast<int>(reinterpret_cast<intptr_t>(cookie));
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t written = write(file, bytes + done, size - done);
+        if (written < 0)
+            return 0;
+        done += static_cast<size_t>(written);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+int closeOfStream(void *cookie)
+{
+    return static_cast<int>(syscall(SYS_close, reinterpret_cast<intptr_t>(cookie)));
+}
+
+FILE *openStream(const char *path, const char *mode)
+{
+    if (mode[0] != 'w')
+        return named(next<FILE *(const char *, const char *)>("fopen")(path, mode), mode, path);
+    const long file = syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    if (file == -1)
+        return nullptr;
+    opened(static_cast<int>(file), path);
+    const cookie_io_functions_t functions = {nullptr, writeOfStream, nullptr, closeOfStream};
+    return named(fopencookie(reinterpret_cast<void *>(file), mode, functions), mode, path);
+}
 
 } // namespace
 
 extern "C" {
+
+int __libc_start_main(int (*main)(int, char **, char **), int count, char **arguments, void (*init)(),
+                      void (*fini)(), void (*loaderFini)(), void *stackEnd)
+{
+    programsMain = main;
+    return next<decltype(__libc_start_main)>("__libc_start_main")(mainWithFailures, count, arguments, init,
+                                                                  fini, loaderFini, stackEnd);
+}
 
 int fputs(const char *text, FILE *file)
 {
@@ -79,27 +216,42 @@ int fputs(const char *text, FILE *file)
 
 void *malloc(size_t size)
 {
-    return fails(MALLOC, ENOMEM) ? nullptr : __libc_malloc(size);
+    return fails(MALLOC, ENOMEM, "") ? nullptr : __libc_malloc(size);
 }
 
 void *calloc(size_t count, size_t size)
 {
-    return fails(MALLOC, ENOMEM) ? nullptr : __libc_calloc(count, size);
+    return fails(MALLOC, ENOMEM, "") ? nullptr : __libc_calloc(count, size);
 }
 
 void *realloc(void *block, size_t size)
 {
-    return fails(MALLOC, ENOMEM) ? nullptr : __libc_realloc(block, size);
+    return fails(MALLOC, ENOMEM, "") ? nullptr : __libc_realloc(block, size);
+}
+
+void *aligned_alloc(size_t alignment, size_t size)
+{
+    return fails(MALLOC, ENOMEM, "") ? nullptr : __libc_memalign(alignment, size);
+}
+
+int posix_memalign(void **block, size_t alignment, size_t size)
+{
+    if (fails(MALLOC, ENOMEM, ""))
+        return ENOMEM;
+    *block = __libc_memalign(alignment, size);
+    return *block != nullptr ? 0 : ENOMEM;
 }
 
 FILE *fopen(const char *path, const char *mode)
 {
-    return fails(FOPEN, EMFILE) ? nullptr : next<FILE *(const char *, const char *)>("fopen")(path, mode);
+    std::array<char, 240> purpose = {};
+    snprintf(purpose.data(), purpose.size(), "%s %s", mode, path);
+    return fails(FOPEN, EMFILE, purpose.data()) ? nullptr : openStream(path, mode);
 }
 
 FILE *fopen64(const char *path, const char *mode)
 {
-    return fails(FOPEN, EMFILE) ? nullptr : next<FILE *(const char *, const char *)>("fopen64")(path, mode);
+    return fopen(path, mode);
 }
 
 int open(const char *path, int flags, ...)
@@ -108,7 +260,9 @@ int open(const char *path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return fails(OPEN, EMFILE) ? -1 : next<int(const char *, int, ...)>("open")(path, flags, mode);
+    if (fails(OPEN, EMFILE, path))
+        return -1;
+    return opened(next<int(const char *, int, ...)>("open")(path, flags, mode), path);
 }
 
 int open64(const char *path, int flags, ...)
@@ -117,45 +271,82 @@ int open64(const char *path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return fails(OPEN, EMFILE) ? -1 : next<int(const char *, int, ...)>("open64")(path, flags, mode);
+    return open(path, flags, mode);
+}
+
+int openat(int folder, const char *path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (fails(OPEN, EMFILE, path))
+        return -1;
+    return opened(next<int(int, const char *, int, ...)>("openat")(folder, path, flags, mode), path);
 }
 
 ssize_t write(int file, const void *bytes, size_t size)
 {
-    return fails(WRITE, ENOSPC) ? -1 : next<ssize_t(int, const void *, size_t)>("write")(file, bytes, size);
+    if (fails(WRITE, ENOSPC, pathOf(file)) || fails(INTERRUPTED, EINTR, pathOf(file)))
+        return -1;
+    if (fails(SHORT, 0, pathOf(file)))
+        size = (size + 1) / 2;
+    return next<ssize_t(int, const void *, size_t)>("write")(file, bytes, size);
 }
 
 int fflush(FILE *file)
 {
-    return fails(FFLUSH, ENOSPC) ? EOF : next<int(FILE *)>("fflush")(file);
+    return fails(FFLUSH, ENOSPC, nameOf(file)) ? EOF : next<int(FILE *)>("fflush")(file);
 }
 
 int fclose(FILE *file)
 {
+    const bool failing = fails(FCLOSE, EIO, nameOf(file));
+    for (Stream &stream : streams) {
+        if (stream.file == file)
+            stream.file = nullptr;
+    }
     // Closed all the same: a failed close leaves no open stream.
     const int status = next<int(FILE *)>("fclose")(file);
-    return fails(FCLOSE, EIO) ? EOF : status;
+    return failing ? EOF : status;
+}
+
+int close(int file)
+{
+    const bool failing = fails(CLOSE, EIO, pathOf(file));
+    const int status = next<int(int)>("close")(file);
+    if (failing)
+        errno = EIO;
+    return failing ? -1 : status;
 }
 
 int chmod(const char *path, mode_t mode)
 {
-    return fails(CHMOD, EPERM) ? -1 : next<int(const char *, mode_t)>("chmod")(path, mode);
+    return fails(CHMOD, EPERM, path) ? -1 : next<int(const char *, mode_t)>("chmod")(path, mode);
 }
 
 int mkdir(const char *path, mode_t mode)
 {
-    return fails(MKDIR, ENOSPC) ? -1 : next<int(const char *, mode_t)>("mkdir")(path, mode);
+    return fails(MKDIR, ENOSPC, path) ? -1 : next<int(const char *, mode_t)>("mkdir")(path, mode);
+}
+
+int statx(int folder, const char *path, int flags, unsigned int mask, struct statx *status)
+{
+    if (fails(STATX, EIO, path))
+        return -1;
+    return next<int(int, const char *, int, unsigned int, struct statx *)>("statx")(folder, path, flags, mask,
+                                                                                    status);
 }
 
 ssize_t getrandom(void *buffer, size_t size, unsigned int flags)
 {
-    return fails(GETRANDOM, ENOSYS)
+    return fails(GETRANDOM, EIO, "")
                ? -1
                : next<ssize_t(void *, size_t, unsigned int)>("getrandom")(buffer, size, flags);
 }
 
 int getentropy(void *buffer, size_t size)
 {
-    return fails(GETENTROPY, ENOSYS) ? -1 : next<int(void *, size_t)>("getentropy")(buffer, size);
+    return fails(GETENTROPY, EIO, "") ? -1 : next<int(void *, size_t)>("getentropy")(buffer, size);
 }
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QRandomGenerator>
+
 #include <openssl/bio.h>
 #include <openssl/bn.h>
 #include <openssl/ec.h>
@@ -271,6 +273,15 @@ FILE *__wrap_fopen(const char *, const char *);
 FILE *__wrap_fopen(const char *path, const char *mode)
 {
     return call("fopen", __real_fopen, path, mode);
+}
+
+// A private member of the application library's generator, which its public members call.
+quint64 __real__ZN16QRandomGenerator10_fillRangeEPvx(QRandomGenerator *, void *, qptrdiff);
+quint64 __wrap__ZN16QRandomGenerator10_fillRangeEPvx(QRandomGenerator *, void *, qptrdiff);
+quint64 __wrap__ZN16QRandomGenerator10_fillRangeEPvx(QRandomGenerator *generator, void *buffer,
+                                                     qptrdiff count)
+{
+    return call("random values", __real__ZN16QRandomGenerator10_fillRangeEPvx, generator, buffer, count);
 }
 
 std::size_t __real_fwrite(const void *, std::size_t, std::size_t, FILE *);

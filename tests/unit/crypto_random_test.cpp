@@ -1,14 +1,22 @@
 #include "src/crypto.h"
 
 #include "tests/support/captured_output.h"
+#include "tests/support/child_run.h"
+#include "tests/support/library_faults.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
 #include "tests/support/umask.h"
 
 #include <gtest/gtest.h>
 
+#include <QRandomGenerator>
+
+#include <sys/resource.h>
+
 #include <array>
 #include <climits>
+#include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -211,6 +219,60 @@ TEST_F(GenerateRandom, TouchesNoFileForANegativeSize)
     WriteFile(path, "old");
     expectFailure(-1, path, cannotCreate(path));
     EXPECT_EQ(ReadFile(path), "old");
+}
+
+TEST_F(GenerateRandom, TouchesNoFileWhereTheSystemHasNoRandomBytes)
+{
+    const std::string path = folder / "random.bin";
+    for (const int size : {1, 4096}) {
+        LibraryFaults faults;
+        faults.fail("random values");
+        expectFailure(size, path, cannotCreate(path));
+        EXPECT_FALSE(fs::exists(path));
+    }
+    WriteFile(path, "old");
+    for (int block = 1; block <= 3; ++block) {
+        LibraryFaults faults;
+        faults.fail("random values", 0, block);
+        expectFailure(3 * 4096, path, cannotCreate(path));
+        EXPECT_EQ(faults.calls("random values"), block);
+    }
+    EXPECT_EQ(ReadFile(path), "old");
+}
+
+TEST_F(GenerateRandom, NoticesASingleByteThatIsNotDrawn)
+{
+    for (const int missing : {0, 1, 4095, 4096, 4999}) {
+        LibraryFaults faults;
+        int drawn = 0;
+        faults.replace<quint64(QRandomGenerator *, void *, qptrdiff)>(
+            "random values", [&](QRandomGenerator *, void *buffer, qptrdiff count) {
+                auto *const values = static_cast<quint64 *>(buffer);
+                for (int i = 0; i < count / 2; ++i, ++drawn) {
+                    if (drawn != missing)
+                        values[i] = quint64{1} << 63; // a byte of zero is none that is missing
+                }
+                return quint64{0};
+            });
+        const std::string path = folder / std::to_string(missing);
+        expectFailure(5000, path, cannotCreate(path));
+        drawn = 5000;
+        EXPECT_EQ(generate(5000, path), 0);
+        EXPECT_EQ(ReadFile(path), std::string(5000, '\0'));
+    }
+}
+
+TEST(RandomByte, IsNeverOneThatIsNotDrawn)
+{
+    const ChildRun run = RunInChild([] {
+        const rlimit none = {0, 0};
+        setrlimit(RLIMIT_CORE, &none);
+        LibraryFaults faults;
+        faults.fail("random values");
+        std::printf("%d", randomByte());
+    });
+    EXPECT_EQ(run.signal, SIGABRT);
+    EXPECT_EQ(run.output, "");
 }
 
 TEST(RandomByte, TakesAllValuesEquallyOften)

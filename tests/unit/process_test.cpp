@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -134,6 +136,28 @@ TEST(PrepareProcess, TurnsCoreFilesOff)
                     static_cast<unsigned long long>(core.rlim_max));
     });
     EXPECT_EQ(run.output, "0 0");
+}
+
+TEST(PrepareProcess, LetsAWriteBeyondALimitFail)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder / "limited";
+    const ChildRun run = RunInChild([&path] {
+        std::signal(SIGXFSZ, SIG_DFL);
+        PrepareProcess();
+        rlimit size = {};
+        getrlimit(RLIMIT_FSIZE, &size);
+        const rlimit small = {2, size.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
+        const int file = open(path.c_str(), O_WRONLY | O_CREAT, 0600);
+        const ssize_t first = write(file, "text", 4);
+        const ssize_t second = write(file, "text", 4);
+        const bool isTooLarge = errno == EFBIG;
+        setrlimit(RLIMIT_FSIZE, &size);
+        std::printf("%zd %zd%s", first, second, isTooLarge ? " too large" : "");
+    });
+    EXPECT_TRUE(run.returned);
+    EXPECT_EQ(run.output, "2 -1 too large");
 }
 
 void writeLibraryMessages()
