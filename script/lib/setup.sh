@@ -26,6 +26,14 @@ needs_of_the_tests=(
     "cryptography for Python | python cryptography             | python3-cryptography"
     "valgrind        | command valgrind                        | valgrind"
 )
+# For the tests of the manual, and of the completions in these shells. Where they are not to be had, the others run.
+needs_of_the_documents=(
+    "man             | command man                             | man-db"
+    "groff           | command groff                           | groff"
+    "mandoc          | command mandoc                          | mandoc"
+    "zsh             | command zsh                             | zsh"
+    "fish            | command fish                            | fish"
+)
 
 say() {
     printf '%s: %s\n' "${this_script#"$tree"/}" "$*" >&2

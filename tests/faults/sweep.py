@@ -400,7 +400,9 @@ class Sweep:
         self.shim = shim
 
     def execute(self, run, folder, settings):
-        environment = dict(os.environ, LD_PRELOAD=self.shim, **settings)
+        # A blank in LD_PRELOAD parts two libraries; the folder may have one.
+        folder_of_shim, shim = os.path.split(self.shim)
+        environment = dict(os.environ, LD_PRELOAD=shim, LD_LIBRARY_PATH=folder_of_shim, **settings)
         try:
             return subprocess.run([self.program, *ARGUMENTS[run]], cwd=folder, env=environment, timeout=SECONDS,
                                   input=b"n\n" * 100, capture_output=True, umask=0o022, check=False)
