@@ -23,8 +23,8 @@ enum CIHERTYPE : int {
 /// versions go on with it all the same, and crash in it.
 bool LibraryIsReady();
 
-/// One random byte: the low 8 bits of one value of the system-wide generator. Ends the process by abort() where
-/// the system has none to give: the caller could not tell.
+/// One random byte: the low 8 bits of one value of the system-wide generator. Ends the process by abort()
+/// where the system has none to give: the caller could not tell.
 unsigned char randomByte();
 
 /// Key generation, key files and signatures. Used as it stands the class works with RSA keys; EC_Crypto
