@@ -20,7 +20,7 @@ PACKET_SIZE = 8
 MIB = 1 << 20
 
 PARTS = ("packets", "pair", "start", "random", "growth", "instructions")
-COLUMNS = ("work", "against", "CPU time", "ratio", "bound", "wall ratio", "memory", "above", "bound")
+COLUMNS = ("work", "against", "CPU time", "ratio", "bound", "wall ratio", "memory", "above", "bound, MiB")
 
 
 class Sample:
@@ -155,26 +155,25 @@ class Bench:
     def line(*cells):
         print("| " + " | ".join(cells) + " |", flush=True)
 
-    def rows(self, work, ours, others, bounds, turns=None, scale=1, above=None, most=None):
-        """One row for each other contender: our CPU time and peak memory, and the medians of the ratios within
-        one turn. Ours does the work `scale` times; the row tells of one of them. Memory is bounded by MiB `above` that of the
-        floor in Qt Core, or by a `most` of its own."""
-        samples = self.measure([ours, *others], turns or self.turns)
-        own = samples[ours.name]
-        milliseconds = 1000 * statistics.median(sample.cpu for sample in own) / scale
+    def row(self, work, own, name, theirs, bound=None, above=None, most=None):
+        """Our CPU time and peak memory, and the medians of the ratios within one turn. Memory is bounded by MiB
+        `above` the other's, or by a `most` of its own."""
+        cpu = statistics.median(a.cpu / b.cpu for a, b in zip(own, theirs))
+        wall = statistics.median(a.wall / b.wall for a, b in zip(own, theirs))
+        milliseconds = 1000 * statistics.median(sample.cpu for sample in own)
         memory = statistics.median(sample.memory for sample in own) / 1024
+        extra = statistics.median(a.memory - b.memory for a, b in zip(own, theirs)) / 1024
+        text = f"{work} against {name}"
+        memory_bound = self.verdict(f"{text}, memory", memory, most) or self.verdict(f"{text}, memory", extra, above)
+        self.line(work, name, f"{milliseconds:.1f} ms", f"{cpu:.3f}", self.verdict(text, cpu, bound), f"{wall:.3f}",
+                  f"{memory:.1f} MiB", f"{extra:+.1f} MiB", memory_bound)
+
+    def rows(self, work, ours, others, bounds, turns=None, above=None, most=None):
+        """One row for each other contender. `above` holds against the floor in Qt Core."""
+        samples = self.measure([ours, *others], turns or self.turns)
         for other in others:
-            theirs = samples[other.name]
-            cpu = statistics.median(a.cpu / b.cpu for a, b in zip(own, theirs)) / scale
-            wall = statistics.median(a.wall / b.wall for a, b in zip(own, theirs)) / scale
-            extra = statistics.median(a.memory - b.memory for a, b in zip(own, theirs)) / 1024
-            text = f"{work} against {other.name}"
-            memory_bound = self.verdict(f"{text}, memory", memory, most)
-            if other.name == "floor in Qt Core":
-                memory_bound = self.verdict(f"{text}, memory", extra, above)
-            self.line(work, other.name, f"{milliseconds:.1f} ms", f"{cpu:.3f}",
-                      self.verdict(text, cpu, bounds.get(other.name)), f"{wall:.3f}", f"{memory:.1f} MiB",
-                      f"{extra:+.1f} MiB", memory_bound and f"{memory_bound} MiB")
+            self.row(work, samples[ours.name], other.name, samples[other.name], bounds.get(other.name),
+                     above if other.name == "floor in Qt Core" else None, most)
 
     def packets(self):
         bounds = {
@@ -213,14 +212,15 @@ class Bench:
                   most=mebibytes + 12)
 
     def growth(self):
-        """Packets one after the other, and two at a time, each into a folder of its own, beside one alone."""
+        """Packets one after the other beside each other, and two at a time, against one alone."""
         packet = self.packet("prime256v1")
         one = Contender("one packet", packet.command, packet.check)
-        packet_into = shlex.join(packet.command[:-1])
-        count = 100
-        row = Contender("row", ["sh", "-ec", f"i=0; while [ $i -lt {count} ]; do i=$((i + 1)); {packet_into} $i; done"])
-        two = Contender("two", ["sh", "-ec", f"{packet_into} one & {packet_into} other; wait"])
-        self.rows(f"{count} packets in a row, each", row, [one], {}, max(1, self.turns // 4), scale=count)
+        into = packet.command[:-1]
+        with tempfile.TemporaryDirectory(prefix="keygen bench ") as folder:
+            turns = [(Sample(self.program("measure"), [*into, str(i)], folder), one.run(self.program("measure")))
+                     for i in range(100)]
+        self.row("100 packets in a row, each", [own for own, _ in turns], one.name, [alone for _, alone in turns])
+        two = Contender("two", ["sh", "-ec", f"{shlex.join(into)} one & {shlex.join(into)} other; wait"])
         self.rows("two packets side by side", two, [one], {})
 
     def count(self, contender):
