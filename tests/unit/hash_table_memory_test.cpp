@@ -1,0 +1,65 @@
+// Hashes where memory runs out. Allocations of this program go through the operators below.
+#include "keygen/hash_table.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdlib>
+#include <new>
+#include <optional>
+#include <string>
+
+namespace {
+
+/// How many more allocations succeed before one fails; without a value none does.
+std::optional<int> allocationsLeft;
+
+} // namespace
+
+void *operator new(std::size_t size)
+{
+    const bool fails = allocationsLeft && (*allocationsLeft)-- == 0;
+    void *const memory = fails ? nullptr : std::malloc(size);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void *memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void *memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+namespace {
+
+constexpr std::array<unsigned char, 3> data = {'a', 'b', 'c'};
+
+TEST(Sha256, IsWholeOrNotGivenWhereMemoryIsMissing)
+{
+    const std::string whole = sha256(data.data(), data.size());
+    for (int allocations = 0;; ++allocations) {
+        std::string digest;
+        bool given = true;
+        allocationsLeft = allocations;
+        try {
+            digest = sha256(data.data(), data.size());
+        } catch (const std::bad_alloc &) {
+            given = false;
+        }
+        const bool oneFailed = *allocationsLeft < 0;
+        allocationsLeft.reset();
+        EXPECT_NE(given, oneFailed) << allocations;
+        if (given) {
+            EXPECT_EQ(digest, whole);
+            EXPECT_GT(allocations, 0);
+            break;
+        }
+    }
+}
+
+} // namespace
