@@ -31,6 +31,8 @@ ARGUMENTS = {
 }
 RANDOM_SIZE = 9000
 SECONDS = 60
+# What a run does once, at its end, takes few of its allocations: a packet's table of hashes, say.
+LAST_ALLOCATIONS = 200
 PRIVATE_MODE, PUBLIC_MODE, DEFAULT_MODE, OVERWRITABLE_MODE = 0o400, 0o444, 0o644, 0o226
 
 
@@ -445,14 +447,17 @@ class Sweep:
             shutil.rmtree(folder, ignore_errors=True)
 
     def sweep(self, pool, run, every, place, slices):
-        """Every call of the few functions; of the allocations, which are many, one in `every`."""
+        """Every call of the few functions; of the allocations, which are many, one in `every`, and the last."""
         failures = []
         try:
             counts = self.count_calls(run)
         except Wrong as wrong:
             return [f"{run}, without a failure: {wrong}"]
         for call, count in counts.items():
-            numbers = range(1, count + 1, every if call == "malloc" else 1)[place - 1::slices]
+            numbers = range(1, count + 1)
+            if call == "malloc":
+                numbers = sorted({*numbers[::every], *numbers[-LAST_ALLOCATIONS:]})
+            numbers = numbers[place - 1::slices]
             jobs = len(numbers)
             results = pool.map(self.fail, [run] * jobs, [call] * jobs, numbers, chunksize=8)
             found = [text for text in results if text]
@@ -465,7 +470,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("program")
     parser.add_argument("shim")
-    parser.add_argument("--every", type=int, default=1, help="of the allocations, make one in so many fail")
+    parser.add_argument("--every", type=int, default=1, help="of the allocations, make one in so many fail, and all of the last")
     parser.add_argument("--run", choices=ARGUMENTS, action="append", help="only this run (may be repeated)")
     parser.add_argument("--slice", default="1/1", help="of the calls, 2/3 being each third from the second on")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="runs at the same time")
