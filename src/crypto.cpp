@@ -1,6 +1,7 @@
 #include "src/crypto.h"
 
 #include "keygen/console.h"
+#include "src/engine_helpers.h"
 #include "src/openssl_owners.h"
 
 #include <QFile>
@@ -116,20 +117,14 @@ int Crypto::GetPubKeyBin(EVP_PKEY *, unsigned char **, size_t *)
 int Crypto::GetPubKeyDER(EVP_PKEY *key, unsigned char **der, size_t *derLen)
 {
     *derLen = static_cast<size_t>(std::max(i2d_PUBKEY(key, nullptr), 0));
-    if (*derLen == 0) {
-        MessageOut("Error: extracting public key fails\n", MSG_ERROR);
-        return -1;
-    }
+    if (*derLen == 0)
+        return FailWith("Error: extracting public key fails\n");
     *der = static_cast<unsigned char *>(OPENSSL_malloc(*derLen));
-    if (*der == nullptr) {
-        MessageOut("Error: creating buffer for DER fromat public key fails\n", MSG_ERROR);
-        return -1;
-    }
+    if (*der == nullptr)
+        return FailWith("Error: creating buffer for DER fromat public key fails\n");
     unsigned char *cursor = *der;
-    if (i2d_PUBKEY(key, &cursor) <= 0) {
-        MessageOut("Error: creating DER fromat public key fails\n", MSG_ERROR);
-        return -1;
-    }
+    if (i2d_PUBKEY(key, &cursor) <= 0)
+        return FailWith("Error: creating DER fromat public key fails\n");
     return 1;
 }
 
@@ -138,10 +133,8 @@ int Crypto::GetPubKeyDER(const unsigned char *path, unsigned char **der, size_t 
     EVP_PKEY *key = nullptr;
     const int status = ReadPubKey(path, &key);
     const KeyOwner owner(key);
-    if (status != 1) {
-        MessageOut("Error: reading public key fails\n", MSG_ERROR);
-        return -1;
-    }
+    if (status != 1)
+        return FailWith("Error: reading public key fails\n");
     return GetPubKeyDER(key, der, derLen);
 }
 
@@ -149,15 +142,11 @@ int Crypto::CalculateDigest(const unsigned char *data, size_t len, unsigned char
 {
     *digestLen = 0;
     const EVP_MD *const method = EVP_sha256();
-    if (method == nullptr) {
-        MessageOut("unknown message digest ", MSG_ERROR);
-        return -1;
-    }
+    if (method == nullptr)
+        return FailWith("unknown message digest ");
     const DigestContextOwner context(EVP_MD_CTX_new());
-    if (!context) {
-        MessageOut("unknown message digest ", MSG_ERROR);
-        return -1;
-    }
+    if (!context)
+        return FailWith("unknown message digest ");
     // A failure on the way is no failure of this call; it shows in the length, which stays 0.
     unsigned int length = 0;
     if (EVP_MD_CTX_reset(context.get()) == 1 && EVP_DigestInit_ex(context.get(), method, nullptr) == 1 &&
@@ -177,16 +166,14 @@ int Crypto::GetHashPubKey(EVP_PKEY *key, unsigned char **digest, size_t *digestL
         std::puts("Error: converting public Key to DER Format fails ");
         return -1;
     }
-    if (CalculateDigest(binaryForm, length, digest, digestLen) != 1 || *digestLen == 0) {
-        MessageOut("Error : calculating public Key (DER Format) hash fails\n", MSG_ERROR);
-        return -1;
-    }
+    if (CalculateDigest(binaryForm, length, digest, digestLen) != 1 || *digestLen == 0)
+        return FailWith("Error : calculating public Key (DER Format) hash fails\n");
     return 1;
 }
 
 int Crypto::generateRandom(int size, const unsigned char *path)
 {
-    const QString name = TextOf(reinterpret_cast<const char *>(path));
+    const QString name = TextOf(CharsOf(path));
     RandomBytes bytes(size);
     if (!bytes || !bytes.fill()) {
         MessageOut("Failed to create output file : " + name, MSG_ERROR);

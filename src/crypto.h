@@ -19,10 +19,6 @@ enum CIHERTYPE : int {
     AES256_CBC = 1, ///< AES-256-CBC
 };
 
-/// False where the cryptographic library could not set up its default context, for lack of memory, say. Newer
-/// versions go on with it all the same, and crash in it.
-bool LibraryIsReady();
-
 /// One random byte: the low 8 bits of one value of the system-wide generator. Ends the process by abort()
 /// where the system has none to give: the caller could not tell.
 unsigned char randomByte();

@@ -2,6 +2,7 @@
 #include "src/crypto.h"
 
 #include "keygen/console.h"
+#include "src/engine_helpers.h"
 #include "src/openssl_owners.h"
 
 #include <openssl/bn.h>
@@ -15,7 +16,6 @@
 namespace {
 
 constexpr int modulusBits = 4096;
-constexpr size_t digestBufferSize = 512;
 
 /// True for an error that RSA_check_key reports about an inconsistent key, as opposed to one of any other
 /// origin.
@@ -74,12 +74,6 @@ int checkKey(EVP_PKEY *key)
     if (ERR_peek_error() == 0)
         return 1;
     printErrorQueue(errors.get());
-    return -1;
-}
-
-int failWith(const char *message)
-{
-    MessageOut(message, MSG_ERROR);
     return -1;
 }
 
@@ -170,15 +164,15 @@ int Crypto::GenerateKeys(const unsigned char *prvPath, const unsigned char *pubP
     const int status = KeyGen(&generated);
     const KeyOwner key(generated);
     if (status != 1)
-        return failWith("Error: fail occured while generating RSA private key\n");
+        return FailWith("Error: fail occured while generating RSA private key\n");
     std::fflush(stdout);
 
     MessageOut("Saving RSA private key...\n", MSG_INFO);
     if (SaveEncPrvKey(prvPath, key.get(), password, method) != 1)
-        return failWith("Error: creating PEM file fails\n");
+        return FailWith("Error: creating PEM file fails\n");
     MessageOut("Private key PEM file created\n", MSG_INFO);
     if (SavePubKey(pubPath, key.get()) != 1)
-        return failWith("Error: creating Pubkey.pem fails\n");
+        return FailWith("Error: creating Pubkey.pem fails\n");
     MessageOut("Public key PEM file created\n", MSG_INFO);
 
     // RSA keys have no binary form to hash: the refusal is printed, and the generation succeeds without the
@@ -193,24 +187,24 @@ int Crypto::sign(const unsigned char *data, size_t len, unsigned char **sig, siz
 {
     const KeyContextOwner context(EVP_PKEY_CTX_new(key, nullptr));
     if (!context)
-        return failWith("Error: creating signing context fails\n");
+        return FailWith("Error: creating signing context fails\n");
     if (EVP_PKEY_sign_init(context.get()) <= 0)
-        return failWith("Error: signing init fails\n");
+        return FailWith("Error: signing init fails\n");
     if (!setPadding(context.get()))
-        return failWith("Error: RSA padding fails\n");
+        return FailWith("Error: RSA padding fails\n");
     if (!setDigest(context.get()))
-        return failWith("Error: setting hash algo fails\n");
+        return FailWith("Error: setting hash algo fails\n");
 
     size_t length = 0;
     if (EVP_PKEY_sign(context.get(), nullptr, &length, data, len) <= 0)
-        return failWith("Error: determining signing buffer length fails\n");
+        return FailWith("Error: determining signing buffer length fails\n");
     BufferOwner buffer(static_cast<unsigned char *>(OPENSSL_malloc(length)));
     if (!buffer)
-        return failWith("Error: allocating signature buffer fails\n");
+        return FailWith("Error: allocating signature buffer fails\n");
     if (data == nullptr)
-        return failWith("Error: unvalid hash pointer \n");
+        return FailWith("Error: unvalid hash pointer \n");
     if (EVP_PKEY_sign(context.get(), buffer.get(), &length, data, len) <= 0)
-        return failWith("Error: creating signature fails\n");
+        return FailWith("Error: creating signature fails\n");
 
     *sig = buffer.release();
     *siglen = length;
@@ -226,16 +220,16 @@ int Crypto::GenerateSignature(const unsigned char *data, size_t len, const unsig
     const int status = ReadEncPrvKey(prvKeyPath, &stored, password);
     const KeyOwner key(stored);
     if (status != 1)
-        return failWith("Error: reading private key file fails\n");
+        return FailWith("Error: reading private key file fails\n");
 
     const BufferOwner digest(static_cast<unsigned char *>(OPENSSL_malloc(digestBufferSize)));
     if (!digest)
-        return failWith("Error: allocating signature buffer fails \n");
+        return FailWith("Error: allocating signature buffer fails \n");
     unsigned char *buffer = digest.get();
     size_t digestLength = 0;
     CalculateDigest(data, len, &buffer, &digestLength);
     if (sign(buffer, digestLength, sig, siglen, key.get()) != 1)
-        return failWith("Error: signing fails \n");
+        return FailWith("Error: signing fails \n");
     std::fflush(stdout);
     return 1;
 }

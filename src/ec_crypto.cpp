@@ -1,6 +1,7 @@
 #include "src/ec_crypto.h"
 
 #include "keygen/console.h"
+#include "src/engine_helpers.h"
 #include "src/openssl_owners.h"
 
 #include <openssl/bn.h>
@@ -20,10 +21,8 @@ constexpr size_t numberSize = 32;
 int stripHeader(unsigned char *buffer, size_t *length, size_t headerSize)
 {
     // Only keys far smaller than any curve's are encoded this short: what is not there cannot be cut off.
-    if (*length < headerSize) {
-        MessageOut("Error: extracting public key fails\n", MSG_ERROR);
-        return -1;
-    }
+    if (*length < headerSize)
+        return FailWith("Error: extracting public key fails\n");
     *length -= headerSize;
     std::memmove(buffer, buffer + headerSize, *length);
     return 1;
@@ -130,28 +129,20 @@ int EC_Crypto::GenerateKeys(const unsigned char *privateKeyPath, const unsigned 
     EVP_PKEY *generated = nullptr;
     const int status = KeyGen(&generated);
     const KeyOwner key(generated);
-    if (status != 1) {
-        MessageOut("Error occured while generating Keypair! \n", MSG_ERROR);
-        return -1;
-    }
+    if (status != 1)
+        return FailWith("Error occured while generating Keypair! \n");
     std::fflush(stdout);
 
-    if (SaveEncPrvKey(privateKeyPath, key.get(), password, method) != 1) {
-        MessageOut("Error occured while creating PEM file!\n", MSG_ERROR);
-        return -1;
-    }
+    if (SaveEncPrvKey(privateKeyPath, key.get(), password, method) != 1)
+        return FailWith("Error occured while creating PEM file!\n");
     MessageOut("Private key PEM file created \n", MSG_INFO);
 
-    if (SavePubKey(publicKeyPath, key.get()) != 1) {
-        MessageOut("Error occured while creating public key PEM file!\n", MSG_ERROR);
-        return -1;
-    }
+    if (SavePubKey(publicKeyPath, key.get()) != 1)
+        return FailWith("Error occured while creating public key PEM file!\n");
     MessageOut("Public key PEM file created \n", MSG_INFO);
 
-    if (SaveHashPubKey(key.get(), hashPath) != 1) {
-        MessageOut("Error occured while creating public key hash file!\n", MSG_ERROR);
-        return -1;
-    }
+    if (SaveHashPubKey(key.get(), hashPath) != 1)
+        return FailWith("Error occured while creating public key hash file!\n");
     MessageOut("public key hash file created \n", MSG_INFO);
     std::fflush(stdout);
     return 1;
@@ -183,27 +174,19 @@ int EC_Crypto::sign(const unsigned char *data, size_t len, unsigned char **sig, 
 {
     const EcKeyOwner ec(key != nullptr ? EVP_PKEY_get1_EC_KEY(key) : nullptr);
     const int largestEncoding = ec ? ECDSA_size(ec.get()) : 0;
-    if (largestEncoding <= 0) {
-        MessageOut("Error: determining signing buffer length fails \n", MSG_ERROR);
-        return -1;
-    }
+    if (largestEncoding <= 0)
+        return FailWith("Error: determining signing buffer length fails \n");
     // On a curve with a short order the encoding is shorter than the two numbers written over it.
     const size_t bufferSize = std::max(static_cast<size_t>(largestEncoding), 2 * numberSize);
     BufferOwner buffer(static_cast<unsigned char *>(OPENSSL_malloc(bufferSize)));
-    if (!buffer) {
-        MessageOut("Error: allocating signature buffer fails \n", MSG_ERROR);
-        return -1;
-    }
-    if (data == nullptr) {
-        MessageOut("Error: unvalid hash pointer \n", MSG_ERROR);
-        return -1;
-    }
+    if (!buffer)
+        return FailWith("Error: allocating signature buffer fails \n");
+    if (data == nullptr)
+        return FailWith("Error: unvalid hash pointer \n");
     const int dataLength = static_cast<int>(len);
     unsigned int encodedLength = 0;
-    if (ECDSA_sign(0, data, dataLength, buffer.get(), &encodedLength, ec.get()) == 0) {
-        MessageOut("Error: Creating ECDSA signature fails!\n", MSG_ERROR);
-        return -1;
-    }
+    if (ECDSA_sign(0, data, dataLength, buffer.get(), &encodedLength, ec.get()) == 0)
+        return FailWith("Error: Creating ECDSA signature fails!\n");
     *sig = buffer.release();
     *siglen = encodedLength;
     MessageOut("ECDSA signature generated.\n", MSG_INFO);
@@ -233,10 +216,8 @@ int EC_Crypto::GetPubKeyBin(const unsigned char *pemPath, unsigned char **out, s
     EVP_PKEY *key = nullptr;
     const int status = ReadPubKey(pemPath, &key);
     const KeyOwner owner(key);
-    if (status != 1) {
-        MessageOut("Error: reading public key fails \n", MSG_ERROR);
-        return -1;
-    }
+    if (status != 1)
+        return FailWith("Error: reading public key fails \n");
     return GetPubKeyBin(key, out, outLen);
 }
 

@@ -1,0 +1,182 @@
+// Class Crypto's key-file writers.
+#include "src/crypto.h"
+
+#include "keygen/console.h"
+#include "src/engine_helpers.h"
+#include "src/openssl_owners.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <openssl/pem.h>
+#include <openssl/pkcs12.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+// The format of the encrypted private key file. Named here, because the library's own defaults change with
+// its version.
+constexpr int saltSize = 8;
+constexpr int iterations = 2048;
+constexpr int pseudoRandomFunction = NID_hmacWithSHA256;
+
+// Modes 0226, 0400 and 0444. The first makes a read-only file of an earlier run writable again.
+constexpr QFileDevice::Permissions overwritable = QFileDevice::WriteOwner | QFileDevice::WriteUser |
+                                                  QFileDevice::WriteGroup | QFileDevice::WriteOther |
+                                                  QFileDevice::ReadOther;
+constexpr QFileDevice::Permissions ownerReadable = QFileDevice::ReadOwner | QFileDevice::ReadUser;
+constexpr QFileDevice::Permissions readable =
+    QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup | QFileDevice::ReadOther;
+
+/// The name under which the key files' permissions are set: their path read as Latin-1. It is the file's own
+/// name when that is ASCII; otherwise it is another one, and the new file keeps the process's default mode.
+QString permissionName(const unsigned char *path)
+{
+    return QString::fromLatin1(CharsOf(path));
+}
+
+/// One output file: an old one is made writable at once; then it is created or truncated, written, and
+/// closed.
+class OutputFile {
+public:
+    OutputFile(const unsigned char *filePath, const QString &nameForPermissions)
+        : path(CharsOf(filePath)), name(nameForPermissions)
+    {
+        setPermissions(overwritable);
+    }
+
+    /// Creates or truncates the file.
+    bool open()
+    {
+        file.reset(std::fopen(path, "wb"));
+        return file != nullptr;
+    }
+
+    std::FILE *stream() const { return file.get(); }
+
+    /// Flushes and closes: only now is it known whether all that was written has reached the file.
+    bool close()
+    {
+        std::FILE *const stream = file.release();
+        const bool flushed = std::fflush(stream) == 0 && std::ferror(stream) == 0;
+        return std::fclose(stream) == 0 && flushed;
+    }
+
+    /// Folders and devices keep their own: only a file was ever read-only by this program's doing.
+    void setPermissions(QFileDevice::Permissions permissions) const
+    {
+        if (QFileInfo(name).isFile())
+            QFile::setPermissions(name, permissions);
+    }
+
+private:
+    const char *path;
+    QString name;
+    FileOwner file;
+};
+
+/// The length of a password as key files know it: the library's readers take no more than PEM_BUFSIZE bytes.
+int passPhraseLength(const unsigned char *password)
+{
+    return static_cast<int>(std::min(std::strlen(CharsOf(password)), size_t{PEM_BUFSIZE}));
+}
+
+bool writeEncryptedKey(std::FILE *file, EVP_PKEY *key, const unsigned char *password,
+                       const EVP_CIPHER *cipher)
+{
+    // Without a password or a cipher anyone could open the file.
+    if (key == nullptr || cipher == nullptr || password == nullptr || *password == '\0')
+        return false;
+    const PrivateKeyInfoOwner info(EVP_PKEY2PKCS8(key));
+    AlgorithmOwner algorithm(
+        PKCS5_pbe2_set_iv(cipher, iterations, nullptr, saltSize, nullptr, pseudoRandomFunction));
+    if (!info || !algorithm)
+        return false;
+    const EncryptedKeyOwner encrypted(
+        PKCS8_set0_pbe(CharsOf(password), passPhraseLength(password), info.get(), algorithm.get()));
+    if (!encrypted)
+        return false;
+    algorithm.release(); // the encrypted key owns it
+    return PEM_write_PKCS8(file, encrypted.get()) != 0;
+}
+
+/// Writes the 32 bytes or so of a hash file and closes it.
+bool writeAndClose(OutputFile &file, const unsigned char *bytes, size_t size)
+{
+    std::fwrite(bytes, 1, size, file.stream());
+    return file.close();
+}
+
+} // namespace
+
+int Crypto::SaveEncPrvKey(const unsigned char *path, EVP_PKEY *key, const unsigned char *password,
+                          const EVP_CIPHER *cipher)
+{
+    OutputFile file(path, permissionName(path));
+    if (!file.open())
+        return FailWith("Error: creating Key File fails\n");
+    if (!writeEncryptedKey(file.stream(), key, password, cipher) || !file.close())
+        return FailWith("Error: writing encrypted private Key fails\n");
+    file.setPermissions(ownerReadable);
+    return 1;
+}
+
+int Crypto::SavePrvKey(const unsigned char *path, EVP_PKEY *key)
+{
+    FileOwner file(std::fopen(CharsOf(path), "wb"));
+    if (!file)
+        return FailWith("Error: creating Key File fails\n");
+    // No buffer of the C library's keeps a copy of the key.
+    std::setvbuf(file.get(), nullptr, _IONBF, 0);
+    if (key == nullptr || PEM_write_PrivateKey(file.get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 0 ||
+        std::fclose(file.release()) != 0)
+        return FailWith("Error: writing Key fails\n");
+    return 1;
+}
+
+int Crypto::SavePubKey(const unsigned char *path, EVP_PKEY *key)
+{
+    OutputFile file(path, permissionName(path));
+    if (!file.open())
+        return FailWith("Error: creating key file fails\n");
+    const bool encoded = key != nullptr && PEM_write_PUBKEY(file.stream(), key) != 0;
+    const bool written = file.close() && encoded;
+    if (!written)
+        MessageOut("Error: writing key fails\n", MSG_ERROR);
+    file.setPermissions(readable);
+    return written ? 1 : 0;
+}
+
+int Crypto::SaveHashPubKey(EVP_PKEY *key, const unsigned char *hashPath)
+{
+    OutputFile file(hashPath, permissionName(hashPath));
+    const BufferOwner digest(static_cast<unsigned char *>(OPENSSL_malloc(digestBufferSize)));
+    if (!digest)
+        return FailWith("Error: allocating buffer for PubKey hash fails\n");
+    unsigned char *buffer = digest.get();
+    size_t length = 0;
+    if (GetHashPubKey(key, &buffer, &length) != 1)
+        return FailWith("Error: calculating PubKey hash fails\n");
+    // Only now is the old file lost. The message speaks of reading; it is the one that users know for a hash
+    // file that cannot be written.
+    if (!file.open() || !writeAndClose(file, buffer, digestSize)) {
+        PrintPathError("Error: Reading Device file fails: ", hashPath);
+        return -1;
+    }
+    file.setPermissions(readable);
+    return 1;
+}
+
+int Crypto::SaveHashTableHash(const unsigned char *data, int length, const unsigned char *path)
+{
+    OutputFile file(path, TextOf(CharsOf(path)));
+    if (!file.open() || !writeAndClose(file, data, static_cast<size_t>(length))) {
+        PrintPathError("Error: Creating file fails: ", path);
+        return -1;
+    }
+    file.setPermissions(readable);
+    return 1;
+}
