@@ -45,6 +45,17 @@ bool accepts(std::vector<std::string> arguments, const std::string &word)
 
 const std::string storedPassword = "correct horse";
 
+const std::vector<std::string> storedNames = {"rsa2048", "prime256v1", "brainpoolP256t1"};
+
+const std::vector<std::pair<std::string, bool>> storedForms = {
+    {"pem", false},
+    {"aes128.pem", true},
+    {"aes256.pem", true},
+    {"traditional.pem", false},
+    {"traditional.aes128.pem", true},
+    {"traditional.aes256.pem", true},
+};
+
 std::string StoredKeyPath(const std::string &name)
 {
     return TestData("private_keys/" + name);

@@ -4,10 +4,17 @@
 #include "src/openssl_owners.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 /// The password of every encrypted file in tests/data/private_keys.
 extern const std::string storedPassword;
+
+/// The keys in tests/data/private_keys that are there in every form.
+extern const std::vector<std::string> storedNames;
+
+/// Every form that a private key file may have; the second part tells whether it is encrypted.
+extern const std::vector<std::pair<std::string, bool>> storedForms;
 
 /// The path of a file in tests/data/private_keys.
 std::string StoredKeyPath(const std::string &name);

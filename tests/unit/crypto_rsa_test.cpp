@@ -1,7 +1,5 @@
-// RSA keys: generation, their files, and the display of their numbers.
+// RSA keys: generation, and their files.
 #include "src/ec_crypto.h"
-
-#include "keygen/console.h"
 
 #include "tests/support/captured_output.h"
 #include "tests/support/library_faults.h"
@@ -9,7 +7,6 @@
 #include "tests/support/private_keys.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
-#include "tests/support/umask.h"
 
 #include <gtest/gtest.h>
 
@@ -18,18 +15,11 @@
 #include <openssl/rsa.h>
 
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <termios.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -38,14 +28,6 @@ namespace {
 constexpr int prime256v1 = 415;
 
 const std::string okLine = Info("RSA key ok \n");
-
-std::string hexOf(const BIGNUM *number)
-{
-    char *const text = BN_bn2hex(number);
-    std::string digits = text;
-    OPENSSL_free(text);
-    return digits;
-}
 
 /// Puts an error into the library's queue.
 void raise(int library, int reason, int function = 0x7B)
@@ -650,262 +632,6 @@ TEST(RsaKeyOfFullSize, MakesSignaturesOf512BytesThatVerifyElsewhere)
     const KeyOwner owner(key);
     EXPECT_TRUE(OpensslAcceptsRsa(key, data, bytes));
     EXPECT_FALSE(OpensslAcceptsRsa(key, data + "!", bytes));
-}
-
-class SavePrvKey : public testing::Test {
-protected:
-    ~SavePrvKey() override { ERR_clear_error(); }
-
-    void expectFailure(const std::string &file, EVP_PKEY *key, const std::string &message)
-    {
-        CapturedOutput errors(2);
-        CapturedOutput output;
-        EXPECT_EQ(Crypto().SavePrvKey(Bytes(file), key), -1);
-        EXPECT_EQ(output.text(), Error(message));
-        EXPECT_EQ(errors.text(), "");
-    }
-
-    TemporaryFolder folder;
-    const std::string path = folder / "private.pem";
-};
-
-TEST_F(SavePrvKey, WritesTheUnencryptedKeyAsOtherToolsDo)
-{
-    for (const char *name : {"rsa2048.pem", "prime256v1.pem", "brainpoolP256t1.pem"}) {
-        const KeyOwner key = StoredKey(name);
-        CapturedOutput output;
-        EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
-        EXPECT_EQ(output.text(), "");
-        EXPECT_EQ(ReadFile(path), ReadFile(StoredKeyPath(name)));
-    }
-}
-
-TEST_F(SavePrvKey, LeavesTheModeToTheProcess)
-{
-    const KeyOwner key = FixedKey(prime256v1, 5);
-    for (const int mask : {022, 077}) {
-        fs::remove(path);
-        const UmaskInForce inForce(mask);
-        EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
-        EXPECT_EQ(ModeOf(path), 0666 & ~mask);
-    }
-    fs::permissions(path, fs::perms(0620));
-    EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
-    EXPECT_EQ(ModeOf(path), 0620);
-}
-
-TEST_F(SavePrvKey, FailsWhereTheFileCannotBeCreated)
-{
-    const KeyOwner key = FixedKey(prime256v1, 5);
-    expectFailure(folder / "missing/private.pem", key.get(), "Error: creating Key File fails\n");
-    expectFailure(folder.path().string(), key.get(), "Error: creating Key File fails\n");
-    EXPECT_TRUE(fs::is_empty(folder.path()));
-}
-
-TEST_F(SavePrvKey, FailsWhereTheKeyCannotBeWritten)
-{
-    const KeyOwner key = FixedKey(prime256v1, 5);
-    expectFailure(path, nullptr, "Error: writing Key fails\n");
-    expectFailure("/dev/full", key.get(), "Error: writing Key fails\n");
-    const auto run = [&] {
-        LibraryFaults faults;
-        faults.fail("PEM_write_PrivateKey");
-        expectFailure(path, key.get(), "Error: writing Key fails\n");
-        faults.spoil("fclose", EOF);
-        expectFailure(path, key.get(), "Error: writing Key fails\n");
-    };
-    EXPECT_EQ(LeftBehindBy(run), 0);
-}
-
-TEST_F(SavePrvKey, KeepsNoCopyInABuffer)
-{
-    const KeyOwner key = FixedKey(prime256v1, 5);
-    const auto run = [&] {
-        LibraryFaults faults;
-        EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
-        EXPECT_EQ(faults.callsOf({"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"}),
-                  (std::vector<std::string>{"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"}));
-    };
-    EXPECT_EQ(LeftBehindBy(run), 0);
-}
-
-class DisplayRsaKeyParams : public testing::Test {
-protected:
-    ~DisplayRsaKeyParams() override { ERR_clear_error(); }
-
-    static std::string displayed(EVP_PKEY *key)
-    {
-        CapturedOutput errors(2);
-        CapturedOutput output;
-        Crypto().DisplayRSAKeyParams(key);
-        std::string text = output.text();
-        EXPECT_EQ(errors.text(), "");
-        return text;
-    }
-
-    static BIGNUM *number(const char *hexadecimal)
-    {
-        BIGNUM *result = nullptr;
-        BN_hex2bn(&result, hexadecimal);
-        return result;
-    }
-
-    const KeyOwner stored = StoredKey("rsa2048.pem");
-    const RsaOwner rsa = RsaOwner(EVP_PKEY_get1_RSA(stored.get()));
-};
-
-TEST_F(DisplayRsaKeyParams, PrintsTheFiveNumbersInTheirOrder)
-{
-    EXPECT_EQ(displayed(stored.get()), "p = 0x" + hexOf(RSA_get0_p(rsa.get())) + "\nq = 0x" +
-                                           hexOf(RSA_get0_q(rsa.get())) + "\nn = 0x" +
-                                           hexOf(RSA_get0_n(rsa.get())) + "\ne = 0x010001\nd = 0x" +
-                                           hexOf(RSA_get0_d(rsa.get())) + "\n");
-}
-
-TEST_F(DisplayRsaKeyParams, PrintsUpperCaseDigitsInPairs)
-{
-    const KeyOwner key(EVP_PKEY_new());
-    RSA *const small = RSA_new();
-    ASSERT_EQ(EVP_PKEY_assign_RSA(key.get(), small), 1);
-    RSA_set0_factors(small, number("abc"), number("d"));
-    RSA_set0_key(small, number("0000abcdef"), number("0"), number("-5"));
-    EXPECT_EQ(displayed(key.get()), "p = 0x0ABC\nq = 0x0D\nn = 0xABCDEF\ne = 0x0\nd = 0x-05\n");
-}
-
-TEST_F(DisplayRsaKeyParams, PrintsNullForTheNumbersThatAreMissing)
-{
-    const KeyOwner publicKey = PublicHalf(stored.get());
-    EXPECT_EQ(displayed(publicKey.get()),
-              "p = NULL\nq = NULL\nn = 0x" + hexOf(RSA_get0_n(rsa.get())) + "\ne = 0x010001\nd = NULL\n");
-    const KeyOwner empty(EVP_PKEY_new());
-    ASSERT_EQ(EVP_PKEY_assign_RSA(empty.get(), RSA_new()), 1);
-    EXPECT_EQ(displayed(empty.get()), "p = NULL\nq = NULL\nn = NULL\ne = NULL\nd = NULL\n");
-}
-
-TEST_F(DisplayRsaKeyParams, PrintsOneLineForAKeyOfAnotherKind)
-{
-    const std::string line = "Error: EVP_PKEY_get1_RSA failed\n";
-    EXPECT_EQ(displayed(FixedKey(prime256v1, 5).get()), line);
-    EXPECT_EQ(displayed(nullptr), line);
-    const KeyOwner empty(EVP_PKEY_new());
-    EXPECT_EQ(displayed(empty.get()), line);
-}
-
-TEST_F(DisplayRsaKeyParams, FlushesItsLinesButNotTheErrorLine)
-{
-    LibraryFaults faults;
-    displayed(FixedKey(prime256v1, 5).get());
-    EXPECT_EQ(faults.calls("fflush(stdout)"), 0);
-    CapturedOutput output;
-    Crypto().DisplayRSAKeyParams(stored.get());
-    EXPECT_EQ(faults.calls("fflush(stdout)"), 1);
-    const std::string flushed = output.flushedText();
-    EXPECT_EQ(flushed, output.text());
-}
-
-TEST_F(DisplayRsaKeyParams, GoesOnAfterANumberWithoutMemoryForItsDigits)
-{
-    const KeyOwner publicKey = PublicHalf(stored.get());
-    LibraryFaults faults;
-    faults.fail("BN_bn2hex");
-    EXPECT_EQ(displayed(publicKey.get()), "p = NULL\nq = NULL\ne = 0x010001\nd = NULL\n");
-}
-
-TEST_F(DisplayRsaKeyParams, WipesTheDigitsAndLeavesTheKeyToItsOwner)
-{
-    const auto run = [&] {
-        ReleasedMemory memory;
-        memory.lookFor(hexOf(RSA_get0_p(rsa.get())));
-        displayed(stored.get());
-        EXPECT_TRUE(memory.sawReleases());
-        EXPECT_FALSE(memory.heldTheSecret());
-    };
-    EXPECT_EQ(LeftBehindBy(run), 0);
-    EXPECT_EQ(EVP_PKEY_bits(stored.get()), 2048);
-}
-
-/// What can be read, `size` bytes of it at most. A terminal hands its output on in pieces, and a little
-/// later.
-std::string readUpTo(std::size_t size, int descriptor)
-{
-    std::string text;
-    pollfd waiting = {descriptor, POLLIN, 0};
-    while (text.size() < size && poll(&waiting, 1, 5000) == 1) {
-        std::array<char, 4096> piece;
-        const ssize_t got = read(descriptor, piece.data(), piece.size());
-        if (got <= 0)
-            break;
-        text.append(piece.data(), static_cast<std::size_t>(got));
-    }
-    return text;
-}
-
-/// What reaches the other end when the lines stand amid ordinary output; `size` bytes are expected.
-std::string throughDescriptor(int writeEnd, int readEnd, EVP_PKEY *key, std::size_t size)
-{
-    std::fflush(stdout);
-    const int before = dup(STDOUT_FILENO);
-    dup2(writeEnd, STDOUT_FILENO);
-    close(writeEnd);
-    std::fputs("before\n", stdout);
-    MessageOut("message\n", MSG_INFO);
-    Crypto().DisplayRSAKeyParams(key);
-    std::puts("after");
-    MessageOut("message\n", MSG_ERROR);
-    std::fflush(stdout);
-    dup2(before, STDOUT_FILENO);
-    close(before);
-    const std::string text = readUpTo(size, readEnd);
-    close(readEnd);
-    return text;
-}
-
-class DisplayAmidOrdinaryOutput : public DisplayRsaKeyParams {
-protected:
-    DisplayAmidOrdinaryOutput()
-    {
-        RSA *const small = RSA_new();
-        EVP_PKEY_assign_RSA(key.get(), small);
-        RSA_set0_key(small, number("ab"), number("3"), nullptr);
-    }
-
-    const KeyOwner key = KeyOwner(EVP_PKEY_new());
-    const std::string expected = "before\n" + Info("message\n") +
-                                 "p = NULL\nq = NULL\nn = 0xAB\ne = 0x03\nd = NULL\n" + "after\n" +
-                                 Error("message\n");
-};
-
-TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceInAFile)
-{
-    const TemporaryFolder folder;
-    WriteFile(folder / "output", "");
-    EXPECT_EQ(throughDescriptor(open((folder / "output").c_str(), O_WRONLY),
-                                open((folder / "output").c_str(), O_RDONLY), key.get(), expected.size()),
-              expected);
-}
-
-TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceInAPipe)
-{
-    std::array<int, 2> ends = {};
-    ASSERT_EQ(pipe(ends.data()), 0);
-    EXPECT_EQ(throughDescriptor(ends[1], ends[0], key.get(), expected.size()), expected);
-}
-
-TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceOnATerminal)
-{
-    const int master = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_EQ(grantpt(master), 0);
-    ASSERT_EQ(unlockpt(master), 0);
-    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
-    ASSERT_NE(terminal, -1);
-    termios settings = {};
-    tcgetattr(terminal, &settings);
-    cfmakeraw(&settings);
-    tcsetattr(terminal, TCSANOW, &settings);
-    // The terminal lives on while its output is read.
-    const int second = dup(terminal);
-    EXPECT_EQ(throughDescriptor(terminal, master, key.get(), expected.size()), expected);
-    close(second);
 }
 
 } // namespace

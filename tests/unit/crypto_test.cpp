@@ -2,18 +2,25 @@
 
 #include "src/ec_crypto.h"
 #include "tests/support/captured_output.h"
+#include "tests/support/library_faults.h"
+#include "tests/support/library_memory.h"
+#include "tests/support/private_keys.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
 
 #include <gtest/gtest.h>
 
+#include <openssl/err.h>
 #include <openssl/objects.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -28,11 +35,7 @@ static_assert(std::is_same_v<decltype(std::declval<Crypto>().KeyGen(nullptr)), i
 static_assert(AES128_CBC == 0);
 static_assert(AES256_CBC == 1);
 
-std::string takeBuffer(unsigned char *buffer, std::size_t size)
-{
-    const BufferOwner owner(buffer);
-    return {reinterpret_cast<const char *>(buffer), size};
-}
+using Preparation = std::function<void(LibraryFaults &)>;
 
 /// The place of a virtual operation in its class's table, up to an offset that all operations share.
 template <typename Member>
@@ -56,6 +59,33 @@ TEST(Crypto, PrintsNothingWhenConstructedAnyNumberOfTimes)
     CapturedOutput output;
     Crypto first;
     Crypto second;
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(errors.text(), "");
+}
+
+TEST(CryptoFaults, InitialisesTheLibraryInFourStepsAtEachConstruction)
+{
+    LibraryFaults faults;
+    std::vector<std::uint64_t> options;
+    faults.replace<decltype(OPENSSL_init_crypto)>(
+        "OPENSSL_init_crypto", [&](std::uint64_t option, const OPENSSL_INIT_SETTINGS *settings) {
+            options.push_back(option);
+            EXPECT_EQ(settings, nullptr);
+            return 0;
+        });
+    CapturedOutput errors(2);
+    CapturedOutput output;
+    const std::vector<std::uint64_t> steps = {OPENSSL_INIT_LOAD_CRYPTO_STRINGS,
+                                              OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS,
+                                              OPENSSL_INIT_ADD_ALL_DIGESTS, OPENSSL_INIT_LOAD_CONFIG};
+    const Crypto plain;
+    EXPECT_EQ(options, steps);
+    options.clear();
+    const EC_Crypto elliptic(prime256v1);
+    EXPECT_EQ(options, steps);
+    options.clear();
+    const EC_Crypto withoutCurve;
+    EXPECT_EQ(options, steps);
     EXPECT_EQ(output.text(), "");
     EXPECT_EQ(errors.text(), "");
 }
@@ -118,7 +148,7 @@ TEST(Crypto, EncodesAPublicKeyWithItsNamedCurve)
         EXPECT_EQ(output.text(), "");
         ASSERT_NE(buffer, &old);
         EXPECT_EQ(length, size);
-        EXPECT_EQ(takeBuffer(buffer, length), EncodingOfPoint(nid, PointOf(key.get())));
+        EXPECT_EQ(TakeBuffer(buffer, length), EncodingOfPoint(nid, PointOf(key.get())));
         EXPECT_EQ(old, 0x55);
     }
 }
@@ -134,6 +164,150 @@ TEST(Crypto, EncodesNoMissingKey)
     EXPECT_EQ(output.text(), Error("Error: extracting public key fails\n"));
     EXPECT_EQ(buffer, &mark);
     EXPECT_EQ(length, 0u);
+}
+
+class EncodingFaults : public testing::Test {
+protected:
+    ~EncodingFaults() override { ERR_clear_error(); }
+
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    unsigned char untouched = 0;
+};
+
+TEST_F(EncodingFaults, KeepTheBufferAsItWasWhereThereIsNoLength)
+{
+    for (const long length : {0L, -1L}) {
+        LibraryFaults faults;
+        faults.fail("i2d_PUBKEY", length);
+        unsigned char *der = &untouched;
+        std::size_t size = 12345;
+        CapturedOutput output;
+        EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
+        EXPECT_EQ(output.text(), Error("Error: extracting public key fails\n"));
+        EXPECT_EQ(der, &untouched);
+        EXPECT_EQ(size, 0u);
+        EXPECT_EQ(faults.calls("CRYPTO_malloc"), 0);
+    }
+}
+
+TEST_F(EncodingFaults, SetTheBufferToNullWhereThereIsNoMemory)
+{
+    LibraryFaults faults;
+    faults.fail("CRYPTO_malloc");
+    unsigned char *der = &untouched;
+    std::size_t size = 12345;
+    CapturedOutput output;
+    EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
+    EXPECT_EQ(output.text(), Error("Error: creating buffer for DER fromat public key fails\n"));
+    EXPECT_EQ(der, nullptr);
+    EXPECT_EQ(size, 91u);
+    EXPECT_EQ(faults.calls("i2d_PUBKEY"), 1);
+}
+
+TEST_F(EncodingFaults, HandTheUnfilledBufferOutWhereTheEncodingFails)
+{
+    for (const long result : {0L, -1L}) {
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.fail("i2d_PUBKEY", result, 2);
+            unsigned char *der = &untouched;
+            std::size_t size = 12345;
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
+            EXPECT_EQ(output.text(), Error("Error: creating DER fromat public key fails\n"));
+            ASSERT_NE(der, &untouched);
+            EXPECT_NE(der, nullptr);
+            EXPECT_EQ(size, 91u);
+            EXPECT_EQ(Crypto().Buffer_Cleanup(der), 1);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+TEST_F(EncodingFaults, EndTheBinaryFormInTheSameWay)
+{
+    const struct {
+        const char *function;
+        int call;
+        const char *message;
+    } cases[] = {
+        {"i2d_PUBKEY", 1, "Error: extracting public key fails\n"},
+        {"CRYPTO_malloc", 1, "Error: creating buffer for DER fromat public key fails\n"},
+        {"i2d_PUBKEY", 2, "Error: creating DER fromat public key fails\n"},
+    };
+    const std::string path = StoredKeyPath("prime256v1.public.pem");
+    for (const auto &[function, call, message] : cases) {
+        for (const bool fromFile : {false, true}) {
+            const auto run = [&, name = function, number = call, text = message] {
+                LibraryFaults faults;
+                faults.fail(name, 0, number);
+                EC_Crypto engine(prime256v1);
+                unsigned char *form = nullptr;
+                std::size_t size = 0;
+                CapturedOutput output;
+                EXPECT_EQ(fromFile ? engine.GetPubKeyBin(Bytes(path), &form, &size)
+                                   : engine.GetPubKeyBin(key.get(), &form, &size),
+                          -1);
+                EXPECT_EQ(output.text(), Error(text));
+                OPENSSL_free(form);
+            };
+            EXPECT_EQ(LeftBehindBy(run), 0);
+        }
+    }
+}
+
+class GetPubKeyDerOfFile : public testing::Test {
+protected:
+    ~GetPubKeyDerOfFile() override { ERR_clear_error(); }
+
+    void expectFailure(const std::string &path, const std::string &messages)
+    {
+        const auto run = [&] {
+            unsigned char untouched = 0;
+            unsigned char *der = &untouched;
+            std::size_t size = 12345;
+            CapturedOutput errors(2);
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().GetPubKeyDER(Bytes(path), &der, &size), -1);
+            EXPECT_EQ(output.text(), messages);
+            EXPECT_EQ(errors.text(), "");
+            EXPECT_EQ(der, &untouched);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+
+    TemporaryFolder folder;
+};
+
+TEST_F(GetPubKeyDerOfFile, IsTheEncodingInTheFile)
+{
+    for (const std::string &name : storedNames) {
+        const std::string path = StoredKeyPath(name + ".public.pem");
+        const auto run = [&] {
+            unsigned char *der = nullptr;
+            std::size_t size = 0;
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().GetPubKeyDER(Bytes(path), &der, &size), 1);
+            EXPECT_EQ(output.text(), "");
+            EXPECT_EQ(TakeBuffer(der, size), ContentOfPemFile("PUBLIC KEY", ReadFile(path)));
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+TEST_F(GetPubKeyDerOfFile, FailsWhereTheFileCannotBeOpened)
+{
+    const std::string missing = folder / "missing.pem";
+    expectFailure(missing, Error("Error: Reading Device file fails: ") + Error(missing) + Error("\n") +
+                               Error("Error: reading public key fails\n"));
+}
+
+TEST_F(GetPubKeyDerOfFile, FailsWhereTheFileHoldsNoPublicKey)
+{
+    for (const std::string &content : {std::string(), ReadFile(StoredKeyPath("prime256v1.pem"))}) {
+        WriteFile(folder / "key.pem", content);
+        expectFailure(folder / "key.pem", Error("Error: extracting public key fails\n"));
+    }
 }
 
 TEST(Crypto, CalculatesTheSha256OfAnyData)
@@ -168,6 +342,59 @@ TEST(Crypto, DigestsNoMoreThanTheLengthGiven)
     std::size_t length = 0;
     EXPECT_EQ(engine.CalculateDigest(Bytes("abcdef"), 3, &place, &length), 1);
     EXPECT_EQ(buffer, FromHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
+}
+
+class DigestFaults : public testing::Test {
+protected:
+    ~DigestFaults() override { ERR_clear_error(); }
+
+    void expectDigest(int status, const std::string &messages, const Preparation &prepare)
+    {
+        const auto run = [&] {
+            LibraryFaults faults;
+            prepare(faults);
+            std::string buffer(32, '\0');
+            auto *digest = reinterpret_cast<unsigned char *>(buffer.data());
+            std::size_t size = ~std::size_t{0};
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().CalculateDigest(Bytes("data"), 4, &digest, &size), status);
+            EXPECT_EQ(output.text(), messages);
+            EXPECT_EQ(size, 0u);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+};
+
+TEST_F(DigestFaults, AreReportedWhereThereIsNoMethodOrContext)
+{
+    for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"})
+        expectDigest(-1, Error("unknown message digest "),
+                     [=](LibraryFaults &faults) { faults.fail(function); });
+}
+
+TEST_F(DigestFaults, ShowInTheLengthWhereAStepFails)
+{
+    for (const char *function :
+         {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
+        SCOPED_TRACE(function);
+        expectDigest(1, "", [=](LibraryFaults &faults) { faults.fail(function); });
+    }
+}
+
+TEST_F(DigestFaults, AreLookedForInEachStepInItsOrder)
+{
+    LibraryFaults faults;
+    std::string buffer(32, '\0');
+    auto *digest = reinterpret_cast<unsigned char *>(buffer.data());
+    // The upper half of the length is written, too.
+    std::size_t size = ~std::size_t{0};
+    EXPECT_EQ(Crypto().CalculateDigest(Bytes("data"), 4, &digest, &size), 1);
+    EXPECT_EQ(size, 32u);
+    EXPECT_EQ(faults.callsOf({"EVP_sha256", "EVP_MD_CTX_new", "EVP_MD_CTX_reset", "EVP_DigestInit_ex",
+                              "EVP_DigestUpdate", "EVP_DigestFinal_ex"}),
+              (std::vector<std::string>{"EVP_sha256", "EVP_MD_CTX_new", "EVP_MD_CTX_reset",
+                                        "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}));
+    EXPECT_EQ(buffer, Sha256Of("data"));
 }
 
 /// An engine whose binary form is given by the test.

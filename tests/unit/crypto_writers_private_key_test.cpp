@@ -1,7 +1,10 @@
-// The encrypted private key file: its format, and who can open it.
+// The private key files: their formats, and who can open the encrypted one.
 #include "src/crypto.h"
 
 #include "tests/support/captured_output.h"
+#include "tests/support/library_faults.h"
+#include "tests/support/library_memory.h"
+#include "tests/support/private_keys.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
 #include "tests/support/umask.h"
@@ -219,6 +222,83 @@ TEST_F(SaveEncPrvKey, LeavesAnOldFileEmptyAndWritableWhenTheWriteFails)
     expectFailure(path, key.get(), Bytes(""), EVP_aes_256_cbc());
     EXPECT_EQ(ModeOf(path), 0226);
     EXPECT_EQ(fs::file_size(path), 0u);
+}
+
+class SavePrvKey : public testing::Test {
+protected:
+    ~SavePrvKey() override { ERR_clear_error(); }
+
+    void expectFailure(const std::string &file, EVP_PKEY *key, const std::string &message)
+    {
+        CapturedOutput errors(2);
+        CapturedOutput output;
+        EXPECT_EQ(Crypto().SavePrvKey(Bytes(file), key), -1);
+        EXPECT_EQ(output.text(), Error(message));
+        EXPECT_EQ(errors.text(), "");
+    }
+
+    TemporaryFolder folder;
+    const std::string path = folder / "private.pem";
+};
+
+TEST_F(SavePrvKey, WritesTheUnencryptedKeyAsOtherToolsDo)
+{
+    for (const char *name : {"rsa2048.pem", "prime256v1.pem", "brainpoolP256t1.pem"}) {
+        const KeyOwner key = StoredKey(name);
+        CapturedOutput output;
+        EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
+        EXPECT_EQ(output.text(), "");
+        EXPECT_EQ(ReadFile(path), ReadFile(StoredKeyPath(name)));
+    }
+}
+
+TEST_F(SavePrvKey, LeavesTheModeToTheProcess)
+{
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    for (const int mask : {022, 077}) {
+        fs::remove(path);
+        const UmaskInForce inForce(mask);
+        EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
+        EXPECT_EQ(ModeOf(path), 0666 & ~mask);
+    }
+    fs::permissions(path, fs::perms(0620));
+    EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
+    EXPECT_EQ(ModeOf(path), 0620);
+}
+
+TEST_F(SavePrvKey, FailsWhereTheFileCannotBeCreated)
+{
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    expectFailure(folder / "missing/private.pem", key.get(), "Error: creating Key File fails\n");
+    expectFailure(folder.path().string(), key.get(), "Error: creating Key File fails\n");
+    EXPECT_TRUE(fs::is_empty(folder.path()));
+}
+
+TEST_F(SavePrvKey, FailsWhereTheKeyCannotBeWritten)
+{
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    expectFailure(path, nullptr, "Error: writing Key fails\n");
+    expectFailure("/dev/full", key.get(), "Error: writing Key fails\n");
+    const auto run = [&] {
+        LibraryFaults faults;
+        faults.fail("PEM_write_PrivateKey");
+        expectFailure(path, key.get(), "Error: writing Key fails\n");
+        faults.spoil("fclose", EOF);
+        expectFailure(path, key.get(), "Error: writing Key fails\n");
+    };
+    EXPECT_EQ(LeftBehindBy(run), 0);
+}
+
+TEST_F(SavePrvKey, KeepsNoCopyInABuffer)
+{
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    const auto run = [&] {
+        LibraryFaults faults;
+        EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
+        EXPECT_EQ(faults.callsOf({"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"}),
+                  (std::vector<std::string>{"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"}));
+    };
+    EXPECT_EQ(LeftBehindBy(run), 0);
 }
 
 } // namespace

@@ -1,10 +1,9 @@
-// What the base class prints, returns, releases and leaves on disk when a library fails under it.
+// What the writers print, return, release and leave on disk when a library fails under them.
 #include "src/ec_crypto.h"
 
 #include "tests/support/captured_output.h"
 #include "tests/support/library_faults.h"
 #include "tests/support/library_memory.h"
-#include "tests/support/private_keys.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
 
@@ -13,11 +12,9 @@
 #include <openssl/err.h>
 
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -27,176 +24,6 @@ namespace {
 constexpr int prime256v1 = 415;
 
 using Preparation = std::function<void(LibraryFaults &)>;
-
-TEST(CryptoFaults, InitialisesTheLibraryInFourStepsAtEachConstruction)
-{
-    LibraryFaults faults;
-    std::vector<std::uint64_t> options;
-    faults.replace<decltype(OPENSSL_init_crypto)>(
-        "OPENSSL_init_crypto", [&](std::uint64_t option, const OPENSSL_INIT_SETTINGS *settings) {
-            options.push_back(option);
-            EXPECT_EQ(settings, nullptr);
-            return 0;
-        });
-    CapturedOutput errors(2);
-    CapturedOutput output;
-    const std::vector<std::uint64_t> steps = {OPENSSL_INIT_LOAD_CRYPTO_STRINGS,
-                                              OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS,
-                                              OPENSSL_INIT_ADD_ALL_DIGESTS, OPENSSL_INIT_LOAD_CONFIG};
-    const Crypto plain;
-    EXPECT_EQ(options, steps);
-    options.clear();
-    const EC_Crypto elliptic(prime256v1);
-    EXPECT_EQ(options, steps);
-    options.clear();
-    const EC_Crypto withoutCurve;
-    EXPECT_EQ(options, steps);
-    EXPECT_EQ(output.text(), "");
-    EXPECT_EQ(errors.text(), "");
-}
-
-class EncodingFaults : public testing::Test {
-protected:
-    ~EncodingFaults() override { ERR_clear_error(); }
-
-    const KeyOwner key = FixedKey(prime256v1, 5);
-    unsigned char untouched = 0;
-};
-
-TEST_F(EncodingFaults, KeepTheBufferAsItWasWhereThereIsNoLength)
-{
-    for (const long length : {0L, -1L}) {
-        LibraryFaults faults;
-        faults.fail("i2d_PUBKEY", length);
-        unsigned char *der = &untouched;
-        std::size_t size = 12345;
-        CapturedOutput output;
-        EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
-        EXPECT_EQ(output.text(), Error("Error: extracting public key fails\n"));
-        EXPECT_EQ(der, &untouched);
-        EXPECT_EQ(size, 0u);
-        EXPECT_EQ(faults.calls("CRYPTO_malloc"), 0);
-    }
-}
-
-TEST_F(EncodingFaults, SetTheBufferToNullWhereThereIsNoMemory)
-{
-    LibraryFaults faults;
-    faults.fail("CRYPTO_malloc");
-    unsigned char *der = &untouched;
-    std::size_t size = 12345;
-    CapturedOutput output;
-    EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
-    EXPECT_EQ(output.text(), Error("Error: creating buffer for DER fromat public key fails\n"));
-    EXPECT_EQ(der, nullptr);
-    EXPECT_EQ(size, 91u);
-    EXPECT_EQ(faults.calls("i2d_PUBKEY"), 1);
-}
-
-TEST_F(EncodingFaults, HandTheUnfilledBufferOutWhereTheEncodingFails)
-{
-    for (const long result : {0L, -1L}) {
-        const auto run = [&] {
-            LibraryFaults faults;
-            faults.fail("i2d_PUBKEY", result, 2);
-            unsigned char *der = &untouched;
-            std::size_t size = 12345;
-            CapturedOutput output;
-            EXPECT_EQ(Crypto().GetPubKeyDER(key.get(), &der, &size), -1);
-            EXPECT_EQ(output.text(), Error("Error: creating DER fromat public key fails\n"));
-            ASSERT_NE(der, &untouched);
-            EXPECT_NE(der, nullptr);
-            EXPECT_EQ(size, 91u);
-            EXPECT_EQ(Crypto().Buffer_Cleanup(der), 1);
-        };
-        EXPECT_EQ(LeftBehindBy(run), 0);
-    }
-}
-
-TEST_F(EncodingFaults, EndTheBinaryFormInTheSameWay)
-{
-    const struct {
-        const char *function;
-        int call;
-        const char *message;
-    } cases[] = {
-        {"i2d_PUBKEY", 1, "Error: extracting public key fails\n"},
-        {"CRYPTO_malloc", 1, "Error: creating buffer for DER fromat public key fails\n"},
-        {"i2d_PUBKEY", 2, "Error: creating DER fromat public key fails\n"},
-    };
-    const std::string path = StoredKeyPath("prime256v1.public.pem");
-    for (const auto &[function, call, message] : cases) {
-        for (const bool fromFile : {false, true}) {
-            const auto run = [&, name = function, number = call, text = message] {
-                LibraryFaults faults;
-                faults.fail(name, 0, number);
-                EC_Crypto engine(prime256v1);
-                unsigned char *form = nullptr;
-                std::size_t size = 0;
-                CapturedOutput output;
-                EXPECT_EQ(fromFile ? engine.GetPubKeyBin(Bytes(path), &form, &size)
-                                   : engine.GetPubKeyBin(key.get(), &form, &size),
-                          -1);
-                EXPECT_EQ(output.text(), Error(text));
-                OPENSSL_free(form);
-            };
-            EXPECT_EQ(LeftBehindBy(run), 0);
-        }
-    }
-}
-
-class DigestFaults : public testing::Test {
-protected:
-    ~DigestFaults() override { ERR_clear_error(); }
-
-    void expectDigest(int status, const std::string &messages, const Preparation &prepare)
-    {
-        const auto run = [&] {
-            LibraryFaults faults;
-            prepare(faults);
-            std::string buffer(32, '\0');
-            auto *digest = reinterpret_cast<unsigned char *>(buffer.data());
-            std::size_t size = ~std::size_t{0};
-            CapturedOutput output;
-            EXPECT_EQ(Crypto().CalculateDigest(Bytes("data"), 4, &digest, &size), status);
-            EXPECT_EQ(output.text(), messages);
-            EXPECT_EQ(size, 0u);
-        };
-        EXPECT_EQ(LeftBehindBy(run), 0);
-    }
-};
-
-TEST_F(DigestFaults, AreReportedWhereThereIsNoMethodOrContext)
-{
-    for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"})
-        expectDigest(-1, Error("unknown message digest "),
-                     [=](LibraryFaults &faults) { faults.fail(function); });
-}
-
-TEST_F(DigestFaults, ShowInTheLengthWhereAStepFails)
-{
-    for (const char *function :
-         {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
-        SCOPED_TRACE(function);
-        expectDigest(1, "", [=](LibraryFaults &faults) { faults.fail(function); });
-    }
-}
-
-TEST_F(DigestFaults, AreLookedForInEachStepInItsOrder)
-{
-    LibraryFaults faults;
-    std::string buffer(32, '\0');
-    auto *digest = reinterpret_cast<unsigned char *>(buffer.data());
-    // The upper half of the length is written, too.
-    std::size_t size = ~std::size_t{0};
-    EXPECT_EQ(Crypto().CalculateDigest(Bytes("data"), 4, &digest, &size), 1);
-    EXPECT_EQ(size, 32u);
-    EXPECT_EQ(faults.callsOf({"EVP_sha256", "EVP_MD_CTX_new", "EVP_MD_CTX_reset", "EVP_DigestInit_ex",
-                              "EVP_DigestUpdate", "EVP_DigestFinal_ex"}),
-              (std::vector<std::string>{"EVP_sha256", "EVP_MD_CTX_new", "EVP_MD_CTX_reset",
-                                        "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}));
-    EXPECT_EQ(buffer, Sha256Of("data"));
-}
 
 const std::string plainLine = "Error: converting public Key to DER Format fails \n";
 const std::string hashError = Error("Error : calculating public Key (DER Format) hash fails\n");
@@ -430,40 +257,6 @@ TEST_F(KeyFileFaults, FindTheFilesWritableUntilTheyAreClosed)
         EXPECT_EQ(ModeOf(path), isPrivate ? 0400 : 0444);
         EXPECT_EQ(faults.callsOf({"fopen", writer, "fflush", "fclose"}),
                   (std::vector<std::string>{"fopen", writer, "fflush", "fclose"}));
-    }
-}
-
-TEST_F(KeyFileFaults, LeaveNoKeyWhereAPublicKeyCannotBeRead)
-{
-    for (const char *function : {"BIO_new", "BIO_write", "PEM_bytes_read_bio"}) {
-        SCOPED_TRACE(function);
-        const auto run = [&] {
-            LibraryFaults faults;
-            faults.fail(function);
-            EVP_PKEY *read = nullptr;
-            CapturedOutput output;
-            EXPECT_EQ(Crypto().ReadPubKey(Bytes(StoredKeyPath("prime256v1.public.pem")), &read), 1);
-            EXPECT_EQ(read, nullptr);
-            EXPECT_EQ(output.text(), "");
-        };
-        EXPECT_EQ(LeftBehindBy(run), 0);
-    }
-}
-
-TEST_F(KeyFileFaults, LeaveTheSlowerWayToReadAnEllipticCurveKey)
-{
-    for (const char *function : {"EVP_PKEY_new", "EVP_PKEY_assign"}) {
-        SCOPED_TRACE(function);
-        const auto run = [&] {
-            LibraryFaults faults;
-            faults.fail(function);
-            EVP_PKEY *read = nullptr;
-            EXPECT_EQ(Crypto().ReadPubKey(Bytes(StoredKeyPath("prime256v1.public.pem")), &read), 1);
-            const KeyOwner owner(read);
-            ASSERT_NE(read, nullptr);
-            EXPECT_EQ(PointOf(read), PointOf(StoredKey("prime256v1.pem").get()));
-        };
-        EXPECT_EQ(LeftBehindBy(run), 0);
     }
 }
 

@@ -1,0 +1,543 @@
+#include "src/crypto.h"
+
+#include "tests/support/captured_output.h"
+#include "tests/support/library_faults.h"
+#include "tests/support/library_memory.h"
+#include "tests/support/password_questions.h"
+#include "tests/support/private_keys.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/test_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int prime256v1 = 415;
+constexpr int brainpoolP256t1 = 928;
+
+const std::string decryptionError = Error("Error: reading encrypted private key file fails\n");
+const std::string readingError = Error("Error: reading private key file fails\n");
+
+std::string openErrors(const std::string &path)
+{
+    return Error("Error: Reading Device file fails: ") + Error(path) + Error("\n");
+}
+
+/// Every test starts and ends with an empty error queue.
+class StoredKeys : public testing::Test {
+protected:
+    ~StoredKeys() override { ERR_clear_error(); }
+
+    /// Writes `content` to a file of its own and returns the path.
+    std::string file(const std::string &content)
+    {
+        const std::string path = folder / "key.pem";
+        fs::remove(path);
+        WriteFile(path, content);
+        return path;
+    }
+
+    TemporaryFolder folder;
+};
+
+void expectSameKey(EVP_PKEY *key, EVP_PKEY *expected)
+{
+    ASSERT_NE(key, nullptr);
+    const TemporaryFolder folder;
+    EXPECT_EQ(Crypto().SavePrvKey(Bytes(folder / "key.pem"), key), 1);
+    EXPECT_EQ(Crypto().SavePrvKey(Bytes(folder / "expected.pem"), expected), 1);
+    EXPECT_EQ(ReadFile(folder / "key.pem"), ReadFile(folder / "expected.pem"));
+}
+
+class ReadEncPrvKey : public StoredKeys {
+protected:
+    void expectKey(const std::string &path, const std::string &password, EVP_PKEY *expected)
+    {
+        SCOPED_TRACE(path);
+        const PasswordQuestions questions;
+        EVP_PKEY *key = nullptr;
+        CapturedOutput errors(2);
+        CapturedOutput output;
+        EXPECT_EQ(Crypto().ReadEncPrvKey(Bytes(path), &key, Bytes(password)), 1);
+        const KeyOwner owner(key);
+        EXPECT_EQ(output.text(), "");
+        EXPECT_EQ(errors.text(), "");
+        expectSameKey(key, expected);
+        EXPECT_EQ(questions.count(), 0);
+    }
+
+    void expectNoKey(const std::string &path, const std::string &password, const std::string &messages)
+    {
+        SCOPED_TRACE(path);
+        const auto run = [&] {
+            const PasswordQuestions questions(storedPassword);
+            const KeyOwner old = FixedKey(prime256v1, 7);
+            EVP_PKEY *key = old.get();
+            CapturedOutput errors(2);
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().ReadEncPrvKey(Bytes(path), &key, Bytes(password)), -1);
+            EXPECT_EQ(key, nullptr);
+            EXPECT_EQ(output.text(), messages);
+            EXPECT_EQ(errors.text(), "");
+            EXPECT_EQ(questions.count(), 0);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+};
+
+TEST_F(ReadEncPrvKey, ReadsEveryFormThatTheOpensslToolWrites)
+{
+    for (const std::string &name : storedNames) {
+        const KeyOwner expected = StoredKey(name + ".pem");
+        for (const auto &[form, encrypted] : storedForms)
+            expectKey(StoredKeyPath(name + "." + form), storedPassword, expected.get());
+    }
+}
+
+TEST_F(ReadEncPrvKey, ReadsTheKeyBehindABlockOfParameters)
+{
+    const KeyOwner expected = StoredKey("prime256v1.parameters-first.pem");
+    expectKey(StoredKeyPath("prime256v1.parameters-first.pem"), storedPassword, expected.get());
+}
+
+TEST_F(ReadEncPrvKey, ReadsWhatTheEngineWrites)
+{
+    for (const std::string &name : storedNames) {
+        const KeyOwner key = StoredKey(name + ".pem");
+        for (const EVP_CIPHER *cipher : {EVP_aes_128_cbc(), EVP_aes_256_cbc()}) {
+            const std::string path = folder / "key.pem";
+            const std::string password = "pass \xE2\x82\xAC word";
+            ASSERT_EQ(Crypto().SaveEncPrvKey(Bytes(path), key.get(), Bytes(password), cipher), 1);
+            expectKey(path, password, key.get());
+        }
+        ASSERT_EQ(Crypto().SavePrvKey(Bytes(folder / "plain.pem"), key.get()), 1);
+        expectKey(folder / "plain.pem", "", key.get());
+    }
+}
+
+TEST_F(ReadEncPrvKey, OpensNothingWithAnotherPassword)
+{
+    for (const std::string &name : storedNames) {
+        for (const auto &[form, encrypted] : storedForms) {
+            if (!encrypted)
+                continue;
+            for (const char *password : {"correct horsf", "correct hors", "correct horse ", ""})
+                expectNoKey(StoredKeyPath(name + "." + form), password, decryptionError);
+        }
+    }
+}
+
+TEST_F(ReadEncPrvKey, SetsTheKeyToNullBeforeItOpensTheFile)
+{
+    const std::string missing = folder / "missing é.pem";
+    expectNoKey(missing, storedPassword, openErrors(missing));
+}
+
+TEST_F(ReadEncPrvKey, FailsOnFilesWithoutAPrivateKey)
+{
+    const std::string encrypted = ReadFile(StoredKeyPath("prime256v1.aes256.pem"));
+    const std::string traditional = ReadFile(StoredKeyPath("rsa2048.traditional.aes128.pem"));
+    const std::string plain = ReadFile(StoredKeyPath("prime256v1.pem"));
+    const std::string elliptic =
+        ContentOfPemFile("EC PRIVATE KEY", ReadFile(StoredKeyPath("prime256v1.traditional.pem")));
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"empty", ""},
+        {"no block", "no key here\n"},
+        {"zero bytes", std::string(4096, '\0')},
+        {"truncated", encrypted.substr(0, encrypted.size() / 2)},
+        {"without its last line", encrypted.substr(0, encrypted.rfind("-----END"))},
+        {"truncated traditional", traditional.substr(0, traditional.size() / 2)},
+        {"truncated plain", plain.substr(0, plain.size() / 2)},
+        {"public key", ReadFile(StoredKeyPath("prime256v1.public.pem"))},
+        {"certificate", ReadFile(TestData("certificate.pem"))},
+        {"encrypted nonsense", PemFile("ENCRYPTED PRIVATE KEY", "nonsense")},
+        {"plain nonsense", PemFile("PRIVATE KEY", "nonsense")},
+        {"elliptic nonsense", PemFile("EC PRIVATE KEY", "nonsense")},
+        {"rsa nonsense", PemFile("RSA PRIVATE KEY", "nonsense")},
+        {"dsa nonsense", PemFile("DSA PRIVATE KEY", "nonsense")},
+        {"key of another kind than its label", PemFile("RSA PRIVATE KEY", elliptic)},
+        {"unknown kind", PemFile("ODD PRIVATE KEY", elliptic)},
+        {"kind without a form of its own", PemFile("X25519 PRIVATE KEY", elliptic)},
+        {"label in other letters", PemFile("ec private key", elliptic)},
+        {"bare encoding", elliptic},
+    };
+    for (const auto &[name, content] : cases) {
+        SCOPED_TRACE(name);
+        expectNoKey(file(content), storedPassword, decryptionError);
+    }
+}
+
+TEST_F(ReadEncPrvKey, ReadsKeysOfOtherKinds)
+{
+    // Ed25519, the example of RFC 8410.
+    const std::string encoding = FromHex(
+        "302E020100300506032B657004220420D4EE72DBF913584AD5B6D8F1F769F8AD3AFE7C28CBF1D4FBE097A88F44755842");
+    EVP_PKEY *key = nullptr;
+    ASSERT_EQ(Crypto().ReadEncPrvKey(Bytes(file(PemFile("PRIVATE KEY", encoding))), &key, Bytes("x")), 1);
+    const KeyOwner owner(key);
+    EXPECT_EQ(EVP_PKEY_id(key), EVP_PKEY_ED25519);
+}
+
+TEST_F(ReadEncPrvKey, ComesToAnEndWhereverThePathLeads)
+{
+    expectNoKey(folder.path().string(), storedPassword, decryptionError);
+    expectNoKey("/dev/null", storedPassword, decryptionError);
+    expectNoKey("/dev/zero", storedPassword, decryptionError);
+}
+
+TEST_F(ReadEncPrvKey, FailsAtEachStep)
+{
+    const std::string path = StoredKeyPath("prime256v1.aes256.pem");
+    for (const char *function :
+         {"BIO_new", "BIO_write", "PEM_bytes_read_bio", "PKCS8_decrypt", "EVP_PKCS82PKEY"}) {
+        SCOPED_TRACE(function);
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.fail(function);
+            EVP_PKEY *key = nullptr;
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().ReadEncPrvKey(Bytes(path), &key, Bytes(storedPassword)), -1);
+            EXPECT_EQ(output.text(), decryptionError);
+            EXPECT_EQ(key, nullptr);
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+TEST_F(ReadEncPrvKey, WipesTheFilesTextAndThePassword)
+{
+    for (const auto &[form, encrypted] : storedForms) {
+        SCOPED_TRACE(form);
+        const std::string text = ReadFile(StoredKeyPath("prime256v1." + form));
+        ReleasedMemory memory;
+        // The start of the first line of content: the library's own buffer for lines holds but the last ones.
+        const std::size_t headers = text.find("\n\n");
+        memory.lookFor(text.substr(headers != std::string::npos ? headers + 2 : text.find('\n') + 1, 24));
+        std::vector<std::string> wiped;
+        LibraryFaults faults;
+        faults.replace<decltype(OPENSSL_cleanse)>("OPENSSL_cleanse", [&](void *bytes, std::size_t size) {
+            wiped.emplace_back(static_cast<const char *>(bytes), size);
+            std::memset(bytes, 0, size);
+        });
+        EVP_PKEY *key = nullptr;
+        ASSERT_EQ(
+            Crypto().ReadEncPrvKey(Bytes(StoredKeyPath("prime256v1." + form)), &key, Bytes(storedPassword)),
+            1);
+        EVP_PKEY_free(key);
+        EXPECT_TRUE(memory.sawReleases());
+        EXPECT_FALSE(memory.heldTheSecret());
+        // The decoded block, which is the key itself where the file is not encrypted.
+        EXPECT_EQ(faults.calls("CRYPTO_clear_free"), 1);
+
+        ASSERT_GE(wiped.size(), 1u);
+        EXPECT_EQ(wiped[0].substr(0, text.size()), text);
+        const bool engineHasPassword = form == "aes128.pem" || form == "aes256.pem";
+        ASSERT_EQ(wiped.size(), engineHasPassword ? 2u : 1u);
+        if (engineHasPassword) {
+            EXPECT_EQ(wiped[1].substr(0, storedPassword.size()), storedPassword);
+        }
+    }
+}
+
+class ReadPrvKey : public StoredKeys {
+protected:
+    int read(const std::string &path, EVP_PKEY **key)
+    {
+        CapturedOutput errors(2);
+        CapturedOutput output;
+        const int status = Crypto().ReadPrvKey(Bytes(path), key);
+        printed = output.text();
+        EXPECT_EQ(errors.text(), "");
+        return status;
+    }
+
+    std::string printed;
+};
+
+TEST_F(ReadPrvKey, ReadsUnencryptedKeysWithoutAQuestion)
+{
+    const PasswordQuestions questions(storedPassword);
+    for (const std::string &name : storedNames) {
+        const KeyOwner expected = StoredKey(name + ".pem");
+        for (const char *form : {".pem", ".traditional.pem"}) {
+            EVP_PKEY *key = nullptr;
+            EXPECT_EQ(read(StoredKeyPath(name + form), &key), 1);
+            const KeyOwner owner(key);
+            EXPECT_EQ(printed, "");
+            expectSameKey(key, expected.get());
+        }
+    }
+    EXPECT_EQ(questions.count(), 0);
+}
+
+TEST_F(ReadPrvKey, AsksForThePasswordOfAnEncryptedKeyOnTheTerminal)
+{
+    for (const auto &[form, encrypted] : storedForms) {
+        if (!encrypted)
+            continue;
+        SCOPED_TRACE(form);
+        const KeyOwner expected = StoredKey("prime256v1.pem");
+        const std::string path = StoredKeyPath("prime256v1." + form);
+        {
+            const PasswordQuestions questions(storedPassword);
+            EVP_PKEY *key = nullptr;
+            EXPECT_EQ(read(path, &key), 1);
+            const KeyOwner owner(key);
+            expectSameKey(key, expected.get());
+            EXPECT_EQ(questions.count(), 1);
+        }
+        const PasswordQuestions questions("wrong horse");
+        EVP_PKEY *key = expected.get();
+        EXPECT_EQ(read(path, &key), -1);
+        EXPECT_EQ(key, nullptr);
+        EXPECT_EQ(printed, readingError);
+        EXPECT_EQ(questions.count(), 1);
+    }
+}
+
+TEST_F(ReadPrvKey, LeavesTheKeyAsItWasWhereTheFileCannotBeOpened)
+{
+    const KeyOwner old = FixedKey(prime256v1, 7);
+    EVP_PKEY *key = old.get();
+    const std::string missing = folder / "missing é.pem";
+    EXPECT_EQ(read(missing, &key), -1);
+    EXPECT_EQ(key, old.get());
+    EXPECT_EQ(printed, openErrors(missing));
+}
+
+TEST_F(ReadPrvKey, FailsOnFilesWithoutAPrivateKey)
+{
+    const PasswordQuestions questions(storedPassword);
+    const std::string plain = ReadFile(StoredKeyPath("prime256v1.pem"));
+    for (const std::string &content :
+         {std::string(), plain.substr(0, plain.size() / 2), ReadFile(StoredKeyPath("rsa2048.public.pem")),
+          ReadFile(TestData("certificate.pem"))}) {
+        const KeyOwner old = FixedKey(prime256v1, 7);
+        EVP_PKEY *key = old.get();
+        EXPECT_EQ(read(file(content), &key), -1);
+        EXPECT_EQ(key, nullptr);
+        EXPECT_EQ(printed, readingError);
+    }
+    EXPECT_EQ(questions.count(), 0);
+}
+
+class ReadPubKey : public testing::Test {
+protected:
+    ~ReadPubKey() override { ERR_clear_error(); }
+
+    int read(const std::string &path, EVP_PKEY **key)
+    {
+        CapturedOutput errors(2);
+        CapturedOutput output;
+        const int status = Crypto().ReadPubKey(Bytes(path), key);
+        printed = output.text();
+        EXPECT_EQ(errors.text(), "");
+        return status;
+    }
+
+    KeyOwner readKey(const std::string &path)
+    {
+        EVP_PKEY *key = nullptr;
+        EXPECT_EQ(read(path, &key), 1);
+        EXPECT_EQ(printed, "");
+        return KeyOwner(key);
+    }
+
+    /// The file counts as read, but gives no key.
+    void expectNoKey(const std::string &path)
+    {
+        EXPECT_EQ(readKey(path), nullptr) << path;
+
+        const KeyOwner old = FixedKey(prime256v1, 7);
+        const ReleaseWatch watch(old.get());
+        EVP_PKEY *key = old.get();
+        EXPECT_EQ(read(path, &key), 1);
+        EXPECT_EQ(printed, "");
+        EXPECT_EQ(key, old.get());
+        EXPECT_FALSE(watch.released());
+    }
+
+    std::string file(const std::string &name, const std::string &content)
+    {
+        WriteFile(folder / name, content);
+        return folder / name;
+    }
+
+    static std::string publicKeyFile(int nid, unsigned long number)
+    {
+        return PemFile("PUBLIC KEY", EncodingOfPoint(nid, PointOf(FixedKey(nid, number).get())));
+    }
+
+    TemporaryFolder folder;
+    std::string printed;
+};
+
+TEST_F(ReadPubKey, ReadsKeysMadeWithAnotherTool)
+{
+    EXPECT_EQ(PointOf(readKey(TestData("prime256v1-public.pem")).get()),
+              FromHex("a2359c52a56bdc3a76f3e89ae8501aaccb1c3123bd5cfe7116abaa74c63447d5"
+                      "21c2eed4facaf62c31f518f232e787ace4d4aa0c2fbaabc17c6dcdfb56e1e478"));
+    EXPECT_EQ(PointOf(readKey(TestData("brainpoolP256t1-public.pem")).get()),
+              FromHex("a72a79fc3a5232d9e922025afc7782e0731ba0bbca899e12b3754084ae25ff70"
+                      "55f87730bf6f6539f31460972544ec1dad33637874dc7f1c7d36e9e37694e40d"));
+    EXPECT_EQ(EVP_PKEY_bits(readKey(TestData("rsa2048-public.pem")).get()), 2048);
+}
+
+TEST_F(ReadPubKey, TakesTheFirstPublicKeyAfterAnythingElse)
+{
+    const std::string content = "a note\n" + ReadFile(TestData("certificate.pem")) +
+                                publicKeyFile(brainpoolP256t1, 5) + publicKeyFile(prime256v1, 6);
+    EXPECT_EQ(PointOf(readKey(file("several.pem", content)).get()),
+              PointOf(FixedKey(brainpoolP256t1, 5).get()));
+}
+
+TEST_F(ReadPubKey, ReadsAKeyAfterAMuchLongerText)
+{
+    const std::string path = file("long.pem", std::string(500000, '\n') + publicKeyFile(prime256v1, 5));
+    EXPECT_EQ(PointOf(readKey(path).get()), PointOf(FixedKey(prime256v1, 5).get()));
+}
+
+TEST_F(ReadPubKey, ReadsAPathThatIsNotAscii)
+{
+    const std::string path = file("clé ☂.pem", publicKeyFile(prime256v1, 5));
+    EXPECT_NE(readKey(path), nullptr);
+}
+
+TEST_F(ReadPubKey, ReplacesAndReleasesTheKeyThatWasThere)
+{
+    KeyOwner old = FixedKey(prime256v1, 7);
+    const ReleaseWatch watch(old.get());
+    EVP_PKEY *key = old.release();
+    EXPECT_EQ(read(file("new.pem", publicKeyFile(brainpoolP256t1, 5)), &key), 1);
+    const KeyOwner owner(key);
+    EXPECT_TRUE(watch.released());
+    EXPECT_EQ(PointOf(key), PointOf(FixedKey(brainpoolP256t1, 5).get()));
+}
+
+TEST_F(ReadPubKey, FailsWhereThereIsNoFile)
+{
+    const KeyOwner old = FixedKey(prime256v1, 7);
+    for (const char *name : {"missing.pem", "missing/public.pem", "absent é.pem"}) {
+        EVP_PKEY *key = old.get();
+        EXPECT_EQ(read(folder / name, &key), -1);
+        EXPECT_EQ(printed, Error("Error: Reading Device file fails: ") + Error(folder / name) + Error("\n"));
+        EXPECT_EQ(key, old.get());
+    }
+}
+
+TEST_F(ReadPubKey, FailsWithoutAPlaceForTheKey)
+{
+    EXPECT_EQ(read(TestData("prime256v1-public.pem"), nullptr), -1);
+    EXPECT_EQ(printed, Error("Error: reading public key file fails\n"));
+    // The file is asked for first.
+    EXPECT_EQ(read(folder / "missing.pem", nullptr), -1);
+    EXPECT_EQ(printed,
+              Error("Error: Reading Device file fails: ") + Error(folder / "missing.pem") + Error("\n"));
+}
+
+TEST_F(ReadPubKey, CountsAFileWithoutAPublicKeyAsRead)
+{
+    const std::string good = publicKeyFile(prime256v1, 5);
+    const std::string encoding = ContentOfPemFile("PUBLIC KEY", good);
+    const std::pair<const char *, std::string> cases[] = {
+        {"empty", ""},
+        {"text", "no key\n"},
+        {"zeros", std::string(1000, '\0')},
+        {"cut off in the block", good.substr(0, good.size() / 2)},
+        {"cut off in the last line", good.substr(0, good.size() - 10)},
+        {"not base64", "-----BEGIN PUBLIC KEY-----\n!!!!\n-----END PUBLIC KEY-----\n"},
+        {"without content", "-----BEGIN PUBLIC KEY-----\n-----END PUBLIC KEY-----\n"},
+        {"another end", "-----BEGIN PUBLIC KEY-----\n" + good.substr(27, 128) + "\n-----END KEY-----\n"},
+        {"no encoding", PemFile("PUBLIC KEY", "no encoding at all")},
+        {"short encoding", PemFile("PUBLIC KEY", encoding.substr(0, 60))},
+        {"another label", PemFile("PRIVATE KEY", encoding)},
+        {"other letters", PemFile("Public Key", encoding)},
+        {"bare encoding", encoding},
+        {"off the curve", PemFile("PUBLIC KEY", EncodingOfPoint(prime256v1, std::string(64, '\1')))},
+        {"certificate", ReadFile(TestData("certificate.pem"))},
+    };
+    for (const auto &[name, content] : cases)
+        expectNoKey(file(name, content));
+}
+
+TEST_F(ReadPubKey, TakesNoPublicKeyFromAPrivateKeyFile)
+{
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    ASSERT_EQ(Crypto().SaveEncPrvKey(Bytes(folder / "encrypted.pem"), key.get(), Bytes("password"),
+                                     EVP_aes_256_cbc()),
+              1);
+    expectNoKey(folder / "encrypted.pem");
+    ASSERT_EQ(Crypto().SavePrvKey(Bytes(folder / "plain.pem"), key.get()), 1);
+    expectNoKey(folder / "plain.pem");
+}
+
+TEST_F(ReadPubKey, AsksForNoPasswordOfAnEncryptedPublicKey)
+{
+    const FileOwner stream(std::fopen((folder / "encrypted.pem").c_str(), "wb"));
+    const KeyOwner key = FixedKey(prime256v1, 5);
+    std::string password = "password";
+    ASSERT_EQ(PEM_ASN1_write(reinterpret_cast<i2d_of_void *>(i2d_PUBKEY), "PUBLIC KEY", stream.get(),
+                             key.get(), EVP_aes_128_cbc(), reinterpret_cast<unsigned char *>(password.data()),
+                             8, nullptr, nullptr),
+              1);
+    ASSERT_EQ(std::fflush(stream.get()), 0);
+    ASSERT_NE(ReadFile(folder / "encrypted.pem").find("Proc-Type: 4,ENCRYPTED"), std::string::npos);
+    expectNoKey(folder / "encrypted.pem");
+}
+
+TEST_F(ReadPubKey, ComesToAnEndWhereverThePathLeads)
+{
+    fs::create_directory(folder / "folder.pem");
+    expectNoKey(folder / "folder.pem");
+    expectNoKey("/dev/null");
+    expectNoKey("/dev/zero");
+}
+
+TEST_F(ReadPubKey, LeavesNoKeyWhereTheLibraryFails)
+{
+    for (const char *function : {"BIO_new", "BIO_write", "PEM_bytes_read_bio"}) {
+        SCOPED_TRACE(function);
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.fail(function);
+            EVP_PKEY *read = nullptr;
+            CapturedOutput output;
+            EXPECT_EQ(Crypto().ReadPubKey(Bytes(StoredKeyPath("prime256v1.public.pem")), &read), 1);
+            EXPECT_EQ(read, nullptr);
+            EXPECT_EQ(output.text(), "");
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+TEST_F(ReadPubKey, ReadsAnEllipticCurveKeyInTheSlowerWayWhereTheFasterOneFails)
+{
+    for (const char *function : {"EVP_PKEY_new", "EVP_PKEY_assign"}) {
+        SCOPED_TRACE(function);
+        const auto run = [&] {
+            LibraryFaults faults;
+            faults.fail(function);
+            EVP_PKEY *read = nullptr;
+            EXPECT_EQ(Crypto().ReadPubKey(Bytes(StoredKeyPath("prime256v1.public.pem")), &read), 1);
+            const KeyOwner owner(read);
+            ASSERT_NE(read, nullptr);
+            EXPECT_EQ(PointOf(read), PointOf(StoredKey("prime256v1.pem").get()));
+        };
+        EXPECT_EQ(LeftBehindBy(run), 0);
+    }
+}
+
+} // namespace

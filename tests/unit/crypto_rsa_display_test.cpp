@@ -1,0 +1,220 @@
+// The display of an RSA key's numbers.
+#include "src/crypto.h"
+
+#include "keygen/console.h"
+
+#include "tests/support/captured_output.h"
+#include "tests/support/library_faults.h"
+#include "tests/support/library_memory.h"
+#include "tests/support/private_keys.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/support/test_keys.h"
+
+#include <gtest/gtest.h>
+
+#include <openssl/bn.h>
+#include <openssl/err.h>
+#include <openssl/rsa.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int prime256v1 = 415;
+
+std::string hexOf(const BIGNUM *number)
+{
+    char *const text = BN_bn2hex(number);
+    std::string digits = text;
+    OPENSSL_free(text);
+    return digits;
+}
+
+class DisplayRsaKeyParams : public testing::Test {
+protected:
+    ~DisplayRsaKeyParams() override { ERR_clear_error(); }
+
+    static std::string displayed(EVP_PKEY *key)
+    {
+        CapturedOutput errors(2);
+        CapturedOutput output;
+        Crypto().DisplayRSAKeyParams(key);
+        std::string text = output.text();
+        EXPECT_EQ(errors.text(), "");
+        return text;
+    }
+
+    static BIGNUM *number(const char *hexadecimal)
+    {
+        BIGNUM *result = nullptr;
+        BN_hex2bn(&result, hexadecimal);
+        return result;
+    }
+
+    const KeyOwner stored = StoredKey("rsa2048.pem");
+    const RsaOwner rsa = RsaOwner(EVP_PKEY_get1_RSA(stored.get()));
+};
+
+TEST_F(DisplayRsaKeyParams, PrintsTheFiveNumbersInTheirOrder)
+{
+    EXPECT_EQ(displayed(stored.get()), "p = 0x" + hexOf(RSA_get0_p(rsa.get())) + "\nq = 0x" +
+                                           hexOf(RSA_get0_q(rsa.get())) + "\nn = 0x" +
+                                           hexOf(RSA_get0_n(rsa.get())) + "\ne = 0x010001\nd = 0x" +
+                                           hexOf(RSA_get0_d(rsa.get())) + "\n");
+}
+
+TEST_F(DisplayRsaKeyParams, PrintsUpperCaseDigitsInPairs)
+{
+    const KeyOwner key(EVP_PKEY_new());
+    RSA *const small = RSA_new();
+    ASSERT_EQ(EVP_PKEY_assign_RSA(key.get(), small), 1);
+    RSA_set0_factors(small, number("abc"), number("d"));
+    RSA_set0_key(small, number("0000abcdef"), number("0"), number("-5"));
+    EXPECT_EQ(displayed(key.get()), "p = 0x0ABC\nq = 0x0D\nn = 0xABCDEF\ne = 0x0\nd = 0x-05\n");
+}
+
+TEST_F(DisplayRsaKeyParams, PrintsNullForTheNumbersThatAreMissing)
+{
+    const KeyOwner publicKey = PublicHalf(stored.get());
+    EXPECT_EQ(displayed(publicKey.get()),
+              "p = NULL\nq = NULL\nn = 0x" + hexOf(RSA_get0_n(rsa.get())) + "\ne = 0x010001\nd = NULL\n");
+    const KeyOwner empty(EVP_PKEY_new());
+    ASSERT_EQ(EVP_PKEY_assign_RSA(empty.get(), RSA_new()), 1);
+    EXPECT_EQ(displayed(empty.get()), "p = NULL\nq = NULL\nn = NULL\ne = NULL\nd = NULL\n");
+}
+
+TEST_F(DisplayRsaKeyParams, PrintsOneLineForAKeyOfAnotherKind)
+{
+    const std::string line = "Error: EVP_PKEY_get1_RSA failed\n";
+    EXPECT_EQ(displayed(FixedKey(prime256v1, 5).get()), line);
+    EXPECT_EQ(displayed(nullptr), line);
+    const KeyOwner empty(EVP_PKEY_new());
+    EXPECT_EQ(displayed(empty.get()), line);
+}
+
+TEST_F(DisplayRsaKeyParams, FlushesItsLinesButNotTheErrorLine)
+{
+    LibraryFaults faults;
+    displayed(FixedKey(prime256v1, 5).get());
+    EXPECT_EQ(faults.calls("fflush(stdout)"), 0);
+    CapturedOutput output;
+    Crypto().DisplayRSAKeyParams(stored.get());
+    EXPECT_EQ(faults.calls("fflush(stdout)"), 1);
+    const std::string flushed = output.flushedText();
+    EXPECT_EQ(flushed, output.text());
+}
+
+TEST_F(DisplayRsaKeyParams, GoesOnAfterANumberWithoutMemoryForItsDigits)
+{
+    const KeyOwner publicKey = PublicHalf(stored.get());
+    LibraryFaults faults;
+    faults.fail("BN_bn2hex");
+    EXPECT_EQ(displayed(publicKey.get()), "p = NULL\nq = NULL\ne = 0x010001\nd = NULL\n");
+}
+
+TEST_F(DisplayRsaKeyParams, WipesTheDigitsAndLeavesTheKeyToItsOwner)
+{
+    const auto run = [&] {
+        ReleasedMemory memory;
+        memory.lookFor(hexOf(RSA_get0_p(rsa.get())));
+        displayed(stored.get());
+        EXPECT_TRUE(memory.sawReleases());
+        EXPECT_FALSE(memory.heldTheSecret());
+    };
+    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(EVP_PKEY_bits(stored.get()), 2048);
+}
+
+/// What can be read, `size` bytes of it at most. A terminal hands its output on in pieces, and a little
+/// later.
+std::string readUpTo(std::size_t size, int descriptor)
+{
+    std::string text;
+    pollfd waiting = {descriptor, POLLIN, 0};
+    while (text.size() < size && poll(&waiting, 1, 5000) == 1) {
+        std::array<char, 4096> piece;
+        const ssize_t got = read(descriptor, piece.data(), piece.size());
+        if (got <= 0)
+            break;
+        text.append(piece.data(), static_cast<std::size_t>(got));
+    }
+    return text;
+}
+
+/// What reaches the other end when the lines stand amid ordinary output; `size` bytes are expected.
+std::string throughDescriptor(int writeEnd, int readEnd, EVP_PKEY *key, std::size_t size)
+{
+    std::fflush(stdout);
+    const int before = dup(STDOUT_FILENO);
+    dup2(writeEnd, STDOUT_FILENO);
+    close(writeEnd);
+    std::fputs("before\n", stdout);
+    MessageOut("message\n", MSG_INFO);
+    Crypto().DisplayRSAKeyParams(key);
+    std::puts("after");
+    MessageOut("message\n", MSG_ERROR);
+    std::fflush(stdout);
+    dup2(before, STDOUT_FILENO);
+    close(before);
+    const std::string text = readUpTo(size, readEnd);
+    close(readEnd);
+    return text;
+}
+
+class DisplayAmidOrdinaryOutput : public DisplayRsaKeyParams {
+protected:
+    DisplayAmidOrdinaryOutput()
+    {
+        RSA *const small = RSA_new();
+        EVP_PKEY_assign_RSA(key.get(), small);
+        RSA_set0_key(small, number("ab"), number("3"), nullptr);
+    }
+
+    const KeyOwner key = KeyOwner(EVP_PKEY_new());
+    const std::string expected = "before\n" + Info("message\n") +
+                                 "p = NULL\nq = NULL\nn = 0xAB\ne = 0x03\nd = NULL\n" + "after\n" +
+                                 Error("message\n");
+};
+
+TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceInAFile)
+{
+    const TemporaryFolder folder;
+    WriteFile(folder / "output", "");
+    EXPECT_EQ(throughDescriptor(open((folder / "output").c_str(), O_WRONLY),
+                                open((folder / "output").c_str(), O_RDONLY), key.get(), expected.size()),
+              expected);
+}
+
+TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceInAPipe)
+{
+    std::array<int, 2> ends = {};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    EXPECT_EQ(throughDescriptor(ends[1], ends[0], key.get(), expected.size()), expected);
+}
+
+TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceOnATerminal)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_EQ(grantpt(master), 0);
+    ASSERT_EQ(unlockpt(master), 0);
+    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
+    ASSERT_NE(terminal, -1);
+    termios settings = {};
+    tcgetattr(terminal, &settings);
+    cfmakeraw(&settings);
+    tcsetattr(terminal, TCSANOW, &settings);
+    // The terminal lives on while its output is read.
+    const int second = dup(terminal);
+    EXPECT_EQ(throughDescriptor(terminal, master, key.get(), expected.size()), expected);
+    close(second);
+}
+
+} // namespace
