@@ -1,13 +1,10 @@
 # shellcheck shell=bash
-# shellcheck disable=SC2154 # this_script comes from setup.sh
 # Debian's archive, and bare systems in folders: for scripts that have sourced setup.sh.
+# shellcheck disable=SC2034,SC2154 # the needs are for the scripts that source it
 
 debian_keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 needs_of_the_archive=(
     "Debian's keys   | file ../share/keyrings/${debian_keyring##*/} | debian-archive-keyring"
-)
-needs_of_bare_systems=(
-    "debootstrap     | command debootstrap                     | debootstrap"
 )
 
 # The mirrors of this machine's own package lists, asked in a way that works also before the lists are read.
@@ -47,6 +44,10 @@ read_lists() {
     done < <(mirrors)
     stop "no mirror of this machine's package manager gave the suite $suite"
 }
+
+needs_of_bare_systems=(
+    "debootstrap     | command debootstrap                     | debootstrap"
+)
 
 # In a mount namespace of its own, all mounts end with the script. Takes the script's arguments.
 enter_own_mount_namespace() {

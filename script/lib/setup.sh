@@ -136,18 +136,15 @@ cached_value() {
     sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt" 2>/dev/null
 }
 
-is_configured() {
-    [[ -e $build/CMakeCache.txt && (-e $build/build.ninja || -e $build/Makefile) ]]
-}
-
-# Configures the preset; takes further options of CMake.
+# Configures the preset; takes further options of CMake. More of them may stand in KEYGEN_CMAKE_OPTIONS, as words.
 configure() {
-    local first=no
+    local first=no words
     [[ -e $build/CMakeCache.txt ]] || first=yes
     if [[ $first == yes ]] && command -v ninja >/dev/null; then
         export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
     fi
-    (cd "$tree" && cmake --preset "$preset" "$@") && return
+    read -r -a words <<<"${KEYGEN_CMAKE_OPTIONS:-}"
+    (cd "$tree" && cmake --preset "$preset" "$@" "${words[@]}") && return
     # What CMake found out at the first, failed time must not stand in the way of the next: a compiler, say.
     [[ $first == yes ]] && rm -rf "$build"/CMakeCache.txt "$build"/CMakeFiles/[0-9]*
     stop "configuring failed"
@@ -163,11 +160,11 @@ forget_configuration_of_another_tree() {
     fi
 }
 
-# Builds a target. Says nothing where there is nothing to do.
+# Builds targets. Says nothing where there is nothing to do.
 build() {
     local nothing_done='^ninja: no work to do\.$|^\[0/[0-9]+\] Re-checking globbed directories'
     nothing_done+='|^\[[ 0-9]*%\] Built target |^g?make\[?.*: Nothing to be done for '
-    (cd "$tree" && cmake --build "$build" --parallel "$(nproc)" --target "$1" 2>&1) |
+    (cd "$tree" && cmake --build "$build" --parallel "$(nproc)" --target "$@" 2>&1) |
         { grep -Ev "$nothing_done" || true; }
     ((PIPESTATUS[0] == 0)) || stop "building failed"
 }
@@ -175,7 +172,29 @@ build() {
 # One at a time in one build folder.
 lock_build_folder() {
     mkdir -p "$build" || stop "cannot make the build folder"
-    if command -v flock >/dev/null; then
-        exec 9>"$build/.lock" && flock 9
-    fi
+    command -v flock >/dev/null || return 0
+    exec 9>"$build/.lock" || stop "cannot lock the build folder"
+    flock --nonblock 9 && return
+    say "waiting for another build in this folder"
+    flock 9
 }
+
+is_configured_for() {
+    [[ -e $build/CMakeCache.txt && (-e $build/build.ninja || -e $build/Makefile) ]] || return
+    [[ $1 == OFF ]] && return
+    # Tests whose tools were missing when the build was configured are looked for again.
+    [[ $(cached_value BUILD_TESTING) == ON ]] && ! grep -q '^KEYGEN_TEST_.*-NOTFOUND$' "$build/CMakeCache.txt"
+}
+
+# What the scripts do before their work: they build targets with the tests (ON), or without need of them (OFF), after
+# installing what the build needs and what stands in `needs`.
+needs=()
+set_up() (
+    tests=$1
+    shift
+    ensure "${needs_of_the_build[@]}" "${needs[@]}"
+    lock_build_folder
+    forget_configuration_of_another_tree
+    is_configured_for "$tests" || configure -DBUILD_TESTING="$tests"
+    build "$@"
+) </dev/null >&2
