@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -24,16 +25,26 @@ void fillStandardStreams()
     }
 }
 
-void ignoreLibraryMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
+/// Keeps quiet about everything but the reason for which the library is about to end the process.
+void handleLibraryMessage(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (type == QtFatalMsg)
+        std::fprintf(stderr, "%s\n", message.toLocal8Bit().constData());
+}
+
+void turnCoreFilesOff()
+{
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+}
 
 } // namespace
 
 void PrepareProcess()
 {
     fillStandardStreams();
-    qInstallMessageHandler(ignoreLibraryMessage);
-    const rlimit none = {0, 0};
-    setrlimit(RLIMIT_CORE, &none);
+    qInstallMessageHandler(handleLibraryMessage);
+    turnCoreFilesOff();
     // A write beyond a limit on file sizes then fails, as on a full disk, and is told.
     std::signal(SIGXFSZ, SIG_IGN);
 }

@@ -181,6 +181,17 @@ TEST(PrepareProcess, SilencesTheMessagesOfTheApplicationLibrary)
     EXPECT_EQ(run.output, "");
 }
 
+TEST(PrepareProcess, LetsTheApplicationLibrarySayWhyItEndsTheProcess)
+{
+    const ChildRun run = RunInChild([] {
+        PrepareProcess();
+        qFatal("no way to go on: %s", "d\xC3\xA9sol\xC3\xA9");
+    });
+    EXPECT_EQ(run.signal, SIGABRT);
+    EXPECT_EQ(run.errors, "no way to go on: d\xC3\xA9sol\xC3\xA9\n");
+    EXPECT_EQ(run.output, "");
+}
+
 TEST(TakeArguments, ReturnsThemAsReceivedAndBlanksTheVector)
 {
     std::string name = "keygen";
