@@ -7,6 +7,9 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
+#if __has_include(<sys/prctl.h>)
+#include <sys/prctl.h>
+#endif
 
 #include <cerrno>
 #include <csignal>
@@ -32,10 +35,15 @@ void handleLibraryMessage(QtMsgType type, const QMessageLogContext &, const QStr
         std::fprintf(stderr, "%s\n", message.toLocal8Bit().constData());
 }
 
-void turnCoreFilesOff()
+void keepMemoryPrivate()
 {
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
+#if defined(PR_SET_DUMPABLE) && !defined(KEYGEN_UNDER_SANITIZERS)
+    // The limit does not hold where the system pipes cores to a program, nor for other processes of the same
+    // user, which could trace this one.
+    prctl(PR_SET_DUMPABLE, 0);
+#endif
 }
 
 } // namespace
@@ -44,7 +52,7 @@ void PrepareProcess()
 {
     fillStandardStreams();
     qInstallMessageHandler(handleLibraryMessage);
-    turnCoreFilesOff();
+    keepMemoryPrivate();
     // A write beyond a limit on file sizes then fails, as on a full disk, and is told.
     std::signal(SIGXFSZ, SIG_IGN);
 }

@@ -8,8 +8,11 @@
 #include <QDebug>
 
 #include <fcntl.h>
+#include <grp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -136,6 +139,40 @@ TEST(PrepareProcess, TurnsCoreFilesOff)
                     static_cast<unsigned long long>(core.rlim_max));
     });
     EXPECT_EQ(run.output, "0 0");
+}
+
+/// Gives up the privileges of root, under which every process can be read.
+void becomeOrdinaryUser()
+{
+    constexpr uid_t nobody = 65534;
+    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0))
+        std::abort();
+    // A change of user ends with the memory closed.
+    prctl(PR_SET_DUMPABLE, 1);
+}
+
+TEST(PrepareProcess, ClosesTheMemoryToOtherProcessesOfTheUser)
+{
+    const ChildRun run = RunInChild([] {
+        becomeOrdinaryUser();
+        const pid_t prepared = fork();
+        if (prepared == 0) {
+            PrepareProcess();
+            raise(SIGSTOP);
+            _exit(0);
+        }
+        waitpid(prepared, nullptr, WUNTRACED);
+        const int memory = open(("/proc/" + std::to_string(prepared) + "/mem").c_str(), O_RDONLY);
+        std::fputs(memory == -1 ? "closed" : "open", stdout);
+        kill(prepared, SIGKILL);
+        waitpid(prepared, nullptr, 0);
+    });
+    EXPECT_TRUE(run.returned);
+#ifdef KEYGEN_UNDER_SANITIZERS
+    EXPECT_EQ(run.output, "open");
+#else
+    EXPECT_EQ(run.output, "closed");
+#endif
 }
 
 TEST(PrepareProcess, LetsAWriteBeyondALimitFail)
