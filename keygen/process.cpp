@@ -7,9 +7,13 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
+#if __has_include(<sys/prctl.h>)
+#include <sys/prctl.h>
+#endif
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -24,16 +28,31 @@ void fillStandardStreams()
     }
 }
 
-void ignoreLibraryMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
+/// Keeps quiet about everything but the reason for which the library is about to end the process.
+void handleLibraryMessage(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    if (type == QtFatalMsg)
+        std::fprintf(stderr, "%s\n", message.toLocal8Bit().constData());
+}
+
+void keepMemoryPrivate()
+{
+    const rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+#if defined(PR_SET_DUMPABLE) && !defined(KEYGEN_UNDER_SANITIZERS)
+    // The limit does not hold where the system pipes cores to a program, nor for other processes of the same
+    // user, which could trace this one.
+    prctl(PR_SET_DUMPABLE, 0);
+#endif
+}
 
 } // namespace
 
 void PrepareProcess()
 {
     fillStandardStreams();
-    qInstallMessageHandler(ignoreLibraryMessage);
-    const rlimit none = {0, 0};
-    setrlimit(RLIMIT_CORE, &none);
+    qInstallMessageHandler(handleLibraryMessage);
+    keepMemoryPrivate();
     // A write beyond a limit on file sizes then fails, as on a full disk, and is told.
     std::signal(SIGXFSZ, SIG_IGN);
 }

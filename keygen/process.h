@@ -5,9 +5,10 @@
 #include <QList>
 
 /// To be called first. Gives the standard streams a file each where the caller left one closed (the next file
-/// opened would otherwise become standard output, and receive its messages), silences the application
-/// library's own messages, and turns core files off: one would hold passwords and keys. A limit on the size
-/// of files makes writes fail instead of ending the process.
+/// opened would otherwise become standard output, and receive its messages). Silences the application
+/// library's own messages, but for the one before it ends the process, which goes to standard error. Turns
+/// core files off, and closes the memory to other processes of the same user: passwords and keys are in it. A
+/// limit on the size of files makes writes fail instead of ending the process.
 void PrepareProcess();
 
 /// The arguments of the program, less its name, as received. They are blanked in the vector, which other

@@ -9,8 +9,10 @@
 
 namespace {
 
-// The signals that a user, a shell or a closed pipe ends, stops and continues a process by.
-constexpr std::array watchedSignals = {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGPIPE, SIGTSTP, SIGCONT};
+// The signals by which a user, a shell, a closed pipe, a timer, a limit or abort() ends, stops and continues
+// a process.
+constexpr std::array watchedSignals = {SIGINT,  SIGHUP,  SIGQUIT, SIGTERM,   SIGPIPE, SIGALRM, SIGUSR1,
+                                       SIGUSR2, SIGABRT, SIGXCPU, SIGVTALRM, SIGTSTP, SIGCONT};
 
 // Signal handlers take no arguments of ours, so what they need is process-wide.
 bool hidden = false;

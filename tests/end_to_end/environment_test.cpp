@@ -1,9 +1,13 @@
 #include "tests/support/captured_output.h"
+#include "tests/support/child_run.h"
 #include "tests/support/transcript.h"
 #include "tests/support/user_run.h"
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <csignal>
 #include <filesystem>
 
 namespace {
@@ -227,6 +231,35 @@ TEST(StandardStreams, DoNotChangeTheStatusOfAFailure)
             EXPECT_EQ(FilesIn(folder), "") << redirections;
         }
     }
+}
+
+/// The application library gave up at the start of the run, for `reason`.
+template <typename Run>
+void expectGivenUp(const Run &run, const char *reason)
+{
+    EXPECT_EQ(run.signal, SIGABRT);
+    EXPECT_NE(run.errors.find(reason), std::string::npos) << run.errors;
+    EXPECT_EQ(run.output, "");
+}
+
+TEST(ApplicationLibrary, SaysWhyItEndsARunWithoutDescriptors)
+{
+    const TemporaryFolder folder;
+    expectGivenUp(RunInShell(folder, "exec <&-; ulimit -n 3; export QT_NO_GLIB=1; exec \"$@\"", {"-v"}),
+                  "Cannot continue without a thread pipe");
+}
+
+// A set-user-ID copy that someone else runs is in this state. Only root can bring it about without a copy.
+TEST(ApplicationLibrary, SaysWhyItEndsARunUnderTwoUserIds)
+{
+    if (geteuid() != 0)
+        return;
+    const ChildRun run = RunInChild([] {
+        constexpr uid_t nobody = 65534;
+        if (setresuid(nobody, 0, 0) == 0)
+            Become(KeygenProgram(), {.arguments = {"-v"}});
+    });
+    expectGivenUp(run, "running setuid");
 }
 
 } // namespace

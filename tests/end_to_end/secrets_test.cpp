@@ -15,6 +15,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -53,29 +54,46 @@ TEST(Secrets, AreGoneFromTheArgumentListWhileTheRunGoesOn)
     EXPECT_EQ(terminal.end().status, 0);
 }
 
-/// All memory that the stopped process `id` can write to: what it has put anywhere.
-std::string writableMemory(pid_t id)
-{
-    std::string content;
-    std::ifstream maps("/proc/" + std::to_string(id) + "/maps");
-    const int memory = open(("/proc/" + std::to_string(id) + "/mem").c_str(), O_RDONLY | O_CLOEXEC);
-    EXPECT_NE(memory, -1);
-    for (std::string line; std::getline(maps, line);) {
-        std::istringstream fields(line);
-        unsigned long begin = 0;
-        unsigned long end = 0;
-        char dash = 0;
-        std::string mode;
-        fields >> std::hex >> begin >> dash >> end >> mode;
-        if (mode.substr(0, 2) != "rw")
-            continue;
-        std::string region(end - begin, '\0');
-        const ssize_t size = pread(memory, region.data(), region.size(), static_cast<off_t>(begin));
-        content.append(region, 0, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+/// The memory of a process. To be opened before the program has closed it to others: what is open by then can
+/// be read to the end.
+class Memory {
+public:
+    explicit Memory(pid_t id)
+        : maps("/proc/" + std::to_string(id) + "/maps"),
+          memory(open(("/proc/" + std::to_string(id) + "/mem").c_str(), O_RDONLY | O_CLOEXEC))
+    {
+        EXPECT_TRUE(maps.is_open());
+        EXPECT_NE(memory, -1);
     }
-    close(memory);
-    return content;
-}
+    ~Memory() { close(memory); }
+    Memory(const Memory &) = delete;
+    Memory &operator=(const Memory &) = delete;
+
+    /// All that the process, which must be stopped, can write to: what it has put anywhere. To be called
+    /// once.
+    std::string writable()
+    {
+        std::string content;
+        for (std::string line; std::getline(maps, line);) {
+            std::istringstream fields(line);
+            unsigned long begin = 0;
+            unsigned long end = 0;
+            char dash = 0;
+            std::string mode;
+            fields >> std::hex >> begin >> dash >> end >> mode;
+            if (mode.substr(0, 2) != "rw")
+                continue;
+            std::string region(end - begin, '\0');
+            const ssize_t size = pread(memory, region.data(), region.size(), static_cast<off_t>(begin));
+            content.append(region, 0, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+        }
+        return content;
+    }
+
+private:
+    std::ifstream maps;
+    int memory;
+};
 
 struct EndOfRun {
     int status = -1;
@@ -101,14 +119,17 @@ EndOfRun endOf(const std::string &folder, const std::vector<std::string> &argume
         becomeKeygen(folder, arguments);
     }
     EndOfRun end;
+    std::optional<Memory> memory;
     int status = 0;
     waitpid(id, &status, 0);
-    ptrace(PTRACE_SETOPTIONS, id, nullptr, PTRACE_O_TRACEEXIT | PTRACE_O_EXITKILL);
+    ptrace(PTRACE_SETOPTIONS, id, nullptr, PTRACE_O_TRACEEXEC | PTRACE_O_TRACEEXIT | PTRACE_O_EXITKILL);
     ptrace(PTRACE_CONT, id, nullptr, nullptr);
+    const auto stoppedBy = [&status](int event) { return status >> 8 == (SIGTRAP | (event << 8)); };
     while (waitpid(id, &status, 0) == id && WIFSTOPPED(status)) {
-        const bool atTheEnd = status >> 8 == (SIGTRAP | (PTRACE_EVENT_EXIT << 8));
-        if (atTheEnd)
-            end.memory = writableMemory(id);
+        if (stoppedBy(PTRACE_EVENT_EXEC))
+            memory.emplace(id);
+        if (stoppedBy(PTRACE_EVENT_EXIT) && memory)
+            end.memory = memory->writable();
         const int signal = WSTOPSIG(status) == SIGALRM ? SIGKILL : 0;
         ptrace(PTRACE_CONT, id, nullptr, signal);
     }

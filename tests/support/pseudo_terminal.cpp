@@ -35,8 +35,8 @@ int checked(int result, const char *what)
 /// business.
 void resetSignals()
 {
-    for (const int number : {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGPIPE, SIGALRM, SIGTSTP, SIGCONT, SIGTTIN,
-                             SIGTTOU, SIGCHLD, SIGUSR1})
+    for (const int number : {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGABRT,
+                             SIGXCPU, SIGVTALRM, SIGTSTP, SIGCONT, SIGTTIN, SIGTTOU, SIGCHLD})
         signal(number, SIG_DFL);
     sigset_t none;
     sigemptyset(&none);

@@ -8,8 +8,11 @@
 #include <QDebug>
 
 #include <fcntl.h>
+#include <grp.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -138,6 +141,40 @@ TEST(PrepareProcess, TurnsCoreFilesOff)
     EXPECT_EQ(run.output, "0 0");
 }
 
+/// Gives up the privileges of root, under which every process can be read.
+void becomeOrdinaryUser()
+{
+    constexpr uid_t nobody = 65534;
+    if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0))
+        std::abort();
+    // A change of user ends with the memory closed.
+    prctl(PR_SET_DUMPABLE, 1);
+}
+
+TEST(PrepareProcess, ClosesTheMemoryToOtherProcessesOfTheUser)
+{
+    const ChildRun run = RunInChild([] {
+        becomeOrdinaryUser();
+        const pid_t prepared = fork();
+        if (prepared == 0) {
+            PrepareProcess();
+            raise(SIGSTOP);
+            _exit(0);
+        }
+        waitpid(prepared, nullptr, WUNTRACED);
+        const int memory = open(("/proc/" + std::to_string(prepared) + "/mem").c_str(), O_RDONLY);
+        std::fputs(memory == -1 ? "closed" : "open", stdout);
+        kill(prepared, SIGKILL);
+        waitpid(prepared, nullptr, 0);
+    });
+    EXPECT_TRUE(run.returned);
+#ifdef KEYGEN_UNDER_SANITIZERS
+    EXPECT_EQ(run.output, "open");
+#else
+    EXPECT_EQ(run.output, "closed");
+#endif
+}
+
 TEST(PrepareProcess, LetsAWriteBeyondALimitFail)
 {
     const TemporaryFolder folder;
@@ -178,6 +215,17 @@ TEST(PrepareProcess, SilencesTheMessagesOfTheApplicationLibrary)
     });
     EXPECT_TRUE(run.returned);
     EXPECT_EQ(run.errors, "");
+    EXPECT_EQ(run.output, "");
+}
+
+TEST(PrepareProcess, LetsTheApplicationLibrarySayWhyItEndsTheProcess)
+{
+    const ChildRun run = RunInChild([] {
+        PrepareProcess();
+        qFatal("no way to go on: %s", "d\xC3\xA9sol\xC3\xA9");
+    });
+    EXPECT_EQ(run.signal, SIGABRT);
+    EXPECT_EQ(run.errors, "no way to go on: d\xC3\xA9sol\xC3\xA9\n");
     EXPECT_EQ(run.output, "");
 }
 

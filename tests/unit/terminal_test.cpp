@@ -18,7 +18,8 @@
 
 namespace {
 
-constexpr std::array endingSignals = {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGPIPE};
+constexpr std::array endingSignals = {SIGINT,  SIGHUP,  SIGQUIT, SIGTERM, SIGPIPE,  SIGALRM,
+                                      SIGUSR1, SIGUSR2, SIGABRT, SIGXCPU, SIGVTALRM};
 
 void print(const std::string &text)
 {
@@ -30,6 +31,15 @@ std::string readByte()
 {
     char byte = 0;
     return read(STDIN_FILENO, &byte, 1) == 1 ? std::string(1, byte) : "nothing";
+}
+
+/// `word` and a blank, once for each ending signal.
+std::string forEachEndingSignal(const std::string &word)
+{
+    std::string text;
+    for (std::size_t i = 0; i < endingSignals.size(); ++i)
+        text += word + " ";
+    return text;
 }
 
 /// Waits for a byte hidden, and for another one shown; prints them.
@@ -125,11 +135,12 @@ TEST(HiddenEntry, DoesNothingWhereStandardInputIsNoTerminal)
         }
         print("end\n");
     });
-    ASSERT_TRUE(terminal.shows("default default default default default \n"));
+    const std::string untouched = forEachEndingSignal("default") + "\n";
+    ASSERT_TRUE(terminal.shows(untouched));
     EXPECT_TRUE(terminal.echoes());
     EXPECT_TRUE(terminal.editsLines());
     terminal.type("\n");
-    EXPECT_EQ(terminal.end().output, "default default default default default \n\nend\n");
+    EXPECT_EQ(terminal.end().output, untouched + "\nend\n");
     EXPECT_TRUE(terminal.editsLines());
 }
 
@@ -157,6 +168,22 @@ TEST(HiddenEntry, RestoresTheTerminalWhenATypedKeyEndsTheProcess)
         EXPECT_TRUE(terminal.echoes());
         EXPECT_TRUE(terminal.editsLines());
     }
+}
+
+TEST(HiddenEntry, RestoresTheTerminalWhenTheProcessAborts)
+{
+    PseudoTerminal terminal([] {
+        const HiddenEntry hidden;
+        print("hidden\n");
+        readByte();
+        std::abort();
+    });
+    ASSERT_TRUE(terminal.shows("hidden\n"));
+    EXPECT_FALSE(terminal.echoes());
+    terminal.type("x");
+    EXPECT_EQ(terminal.end().signal, SIGABRT);
+    EXPECT_TRUE(terminal.echoes());
+    EXPECT_TRUE(terminal.editsLines());
 }
 
 TEST(HiddenEntry, RestoresATerminalThatIsNotTheSessionsOwn)
@@ -257,8 +284,7 @@ TEST(HiddenEntry, KeepsIgnoredSignalsIgnored)
         terminal.sendSignal(number);
     terminal.type("\x03\x1C\x1Ax");
     ASSERT_TRUE(terminal.answers("shown\n", "y"));
-    EXPECT_EQ(terminal.end().output,
-              "hidden\ngot x\nshown\nygot y\nignored ignored ignored ignored ignored ");
+    EXPECT_EQ(terminal.end().output, "hidden\ngot x\nshown\nygot y\n" + forEachEndingSignal("ignored"));
 }
 
 TEST(HiddenEntry, LeavesSignalsAndTheTerminalAsTheyAreAfterwards)
