@@ -8,6 +8,8 @@
 //
 // Two names stand for calls of write() that do not fail in earnest: "short" writes half of what it is given,
 // "interrupted" nothing, as when a signal comes.
+#include "tests/support/processors_generator.h"
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -129,10 +131,7 @@ int mainWithFailures(int count, char **arguments, char **environment)
         failingFunction = static_cast<int>(found - names);
         failingAt = strtoul(getenv("FAILING_AT"), nullptr, 10);
     }
-    // As on a processor without a generator of its own: random bytes are then the kernel's to give.
-    constexpr std::uint64_t processorsGenerator = std::uint64_t{1} << 11;
-    if (auto *const features = static_cast<std::uint64_t *>(dlsym(RTLD_DEFAULT, "qt_cpu_features")))
-        *features &= ~processorsGenerator;
+    ShowProcessorsGenerator(false);
     isRunning = true;
     return programsMain(count, arguments, environment);
 }

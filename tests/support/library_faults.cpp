@@ -1,8 +1,8 @@
 #include "tests/support/library_faults.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/processors_generator.h"
 
-#include <QRandomGenerator>
+#include <gtest/gtest.h>
 
 #include <openssl/bio.h>
 #include <openssl/bn.h>
@@ -13,6 +13,8 @@
 #include <openssl/pkcs12.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
+
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -38,10 +40,12 @@ LibraryFaults::LibraryFaults()
 {
     EXPECT_EQ(currentFaults, nullptr) << "one at a time";
     currentFaults = this;
+    ShowProcessorsGenerator(false);
 }
 
 LibraryFaults::~LibraryFaults()
 {
+    ShowProcessorsGenerator(true);
     currentFaults = nullptr;
     for (const Fault &fault : faults) {
         EXPECT_TRUE(fault.met || fault.kind == Kind::Replacement)
@@ -275,15 +279,6 @@ FILE *__wrap_fopen(const char *path, const char *mode)
     return call("fopen", __real_fopen, path, mode);
 }
 
-// A private member of the application library's generator, which its public members call.
-quint64 __real__ZN16QRandomGenerator10_fillRangeEPvx(QRandomGenerator *, void *, qptrdiff);
-quint64 __wrap__ZN16QRandomGenerator10_fillRangeEPvx(QRandomGenerator *, void *, qptrdiff);
-quint64 __wrap__ZN16QRandomGenerator10_fillRangeEPvx(QRandomGenerator *generator, void *buffer,
-                                                     qptrdiff count)
-{
-    return call("random values", __real__ZN16QRandomGenerator10_fillRangeEPvx, generator, buffer, count);
-}
-
 std::size_t __real_fwrite(const void *, std::size_t, std::size_t, FILE *);
 std::size_t __wrap_fwrite(const void *, std::size_t, std::size_t, FILE *);
 std::size_t __wrap_fwrite(const void *bytes, std::size_t size, std::size_t count, FILE *file)
@@ -313,5 +308,14 @@ int __wrap_fflush(FILE *file)
     if (file == nullptr)
         return __real_fflush(file);
     return call(file == stdout ? "fflush(stdout)" : "fflush", __real_fflush, file);
+}
+
+// Not by the linker's substitution: the application library calls it, which finds this one before the C
+// library's.
+int getentropy(void *buffer, std::size_t size)
+{
+    using Function = int(void *, std::size_t);
+    static auto *const real = reinterpret_cast<Function *>(dlsym(RTLD_NEXT, "getentropy"));
+    return call("getentropy", real, buffer, size);
 }
 }
