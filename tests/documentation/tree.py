@@ -17,8 +17,8 @@ PASSWORDS = ["first1", "second2", "third3", "fourth4", "fifth5", "sixth6", "seve
 
 
 def run_program(*arguments, **options):
-    return subprocess.run([PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          universal_newlines=True, **options)
+    options.setdefault("stdin", subprocess.DEVNULL)
+    return subprocess.run([PROGRAM, *arguments], stdout=subprocess.PIPE, universal_newlines=True, **options)
 
 
 def make_packet(folder, curve, cipher):
