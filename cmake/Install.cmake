@@ -19,8 +19,9 @@ install(FILES completions/_keygen DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site
 install(FILES completions/keygen.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 
 # The documents lie to each other as they do in the tree, so that their links lead somewhere.
-install(FILES LICENSE README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES docs/files.md docs/verify.md docs/security.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
+install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES docs/files.md docs/verify.md docs/security.md docs/testing.md docs/performance.md
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
 install(FILES docs/screens/pair.svg docs/screens/dialogue.svg DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/screens")
 install(PROGRAMS docs/verify/check-pair.sh docs/verify/check_packet.py
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/verify")

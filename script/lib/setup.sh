@@ -31,6 +31,7 @@ needs_of_the_documents=(
     "man             | command man                             | man-db"
     "groff           | command groff                           | groff"
     "mandoc          | command mandoc                          | mandoc"
+    "completion for bash | file ../share/bash-completion/bash_completion | bash-completion"
     "zsh             | command zsh                             | zsh"
     "fish            | command fish                            | fish"
 )

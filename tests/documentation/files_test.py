@@ -121,6 +121,35 @@ class Layouts(InTemporaryFolder):
                  for each in self.folder.glob("*/*")}
         self.assertEqual(described, found)
 
+    def type(self, words, folder, changes=()):
+        """Runs the document's command that holds `words`, in a folder."""
+        found = [each for each in re.findall(r"(?<=\n\n)(?: {4}.*\n)+", DOCUMENT) if words in each]
+        self.assertEqual(len(found), 1, words)
+        commands = textwrap.dedent(found[0])
+        for before, after in changes:
+            self.assertIn(f"write `{after}` for `{before}`", DOCUMENT)
+            commands = commands.replace(before, after)
+        return subprocess.run(["bash", "-c", commands], cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              universal_newlines=True)
+
+    def test_the_command_that_shows_the_cipher(self):
+        for cipher in CIPHERS:
+            run_program("-abs", str(self.folder / cipher), "-pe", cipher, "-pwd", "first1", check=True)
+            shown = self.type("asn1parse", self.folder / cipher).stdout
+            self.assertIn(f":aes-{cipher[3:]}-cbc\n", shown)
+            self.assertIn(":PBES2\n", shown)
+
+    def test_the_command_that_recomputes_the_hash_of_the_table(self):
+        for curve, changes in zip(CURVES, ((), [("\\1", "\\2")])):
+            folder = self.folder / curve
+            make_packet(folder, curve, "aes256")
+            with self.subTest(curve=curve):
+                result = self.type("publicKeysHashHashes.bin", folder, changes)
+                self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
+                os.replace(folder / "publicKey06.pem", folder / "publicKey07.pem")
+                (folder / "publicKey06.pem").symlink_to("publicKey07.pem")
+                self.assertEqual(self.type("publicKeysHashHashes.bin", folder, changes).returncode, 1)
+
 
 class Example(unittest.TestCase):
     # The curves' object identifiers, in DER.

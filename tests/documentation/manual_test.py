@@ -6,7 +6,7 @@ import re
 import subprocess
 import unittest
 
-from tree import InTemporaryFolder, PASSWORDS, PROGRAM, TREE, run_program
+from tree import InTemporaryFolder, PASSWORDS, PROGRAM, TREE, Terminal, run_program
 
 MANUAL = (TREE / "man/keygen.1.in").read_text("utf-8")
 PAIR = {"privateKey.pem": 0o400, "publicKey.pem": 0o444, "publicKeyhash.bin": 0o444}
@@ -16,11 +16,19 @@ for index in range(8):
                    f"publicKeyHash{index:02}.bin": 0o444})
 
 
+ONE_PAIR = "keygen -abs keys -pwd 'correct horse battery'"
+
+
+def displays():
+    """The displayed commands, as a reader sees them."""
+    found = re.findall(r"^\.Dl (.*)$", MANUAL, re.M)
+    found += re.findall(r"^\.Bd -literal -offset indent\n(.*?)^\.Ed$", MANUAL, re.M | re.S)
+    return [each.replace("\\e", "\\") for each in found]
+
+
 def example(words):
-    """The displayed commands that hold `words`, as a reader sees them."""
-    displays = re.findall(r"^\.Dl (.*)$", MANUAL, re.M)
-    displays += re.findall(r"^\.Bd -literal -offset indent\n(.*?)^\.Ed$", MANUAL, re.M | re.S)
-    found = [each.replace("\\e", "\\") for each in displays if words in each]
+    """The displayed commands that hold `words`."""
+    found = [each for each in displays() if words in each]
     assert len(found) == 1, (words, found)
     return found[0]
 
@@ -44,7 +52,7 @@ class Examples(InTemporaryFolder):
         self.assertEqual((result.returncode, result.stderr), (0, ""))
 
     def test_one_pair(self):
-        self.assertEqual(self.type(example("-abs keys -pwd")).returncode, 0)
+        self.assertEqual(self.type(ONE_PAIR).returncode, 0)
         self.assertEqual(self.modes("keys"), PAIR)
         self.assert_opens("keys/privateKey.pem", "correct horse battery")
 
@@ -66,6 +74,23 @@ class Examples(InTemporaryFolder):
         self.type(example("read -rs password"), answers="-begins with a hyphen\n")
         self.assertEqual(self.modes("keys"), PAIR)
         self.assert_opens("keys/privateKey.pem", "-begins with a hyphen")
+
+    def test_time_limit(self):
+        commands = example("read -rs password")
+        soon = commands.replace("timeout 60", "timeout 1")
+        self.assertNotEqual(soon, commands)
+        self.assertEqual(self.type("set -o pipefail; " + soon, answers="abc\n").returncode, 124)
+        self.assertEqual(list(self.folder.glob("keys/*")), [])
+
+    def test_no_messages(self):
+        self.assertIn(ONE_PAIR, displays())
+        self.assertEqual(self.type(example("/dev/null")).stdout, "")
+        self.assertEqual(self.modes("keys"), PAIR)
+
+    def test_no_colours(self):
+        shown = self.type(example("sed")).stdout
+        self.assertNotIn("\x1b", shown)
+        self.assertIn("\n Keys generated successfully.\n + public key:       keys/publicKey.pem\n", shown)
 
     def test_packet_with_answers_from_a_file(self):
         answers = ["packet/", "2"] + [each for each in PASSWORDS for _ in range(2)] + ["1", "1"]
@@ -118,9 +143,9 @@ class Quirks(InTemporaryFolder):
     """What a user can trip over: the sentence stands in the manual, and the program does as it says."""
 
     def assert_says(self, sentence):
-        macros = re.compile(r"^\.(?:Fl|Cm|Ar|Pa|Ql|Dq|Em) ?", re.M)
-        text = " ".join(macros.sub("", MANUAL).split()).replace(" ,", ",").replace(" .", ".").replace(" ;", ";")
-        self.assertIn(sentence, text)
+        text = " ".join(re.sub(r"^\.[A-Z][a-z]\b ?", "", MANUAL, flags=re.M).split())
+        text = re.sub(r" ([,.;])", r"\1", text)
+        self.assertTrue(sentence in text, sentence)
 
     def keygen(self, *arguments):
         return run_program(*arguments, cwd=self.folder)
@@ -144,8 +169,11 @@ class Quirks(InTemporaryFolder):
         self.assertEqual({each.name for each in self.folder.glob("keys/*")}, set(PAIR))
 
     def test_a_password_cannot_begin_with_a_hyphen(self):
-        self.assert_says("It cannot begin with a hyphen, because it would be taken for an option")
-        self.assertEqual(self.keygen("-abs", "keys", "-pwd", "-secret").returncode, 1)
+        self.assert_says("A password cannot begin with a hyphen, because it would be taken for an option, and is then "
+                         "shown as an unknown one.")
+        result = self.keygen("-abs", "keys", "-pwd", "-secret")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("'-secret'\n", result.stdout)
 
     def test_the_numbers_of_the_curves_run_against_the_help_text(self):
         self.assert_says("1 is brainpoolP256t1 and 2 is prime256v1")
@@ -154,7 +182,8 @@ class Quirks(InTemporaryFolder):
             self.assertEqual(self.cipher_and_curve(number), ("aes-256-cbc", curve))
 
     def test_eight_passwords_do_not_make_a_packet(self):
-        self.assert_says("Eight passwords without n make one pair, under the first of them.")
+        self.assert_says("Without this option one pair is made, in files without a number.")
+        self.assert_says("eight words encrypt the key under the first of them")
         self.keygen("-abs", "keys", "-pwd", *PASSWORDS)
         self.assertEqual({each.name for each in self.folder.glob("keys/*")}, set(PAIR))
         self.assertTrue(self.opens("keys/privateKey.pem", PASSWORDS[0]))
@@ -179,6 +208,148 @@ class Quirks(InTemporaryFolder):
         self.assertEqual(self.keygen("-abs", "hashes", "-n", "8", "-pwd", *PASSWORDS).returncode, 0)
         self.assertEqual([each.name for each in self.folder.iterdir()], ["hashes"])
         self.assertEqual([each.name for each in self.folder.glob("hashes/publicKeyHash*")], [])
+
+    def test_nothing_to_do(self):
+        self.assert_says("there is nothing to do: only the banner is shown, and the status is 0.")
+        for arguments in (["-pwd", "1234"], ["-n", "8", "-pwd", *PASSWORDS], ["-ecc", "prime256v1", "-pe", "aes128"]):
+            with self.subTest(arguments=arguments):
+                result = self.keygen(*arguments)
+                self.assertEqual(result.returncode, 0)
+                self.assertEqual(result.stdout, self.keygen("no option").stdout.partition("\x1b[00;31m")[0])
+        self.assertEqual(list(self.folder.iterdir()), [])
+
+    def test_values_beyond_those_described(self):
+        self.assert_says("no more than 25: a 26th is refused. Values beyond those described here are ignored: -abs my "
+                         "keys writes to my.")
+        self.assertEqual(self.keygen("-pwd", "1234", "-abs", *["my"] * 25).returncode, 0)
+        self.assertEqual([each.name for each in self.folder.iterdir()], ["my"])
+        self.assertEqual(self.keygen("-pwd", "1234", "-abs", *["your"] * 26).returncode, 1)
+        self.assertEqual([each.name for each in self.folder.iterdir()], ["my"])
+
+    def test_a_password_in_several_words(self):
+        self.assert_says("under the first of them; any other number ends in an error message.")
+        for count in (2, 3, 4, 5, 6, 7, 9):
+            with self.subTest(words=count):
+                self.assertEqual(self.keygen("-abs", "keys", "-pwd", *["word"] * count).returncode, 1)
+                self.assertEqual(list(self.folder.iterdir()), [])
+
+    def test_a_password_of_more_than_1024_bytes(self):
+        self.assert_says("cannot be opened with the password as typed, only with its first 1024 bytes")
+        self.keygen("-abs", "keys", "-pwd", "\u00e9" * 512)
+        self.assertTrue(self.opens("keys/privateKey.pem", "\u00e9" * 512))
+        self.keygen("-abs", "keys", "-pwd", "\u00e9" * 513)
+        self.assertFalse(self.opens("keys/privateKey.pem", "\u00e9" * 513))
+        self.assertTrue(self.opens("keys/privateKey.pem", "\u00e9" * 512))
+
+    def test_the_largest_size(self):
+        self.assert_says("The largest size is 2147483647")
+        run = Terminal(self.folder, "-rand", "2147483647", "large.bin")
+        self.addCleanup(run.kill)
+        run.wait_for("Size        : 2147483647 Bytes")
+
+    def test_the_mode_of_random_data(self):
+        self.assert_says("has the mode of any new file, or keeps that of the file it replaces.")
+        (self.folder / "old.bin").touch(0o640)
+        (self.folder / "other").touch()
+        for name in ("old.bin", "new.bin"):
+            self.assertEqual(self.keygen("-rand", "1", name).returncode, 0)
+        modes = [(self.folder / name).stat().st_mode for name in ("old.bin", "new.bin", "other")]
+        self.assertEqual((modes[0] & 0o777, modes[1]), (0o640, modes[2]))
+
+    def test_two_paths_to_one_file(self):
+        self.assert_says("the later file replaces the earlier one, in the order private key, public key, hash. The run "
+                         "still reports success, also if it is the private key that is lost.")
+        begins = {"-prvk": b"-----BEGIN ENC", "-pubk": b"-----BEGIN PUB"}
+        for first, second in (("-prvk", "-pubk"), ("-prvk", "-hash"), ("-pubk", "-hash")):
+            with self.subTest(first=first, second=second):
+                paths = {"-prvk": "private", "-pubk": "public", "-hash": "hash", first: "same", second: "same"}
+                result = self.keygen("-pwd", "1234", *[word for each in paths.items() for word in each])
+                self.assertEqual(result.returncode, 0)
+                self.assertIn("Keys generated successfully.", result.stdout)
+                content = (self.folder / "same").read_bytes()
+                if second in begins:
+                    self.assertEqual(content[:14], begins[second])
+                else:
+                    self.assertEqual(len(content), 32)
+
+    def test_links_and_fifos(self):
+        self.assert_says("Links are followed. A FIFO is waited for until someone reads from it.")
+        (self.folder / "keys").mkdir()
+        for name in ("private", "hash"):
+            (self.folder / name).touch()
+        (self.folder / "keys/privateKey.pem").symlink_to("../private")
+        os.link(self.folder / "hash", self.folder / "keys/publicKeyhash.bin")
+        os.mkfifo(self.folder / "keys/publicKey.pem")
+        with subprocess.Popen([PROGRAM, "-abs", "keys", "-pwd", "1234"], cwd=self.folder, stdout=subprocess.DEVNULL,
+                              stdin=subprocess.DEVNULL) as run:
+            while (self.folder / "private").stat().st_mode & 0o777 != 0o400:
+                self.assertIsNone(run.poll())
+            self.assertIsNone(run.poll())
+            self.assertIn("BEGIN PUBLIC KEY", (self.folder / "keys/publicKey.pem").read_text())
+            self.assertEqual(run.wait(60), 0)
+        self.assertTrue(self.opens("private", "1234"))
+        self.assertEqual(((self.folder / "hash").stat().st_size, (self.folder / "hash").stat().st_mode & 0o777),
+                         (32, 0o444))
+
+    def test_a_private_key_that_cannot_be_written(self):
+        self.assert_says("A private key file that was there before is then lost, and left with the mode 0226")
+        self.keygen("-abs", "keys", "-pwd", "1234")
+        # Without a password none can be written.
+        self.assertEqual(self.keygen("-abs", "keys").returncode, 0)
+        found = (self.folder / "keys/privateKey.pem").stat()
+        self.assertEqual((found.st_size, found.st_mode & 0o777), (0, 0o226))
+
+    def test_a_configuration_without_algorithms(self):
+        self.assert_says("If it leaves the library without the algorithms that are needed, every pair fails, and the "
+                         "status is 0.")
+        (self.folder / "openssl.cnf").write_text("openssl_conf = all\n[all]\nproviders = none\n[none]\nnull = on\n"
+                                                 "[on]\nactivate = 1\n")
+        environment = dict(os.environ, OPENSSL_CONF=str(self.folder / "openssl.cnf"))
+        result = run_program("-abs", "keys", "-pwd", "1234", cwd=self.folder, env=environment,
+                             stderr=subprocess.DEVNULL)
+        self.assertEqual(result.returncode, 0)
+        libraries = subprocess.run(["ldd", PROGRAM], stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
+        # OpenSSL 1.1.1 knows no providers, and has all its algorithms built in.
+        made = set(PAIR) if "libcrypto.so.1.1" in libraries else set()
+        self.assertEqual({each.name for each in self.folder.glob("keys/*")}, made)
+
+
+    def dialogue(self, folder, password):
+        """Answers on a terminal. What it shows."""
+        run = Terminal(self.folder)
+        run.answer("Please enter Path", folder)
+        run.answer("Please select number of packets", "1\n")
+        run.answer("Please enter Password", password)
+        run.answer("Please re-enter your Password", password)
+        run.answer("Please select algorithm", "1\n")
+        run.answer("Please select encrypting algorithm", "1\n")
+        self.assertEqual(run.end(), 0)
+        return run.shown
+
+    def test_every_key_is_a_character_of_the_password(self):
+        self.assert_says("Every key is then a character of the password, Backspace, Ctrl-U and Ctrl-D too")
+        self.assert_says("and the password as it was meant does not open the private key.")
+        for typed, meant in (("god\x7food pass", "good pass"), ("wrong\x15good pass", "good pass"),
+                             ("good pass\x04", "good pass")):
+            with self.subTest(typed=typed):
+                self.assertNotIn("pass\r", self.dialogue("keys/\n", typed + "\n"))
+                self.assertFalse(self.opens("keys/privateKey.pem", meant))
+                self.assertTrue(self.opens("keys/privateKey.pem", typed))
+
+    def test_the_end_of_input_at_the_first_question(self):
+        self.assert_says("At the first question Ctrl-D, too, takes the folder that is shown.")
+        shown = self.dialogue("\x04", "1234\n")
+        self.assertEqual({each.name for each in self.folder.glob("Corvane_KeyGen/*")}, set(PAIR))
+        self.assert_says("The path of the private key is shown with a doubled slash if the folder ends with one.")
+        self.assertIn(f"{self.folder}/Corvane_KeyGen//privateKey.pem", shown)
+
+    def test_what_is_typed_ahead_is_shown(self):
+        self.assert_says("What is pasted or typed before a password is asked for is shown.")
+        run = Terminal(self.folder)
+        run.type("keys/\n1\nsecret\nsecret\n1\n1\n")
+        self.assertEqual(run.end(), 0)
+        self.assertIn("secret\r\n", run.shown)
+        self.assertTrue(self.opens("keys/privateKey.pem", "secret"))
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@
 import html
 import os
 import re
+import shutil
 import subprocess
 import textwrap
 import unittest
@@ -12,6 +13,12 @@ from tree import InTemporaryFolder, PROGRAM, TREE, help_options
 
 README = (TREE / "README.md").read_text("utf-8")
 IGNORED = {"--public-key-hash", "--prvkey-enc"}
+
+PAIR = {"privateKey.pem": (399, 0o400), "publicKey.pem": (178, 0o444), "publicKeyhash.bin": (32, 0o444)}
+PACKET = {"publicKeysHashHashes.bin": (32, 0o444)}
+for index in range(8):
+    PACKET.update({f"privateKey{index:02}.pem": (399, 0o400), f"publicKey{index:02}.pem": (178, 0o444),
+                   f"publicKeyHash{index:02}.bin": (32, 0o444)})
 
 
 def blocks():
@@ -28,62 +35,77 @@ def block(words):
 class Commands(InTemporaryFolder):
     def setUp(self):
         super().setUp()
-        # What script/run sets up is there already.
-        (self.folder / "script").mkdir()
-        os.symlink(PROGRAM, self.folder / "script/run")
+        self.home, self.clone = self.folder / "home", self.folder / "clone"
+        # What script/run sets up is there already, and the program is installed.
+        for link in (self.clone / "script/run", self.home / ".local/bin/keygen"):
+            link.parent.mkdir(parents=True)
+            os.symlink(PROGRAM, link)
 
-    def type(self, commands):
-        result = subprocess.run(["bash", "-euo", "pipefail", "-c", commands], cwd=self.folder, stdin=subprocess.DEVNULL,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True, timeout=60)
+    def type(self, commands, answers=""):
+        """What the commands show, typed in a clone."""
+        environment = dict(os.environ, HOME=str(self.home), PATH=f"{self.home}/.local/bin:{os.environ['PATH']}")
+        result = subprocess.run(["bash", "-euo", "pipefail", "-c", commands], cwd=self.clone, env=environment,
+                                input=answers, stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True,
+                                timeout=60)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         return result.stdout
 
     def files(self, folder):
         return {each.name: (each.stat().st_size, each.stat().st_mode & 0o777)
-                for each in (self.folder / folder).iterdir()}
+                for each in (self.home / folder).iterdir()}
 
-    def rows(self):
-        """The table of the files: size and mode of each."""
-        return {name: (int(size), int(mode, 8))
-                for name, size, mode in re.findall(r"^\| `(\w+\.\w+)` \| (\d+) \| (0\d+) \|", README, re.M)}
+    def test_script_run_runs_the_program(self):
+        self.assertIn("Version: v", self.type(block("script/run --version")))
 
-    def test_the_first_one_makes_a_pair(self):
-        self.type(blocks()[0])
-        named = dict(re.findall(r"^keys/(\S+) +(.+)$", blocks()[1], re.M))
-        self.assertEqual(set(self.files("keys")), set(named))
-        self.assertEqual({**self.files("keys"), "publicKeysHashHashes.bin": (32, 0o444)}, self.rows())
+    def test_one_pair(self):
+        self.type(block("'correct horse'\n"))
+        self.assertEqual(self.files("example-keys"), PAIR)
+        self.assertEqual(set(PAIR), set(re.findall(r"^(\S+) {2,}", block("the private key,"), re.M)))
 
     def test_a_packet(self):
         self.type(block("-n 8"))
-        rows = self.rows()
-        expected = {"publicKeysHashHashes.bin": rows["publicKeysHashHashes.bin"]}
-        for index in range(8):
-            expected[f"privateKey{index:02}.pem"] = rows["privateKey.pem"]
-            expected[f"publicKey{index:02}.pem"] = rows["publicKey.pem"]
-            expected[f"publicKeyHash{index:02}.bin"] = rows["publicKeyhash.bin"]
-        self.assertEqual(self.files("packet"), expected)
+        self.assertEqual(self.files("example-packet"), PACKET)
+
+    def test_the_dialogue(self):
+        self.type(block("keygen\n"), answers="\n1\ncorrect horse\ncorrect horse\n1\n1\n")
+        self.assertEqual(self.files("Corvane_KeyGen"), PAIR)
 
     def test_random_bytes(self):
         self.type(block("-rand"))
-        self.assertEqual((self.folder / "noise.bin").stat().st_size, 1048576)
+        self.assertEqual((self.home / "example.bin").stat().st_size, 1048576)
+
+    def test_no_example_leaves_anything_in_the_clone(self):
+        for commands in blocks():
+            if commands.startswith("keygen "):
+                self.type(commands)
+        self.assertEqual({each.name for each in self.home.iterdir()},
+                         {".local", "example-keys", "example-packet", "example.bin"})
+        self.assertEqual([each.name for each in self.clone.iterdir()], ["script"])
 
     def test_checks_of_a_pair(self):
-        self.type(blocks()[0])
-        self.assert_shows_the_same_twice(block("cat keys/publicKey.pem"))
-        self.assert_shows_the_same_twice(block("publicKeyhash.bin | tr"))
-        shown = self.type(block("certtool"))
-        self.assertIn(":aes-256-cbc", shown)
-        self.assertIn("Schema: PBES2-AES256-CBC", shown)
+        self.type(block("'correct horse'\n"))
+        checks = block("cmp - publicKeyhash.bin")
+        self.assertEqual(self.type(checks), "")
+        other = re.sub("^cd .*", "cd ~/other", checks)
+        self.assertNotEqual(checks, other)
+        for name in ("publicKey.pem", "publicKeyhash.bin"):
+            with self.subTest(changed=name):
+                shutil.copytree(self.home / "example-keys", self.home / "other")
+                (self.home / "other" / name).chmod(0o600)
+                (self.home / "other" / name).write_bytes(b"changed")
+                with self.assertRaises(AssertionError):
+                    self.type(other)
+                shutil.rmtree(self.home / "other")
 
-    def test_check_of_a_packet(self):
-        self.type(block("-n 8"))
-        self.assert_shows_the_same_twice(block("publicKeysHashHashes.bin | tr"))
+    def test_the_status_of_a_pair_that_failed(self):
+        self.assertIn("**the exit status is 0 even if a key pair failed**", README)
+        (self.home / "example-keys/privateKey.pem").mkdir(parents=True)
+        self.assertIn("Error: An error occured while generating key files", self.type(block("'correct horse'\n")))
 
-    def assert_shows_the_same_twice(self, commands):
-        lines = self.type(commands).replace("  -\n", "\n").splitlines()
-        half = len(lines) // 2
-        self.assertGreater(half, 0)
-        self.assertEqual(lines[:half], lines[half:])
+    def test_the_numbers_of_the_curves(self):
+        for number, curve in re.findall(r"`-ecc (\d)` is (\w+)", README):
+            self.type(f"keygen -abs {number} -pwd 1234 -ecc {number}")
+            self.assertIn(curve, self.type(f"openssl pkey -pubin -in {number}/publicKey.pem -noout -text"))
 
     def test_pictures_show_commands_that_stand_here(self):
         pictures = re.findall(r"^!\[.+\]\((docs/screens/\w+\.svg)\)$", README, re.M)
@@ -99,9 +121,10 @@ class Commands(InTemporaryFolder):
         listed = [frozenset(re.findall(r"`(.+?)`", names)) for names in table]
         self.assertEqual(sorted(map(sorted, listed)), sorted(sorted(names - IGNORED) for names in help_options()))
 
-    def test_links_lead_somewhere(self):
-        for target in re.findall(r"\]\(([^):#]+)\)", README):
-            self.assertTrue((TREE / target).is_file(), target)
+    def test_links_lead_to_every_document(self):
+        targets = set(re.findall(r"\]\(([^):#]+\.md)\)", README))
+        documents = [*(TREE / "docs").glob("*.md"), *TREE.glob("*.md")]
+        self.assertEqual(targets, {str(each.relative_to(TREE)) for each in documents} - {"README.md"})
 
 
 if __name__ == "__main__":

@@ -2,7 +2,9 @@
 
 import os
 import pathlib
+import pty
 import re
+import select
 import subprocess
 import tempfile
 import unittest
@@ -15,8 +17,8 @@ PASSWORDS = ["first1", "second2", "third3", "fourth4", "fifth5", "sixth6", "seve
 
 
 def run_program(*arguments, **options):
-    return subprocess.run([PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          universal_newlines=True, **options)
+    options.setdefault("stdin", subprocess.DEVNULL)
+    return subprocess.run([PROGRAM, *arguments], stdout=subprocess.PIPE, universal_newlines=True, **options)
 
 
 def make_packet(folder, curve, cipher):
@@ -35,3 +37,51 @@ class InTemporaryFolder(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = pathlib.Path(folder.name)
+
+
+class Terminal:
+    """A run of the program on a terminal of its own, in `folder`, which is the user's home, too."""
+
+    def __init__(self, folder, *arguments):
+        self.shown, self.seen = "", 0
+        self.pid, self.descriptor = pty.fork()
+        if self.pid == 0:
+            os.chdir(folder)
+            os.execve(PROGRAM, ["keygen", *arguments], dict(os.environ, HOME=str(folder)))
+
+    def type(self, keys):
+        os.write(self.descriptor, keys.encode())
+
+    def read_more(self):
+        """Adds what the program writes to what it has shown; false at its end."""
+        if not select.select([self.descriptor], [], [], 60)[0]:
+            raise TimeoutError(self.shown)
+        try:
+            more = os.read(self.descriptor, 65536)
+        except OSError: # the other end is closed
+            more = b""
+        self.shown += more.decode()
+        return more != b""
+
+    def wait_for(self, words):
+        """Reads on until the words are shown once more than they were waited for."""
+        while words not in self.shown[self.seen:]:
+            if not self.read_more():
+                raise EOFError(self.shown)
+        self.seen = self.shown.index(words, self.seen) + len(words)
+
+    def answer(self, question, keys):
+        self.wait_for(question)
+        self.type(keys)
+
+    def end(self):
+        """The exit status, once everything is shown."""
+        while self.read_more():
+            pass
+        os.close(self.descriptor)
+        return os.WEXITSTATUS(os.waitpid(self.pid, 0)[1])
+
+    def kill(self):
+        os.kill(self.pid, 9)
+        os.close(self.descriptor)
+        os.waitpid(self.pid, 0)

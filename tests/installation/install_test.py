@@ -25,9 +25,12 @@ DATA = {
     "share/doc/keygen/LICENSE",
     "share/doc/keygen/README.md",
     "share/doc/keygen/CHANGELOG.md",
+    "share/doc/keygen/CONTRIBUTING.md",
     "share/doc/keygen/docs/files.md",
     "share/doc/keygen/docs/verify.md",
     "share/doc/keygen/docs/security.md",
+    "share/doc/keygen/docs/testing.md",
+    "share/doc/keygen/docs/performance.md",
     "share/doc/keygen/docs/screens/pair.svg",
     "share/doc/keygen/docs/screens/dialogue.svg",
 }

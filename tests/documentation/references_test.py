@@ -1,0 +1,47 @@
+#!/usr/bin/python3
+"""The documents' references lead somewhere, and CONTRIBUTING's map shows each file of the program."""
+
+import re
+import unittest
+
+from tree import TREE
+
+DOCUMENTS = [*TREE.glob("*.md"), *(TREE / "docs").glob("*.md")]
+
+
+class References(unittest.TestCase):
+    def test_links_lead_somewhere(self):
+        links = 0
+        for document in DOCUMENTS:
+            text = document.read_text("utf-8")
+            for target, place in re.findall(r"\]\(([^):#]*)(?:#([\w-]+))?\)", text):
+                with self.subTest(document=document.name, target=target, place=place):
+                    links += 1
+                    found = document.parent / target if target else document
+                    self.assertTrue(found.is_file())
+                    if place:
+                        headings = re.findall(r"^#+ (.*)$", found.read_text("utf-8"), re.M)
+                        self.assertIn(place, [each.lower().replace(" ", "-") for each in headings])
+        self.assertGreater(links, 5)
+
+    def test_files_that_are_named_are_there(self):
+        folders = "bench|cmake|completions|docs|keygen|man|script|src|tests|[.]ci"
+        for document in DOCUMENTS:
+            # A part in capitals stands for any name.
+            for name in re.findall(r"`((?:%s)/[a-z0-9_./-]*)" % folders, document.read_text("utf-8")):
+                with self.subTest(document=document.name, name=name):
+                    self.assertTrue((TREE / name).exists() or (TREE / f"{name}.h").exists())
+
+    def test_the_map_shows_each_file_of_the_program_once(self):
+        text = (TREE / "CONTRIBUTING.md").read_text("utf-8")
+        table = re.search(r"^## The map$(.*?)^## ", text, re.M | re.S)[1]
+        shown = []
+        for name in re.findall(r"^\| `(.*?)` \|", table, re.M):
+            # A name without its end stands for a header and its source.
+            shown += [name] if "." in name else [f"{name}.cpp", f"{name}.h"]
+        files = [str(each.relative_to(TREE)) for folder in ("keygen", "src") for each in (TREE / folder).iterdir()]
+        self.assertEqual(sorted(shown), sorted(files))
+
+
+if __name__ == "__main__":
+    unittest.main()
