@@ -30,6 +30,19 @@ DATA = {
     "share/doc/keygen/docs/security.md",
     "share/doc/keygen/docs/screens/pair.svg",
     "share/doc/keygen/docs/screens/dialogue.svg",
+    "share/doc/keygen/docs/library.md",
+    "share/doc/keygen/docs/library/CMakeLists.txt",
+    "share/doc/keygen/docs/library/first_program.cpp",
+    "share/doc/keygen/docs/library/own_messages.cpp",
+    "include/key_engine/console.h",
+    "include/key_engine/crypto.h",
+    "include/key_engine/ec_crypto.h",
+    "lib/libkey_engine.a",
+    "lib/cmake/KeyEngine/KeyEngineConfig.cmake",
+    "lib/cmake/KeyEngine/KeyEngineConfigVersion.cmake",
+    "lib/cmake/KeyEngine/KeyEngineTargets.cmake",
+    "lib/cmake/KeyEngine/KeyEngineTargets-relwithdebinfo.cmake",
+    "lib/pkgconfig/key_engine.pc",
 }
 
 
