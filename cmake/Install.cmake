@@ -25,5 +25,3 @@ install(FILES docs/files.md docs/verify.md docs/security.md docs/testing.md docs
 install(FILES docs/screens/pair.svg docs/screens/dialogue.svg DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/screens")
 install(PROGRAMS docs/verify/check-pair.sh docs/verify/check_packet.py
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/verify")
-
-include(Package)

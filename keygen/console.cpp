@@ -1,7 +1,6 @@
 #include "keygen/console.h"
 
 #include <QByteArray>
-#include <QStringDecoder>
 
 #include <array>
 #include <cstdio>
@@ -30,15 +29,4 @@ void MessageOut(QString message, MSGTYPE type)
         std::fputs(prefixes[static_cast<unsigned int>(type)], stdout);
     std::fputs(message.toLocal8Bit().constData(), stdout);
     std::fputs(reset, stdout);
-}
-
-QString TextOf(QByteArrayView utf8, bool *valid)
-{
-    // Stateless, or the decoder would hold back a character cut short at the end instead of marking it.
-    QStringDecoder decoder(QStringDecoder::Utf8,
-                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
-    QString text = decoder(utf8);
-    if (valid != nullptr)
-        *valid = !decoder.hasError();
-    return text;
 }

@@ -25,6 +25,7 @@ needs_of_the_tests=(
     "certtool        | command certtool                        | gnutls-bin"
     "cryptography for Python | python cryptography             | python3-cryptography"
     "valgrind        | command valgrind                        | valgrind"
+    "pkg-config      | command pkg-config                      | pkgconf"
 )
 # For the tests of the manual, and of the completions in these shells. Where they are not to be had, the others run.
 needs_of_the_documents=(

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""What `cmake --install` lays out. KEYGEN_BUILD names the build folder, KEYGEN_VERSION the version."""
+"""What `cmake --install` lays out. KEYGEN_BUILD names the build folder, KEYGEN_LIBDIR the folder for libraries,
+KEYGEN_CONFIGURATION the kind of the build, KEYGEN_VERSION the version."""
 
 import os
 import pathlib
@@ -9,6 +10,8 @@ import tempfile
 import unittest
 
 BUILD = os.path.realpath(os.environ["KEYGEN_BUILD"])
+LIBDIR = os.environ["KEYGEN_LIBDIR"]
+CONFIGURATION = os.environ["KEYGEN_CONFIGURATION"] or "noconfig"
 VERSION = os.environ["KEYGEN_VERSION"]
 TREE = pathlib.Path(__file__).resolve().parents[2]
 
@@ -33,6 +36,19 @@ DATA = {
     "share/doc/keygen/docs/performance.md",
     "share/doc/keygen/docs/screens/pair.svg",
     "share/doc/keygen/docs/screens/dialogue.svg",
+    "share/doc/keygen/docs/library.md",
+    "share/doc/keygen/docs/library/CMakeLists.txt",
+    "share/doc/keygen/docs/library/first_program.cpp",
+    "share/doc/keygen/docs/library/own_messages.cpp",
+    "include/key_engine/console.h",
+    "include/key_engine/crypto.h",
+    "include/key_engine/ec_crypto.h",
+    f"{LIBDIR}/libkey_engine.a",
+    f"{LIBDIR}/cmake/KeyEngine/KeyEngineConfig.cmake",
+    f"{LIBDIR}/cmake/KeyEngine/KeyEngineConfigVersion.cmake",
+    f"{LIBDIR}/cmake/KeyEngine/KeyEngineTargets.cmake",
+    f"{LIBDIR}/cmake/KeyEngine/KeyEngineTargets-{CONFIGURATION}.cmake",
+    f"{LIBDIR}/pkgconfig/key_engine.pc",
 }
 
 
@@ -43,7 +59,7 @@ def run(*command, **options):
 
 def sources():
     """The files of the tree, without the tests, and without what was built or made there."""
-    for pattern in ("CMake*", "*.md", "LICENSE"):
+    for pattern in ("CMake*", "*.md", "LICENSE", "debian/c*", "debian/rules", "debian/*.install"):
         yield from TREE.glob(pattern)
     for folder in (".ci", ".github", "bench", "cmake", "completions", "docs", "keygen", "man", "script", "src"):
         yield from (each for each in (TREE / folder).rglob("*") if each.is_file())
@@ -110,7 +126,7 @@ class Installation(unittest.TestCase):
 
     def test_the_version_stands_in_one_place(self):
         # The changes have entries for versions, and the screens are drawn from runs.
-        elsewhere = ["CHANGELOG.md", "docs/screens/pair.svg", "docs/screens/dialogue.svg"]
+        elsewhere = ["CHANGELOG.md", "debian/changelog", "docs/screens/pair.svg", "docs/screens/dialogue.svg"]
         found = [str(each.relative_to(TREE)) for each in sources() if VERSION.encode() in each.read_bytes()]
         self.assertEqual(sorted(found), sorted(["CMakeLists.txt", *elsewhere]))
         self.assertEqual((TREE / "CMakeLists.txt").read_text("utf-8").count(VERSION), 1)
@@ -118,6 +134,10 @@ class Installation(unittest.TestCase):
     def test_the_newest_entry_of_the_changes_is_this_version(self):
         changes = (TREE / "CHANGELOG.md").read_text("utf-8")
         self.assertEqual(re.search(r"^## (\S+) \(\d{4}-\d\d-\d\d\)$", changes, re.M).group(1), VERSION)
+
+    def test_the_newest_debian_package_is_of_this_version(self):
+        changes = (TREE / "debian/changelog").read_text("utf-8")
+        self.assertEqual(re.match(r"keygen \((\S+)-\d+\) ", changes).group(1), VERSION)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,15 @@
+// Apart from MessageOut, so that a program which links a MessageOut of its own still gets this from the archive.
+#include "keygen/console.h"
+
+#include <QStringDecoder>
+
+QString TextOf(QByteArrayView utf8, bool *valid)
+{
+    // Stateless, or the decoder would hold back a character cut short at the end instead of marking it.
+    QStringDecoder decoder(QStringDecoder::Utf8,
+                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+    QString text = decoder(utf8);
+    if (valid != nullptr)
+        *valid = !decoder.hasError();
+    return text;
+}
