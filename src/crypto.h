@@ -55,7 +55,8 @@ public:
 
     /// Writes `key` as an encrypted PKCS#8 PEM file, mode 0400: PBES2 with PBKDF2 (HMAC-SHA-256, 2048
     /// iterations, 8 bytes of salt) and `cipher`, under the first 1024 bytes of `password`. An empty password
-    /// is a failure. 1 or -1.
+    /// is a failure. 1 or -1. A file that could not be written stays open until the process ends, and as
+    /// writable as it was opened.
     int SaveEncPrvKey(const unsigned char *path, EVP_PKEY *key, const unsigned char *password,
                       const EVP_CIPHER *cipher);
 

@@ -5,15 +5,19 @@
 #include "src/engine_helpers.h"
 #include "src/openssl_owners.h"
 
+#include <QByteArray>
 #include <QFile>
 #include <QFileInfo>
 
 #include <openssl/pem.h>
 #include <openssl/pkcs12.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 
 namespace {
 
@@ -39,31 +43,46 @@ QString permissionName(const unsigned char *path)
 }
 
 /// One output file: an old one is made writable at once; then it is created or truncated, written, and
-/// closed.
+/// closed. A file that was made writable and could not be opened gets its mode back.
 class OutputFile {
 public:
     OutputFile(const unsigned char *filePath, const QString &nameForPermissions)
-        : path(CharsOf(filePath)), name(nameForPermissions)
+        : path(CharsOf(filePath)), name(nameForPermissions), nativeName(QFile::encodeName(name)),
+          formerMode(mode())
     {
         setPermissions(overwritable);
     }
+    ~OutputFile()
+    {
+        if (formerMode && !opened)
+            chmod(nativeName.constData(), *formerMode);
+    }
+    OutputFile(const OutputFile &) = delete;
+    OutputFile &operator=(const OutputFile &) = delete;
 
     /// Creates or truncates the file.
     bool open()
     {
         file.reset(std::fopen(path, "wb"));
-        return file != nullptr;
+        opened = file != nullptr;
+        return opened;
     }
 
     std::FILE *stream() const { return file.get(); }
 
-    /// Flushes and closes: only now is it known whether all that was written has reached the file.
-    bool close()
+    bool flush() { return std::fflush(stream()) == 0 && std::ferror(stream()) == 0; }
+
+    bool close() { return std::fclose(file.release()) == 0; }
+
+    /// Only now is it known whether all that was written has reached the file.
+    bool flushAndClose()
     {
-        std::FILE *const stream = file.release();
-        const bool flushed = std::fflush(stream) == 0 && std::ferror(stream) == 0;
-        return std::fclose(stream) == 0 && flushed;
+        const bool flushed = flush();
+        return close() && flushed;
     }
+
+    /// The stream stays open until the process ends.
+    void leaveOpen() { file.release(); }
 
     /// Folders and devices keep their own: only a file was ever read-only by this program's doing.
     void setPermissions(QFileDevice::Permissions permissions) const
@@ -73,9 +92,21 @@ public:
     }
 
 private:
+    /// All mode bits of an old file, those included that QFileDevice::Permissions has no names for.
+    std::optional<mode_t> mode() const
+    {
+        struct stat found = {};
+        if (!QFileInfo(name).isFile() || stat(nativeName.constData(), &found) != 0)
+            return std::nullopt;
+        return found.st_mode & ~static_cast<mode_t>(S_IFMT);
+    }
+
     const char *path;
     QString name;
+    QByteArray nativeName;
+    std::optional<mode_t> formerMode;
     FileOwner file;
+    bool opened = false;
 };
 
 /// The length of a password as key files know it: the library's readers take no more than PEM_BUFSIZE bytes.
@@ -107,7 +138,7 @@ bool writeEncryptedKey(std::FILE *file, EVP_PKEY *key, const unsigned char *pass
 bool writeAndClose(OutputFile &file, const unsigned char *bytes, size_t size)
 {
     std::fwrite(bytes, 1, size, file.stream());
-    return file.close();
+    return file.flushAndClose();
 }
 
 } // namespace
@@ -118,7 +149,12 @@ int Crypto::SaveEncPrvKey(const unsigned char *path, EVP_PKEY *key, const unsign
     OutputFile file(path, permissionName(path));
     if (!file.open())
         return FailWith("Error: creating Key File fails\n");
-    if (!writeEncryptedKey(file.stream(), key, password, cipher) || !file.close())
+    if (!writeEncryptedKey(file.stream(), key, password, cipher) || !file.flush()) {
+        // Meant: a private key file that could not be written is neither closed nor given its final mode.
+        file.leaveOpen();
+        return FailWith("Error: writing encrypted private Key fails\n");
+    }
+    if (!file.close())
         return FailWith("Error: writing encrypted private Key fails\n");
     file.setPermissions(ownerReadable);
     return 1;
@@ -143,7 +179,7 @@ int Crypto::SavePubKey(const unsigned char *path, EVP_PKEY *key)
     if (!file.open())
         return FailWith("Error: creating key file fails\n");
     const bool encoded = key != nullptr && PEM_write_PUBKEY(file.stream(), key) != 0;
-    const bool written = file.close() && encoded;
+    const bool written = file.flushAndClose() && encoded;
     if (!written)
         MessageOut("Error: writing key fails\n", MSG_ERROR);
     file.setPermissions(readable);

@@ -53,12 +53,11 @@ protected:
         EXPECT_EQ(LeftBehindBy(run), 0);
     }
 
-    /// The old file keeps its content, but was made writable.
+    /// The old file keeps its content and its mode.
     void expectOldFile()
     {
         EXPECT_FALSE(opened);
-        EXPECT_EQ(ModeOf(path), 0226);
-        fs::permissions(path, fs::perms::owner_all);
+        EXPECT_EQ(ModeOf(path), 0444);
         EXPECT_EQ(ReadFile(path), "old");
     }
 
@@ -113,8 +112,7 @@ TEST_F(HashFileFaults, StopAtTheDigestBeforeTheFileIsOpened)
 TEST_F(HashFileFaults, AreReportedWithThePathWhereTheFileFails)
 {
     expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fopen"); });
-    EXPECT_EQ(ModeOf(path), 0226);
-    fs::permissions(path, fs::perms::owner_all); // to read it
+    EXPECT_EQ(ModeOf(path), 0444);
     EXPECT_EQ(ReadFile(path), "old");
     expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fflush", EOF); });
     expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.spoil("fclose", EOF); });
@@ -164,7 +162,8 @@ class KeyFileFaults : public testing::Test {
 protected:
     ~KeyFileFaults() override { ERR_clear_error(); }
 
-    void expectPrivateKeyFailure(const std::string &message, const Preparation &prepare)
+    void expectPrivateKeyFailure(const std::string &message, int mode, int filesLeftOpen,
+                                 const Preparation &prepare)
     {
         const auto run = [&] {
             fs::remove(path);
@@ -179,8 +178,8 @@ protected:
             EXPECT_EQ(output.text(), Error(message));
             EXPECT_EQ(errors.text(), "");
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
-        EXPECT_EQ(ModeOf(path), 0226);
+        EXPECT_EQ(LeftBehindBy(run), filesLeftOpen);
+        EXPECT_EQ(ModeOf(path), mode);
     }
 
     void expectPublicKeyFailure(int status, const std::string &message, int mode, const Preparation &prepare)
@@ -206,27 +205,30 @@ protected:
     const std::string path = folder / "key.pem";
 };
 
-TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileStaysWritable)
+TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileStaysOpenAndWritable)
 {
-    expectPrivateKeyFailure("Error: creating Key File fails\n",
-                            [](LibraryFaults &faults) { faults.fail("fopen"); });
     for (const char *function :
          {"EVP_PKEY2PKCS8", "PKCS5_pbe2_set_iv", "PKCS8_set0_pbe", "PEM_write_PKCS8"}) {
         SCOPED_TRACE(function);
-        expectPrivateKeyFailure("Error: writing encrypted private Key fails\n",
+        expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 1,
                                 [=](LibraryFaults &faults) { faults.fail(function); });
         EXPECT_EQ(fs::file_size(path), 0u);
     }
-    for (const char *function : {"fflush", "fclose"}) {
-        SCOPED_TRACE(function);
-        expectPrivateKeyFailure("Error: writing encrypted private Key fails\n",
-                                [=](LibraryFaults &faults) { faults.spoil(function, EOF); });
-    }
+    expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 1,
+                            [](LibraryFaults &faults) { faults.spoil("fflush", EOF); });
+}
+
+TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileCannotBeOpenedOrClosed)
+{
+    expectPrivateKeyFailure("Error: creating Key File fails\n", 0400, 0,
+                            [](LibraryFaults &faults) { faults.fail("fopen"); });
+    expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 0,
+                            [](LibraryFaults &faults) { faults.spoil("fclose", EOF); });
 }
 
 TEST_F(KeyFileFaults, AreReportedForThePublicKeyWhoseFileBecomesReadOnly)
 {
-    expectPublicKeyFailure(-1, "Error: creating key file fails\n", 0226,
+    expectPublicKeyFailure(-1, "Error: creating key file fails\n", 0444,
                            [](LibraryFaults &faults) { faults.fail("fopen"); });
     expectPublicKeyFailure(0, "Error: writing key fails\n", 0444,
                            [](LibraryFaults &faults) { faults.fail("PEM_write_PUBKEY"); });

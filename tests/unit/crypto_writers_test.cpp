@@ -160,18 +160,33 @@ TEST_P(EachWriter, CutsALongerOldFileOff)
     EXPECT_EQ(ModeOf(path), writer.mode);
 }
 
-TEST_P(EachWriter, MakesAnOldFileWritableBeforeItOpensIt)
+TEST_P(EachWriter, GivesAnOldFileThatItCannotOpenItsModeBack)
 {
     const std::string path = folder / "file";
     WriteFile(path, "old");
-    fs::permissions(path, fs::perms(0400));
-    CapturedOutput output;
-    {
-        const NoMoreFiles noMoreFiles;
-        EXPECT_EQ(writer.write(path), -1);
+    for (const int mode : {0400, 0444, 0640, 07751, 0000}) {
+        ASSERT_EQ(chmod(path.c_str(), static_cast<mode_t>(mode)), 0);
+        CapturedOutput output;
+        {
+            const NoMoreFiles noMoreFiles;
+            EXPECT_EQ(writer.write(path), -1);
+        }
+        EXPECT_EQ(output.text(), writer.cannotCreate(path));
+        EXPECT_EQ(ModeOf(path), mode);
     }
-    EXPECT_EQ(output.text(), writer.cannotCreate(path));
-    EXPECT_EQ(ModeOf(path), 0226);
+    fs::permissions(path, fs::perms(0600));
+    EXPECT_EQ(ReadFile(path), "old");
+}
+
+// The name that permissions are set under may be another file's.
+TEST_P(EachWriter, GivesAFileUnderTheLatin1NameItsModeBack)
+{
+    const std::string otherPath = folder / "clÃ©/file";
+    fs::create_directory(folder / "clÃ©");
+    WriteFile(otherPath, "other");
+    fs::permissions(otherPath, fs::perms(0640));
+    expectNotCreated(folder / "clé/file");
+    EXPECT_EQ(ModeOf(otherPath), 0640);
 }
 
 TEST_P(EachWriter, FailsInAMissingFolder)
@@ -341,7 +356,7 @@ TEST(SaveHashPubKey, CalculatesTheHashBeforeItCreatesTheFile)
     }
 }
 
-TEST(SaveHashPubKey, KeepsAnOldFilesContentWhenTheHashFails)
+TEST(SaveHashPubKey, KeepsAnOldFilesContentAndModeWhenTheHashFails)
 {
     const TemporaryFolder folder;
     const std::string path = folder / "hash.bin";
@@ -350,8 +365,7 @@ TEST(SaveHashPubKey, KeepsAnOldFilesContentWhenTheHashFails)
     CapturedOutput output;
     EXPECT_EQ(EC_Crypto(prime256v1).SaveHashPubKey(nullptr, Bytes(path)), -1);
     output.text();
-    EXPECT_EQ(ModeOf(path), 0226);
-    fs::permissions(path, fs::perms(0600));
+    EXPECT_EQ(ModeOf(path), 0444);
     EXPECT_EQ(ReadFile(path), "old");
 }
 
