@@ -73,7 +73,8 @@ public:
     int SaveHashTableHash(const unsigned char *data, int length, const unsigned char *path);
 
     /// Reads a private key PEM file, decrypting it with the first 1024 bytes of `password`. `*key` is null on
-    /// failure, the caller's on success. 1 or -1.
+    /// failure, the caller's on success. 1 or -1. This and the other readers read no further than the key's
+    /// last line, and no more than 16 MiB.
     int ReadEncPrvKey(const unsigned char *path, EVP_PKEY **key, const unsigned char *password);
 
     /// The same without a password: an encrypted file makes the library ask for one on the terminal. `*key`
