@@ -101,7 +101,8 @@ public:
     int GetHashPubKey(EVP_PKEY *key, unsigned char **digest, size_t *digestLen);
 
     /// Signs the SHA-256 of `len` bytes of `data` with the private key stored at `prvKeyPath`. The caller
-    /// owns `*sig`, of `*siglen` bytes, also after a signature that failed its own verification. 1 or -1.
+    /// owns `*sig`, of `*siglen` bytes, also where `sign` handed it out and failed then; after any other
+    /// failure both are untouched. 1 or -1.
     int GenerateSignature(const unsigned char *data, size_t len, const unsigned char *prvKeyPath,
                           const unsigned char *password, unsigned char **sig, size_t *siglen);
 

@@ -228,7 +228,8 @@ int Crypto::GenerateSignature(const unsigned char *data, size_t len, const unsig
     unsigned char *buffer = digest.get();
     size_t digestLength = 0;
     CalculateDigest(data, len, &buffer, &digestLength);
-    if (sign(buffer, digestLength, sig, siglen, key.get()) != 1)
+    // A shorter digest was not calculated to its end: its signature would be one of nothing.
+    if (digestLength != digestSize || sign(buffer, digestLength, sig, siglen, key.get()) != 1)
         return FailWith("Error: signing fails \n");
     std::fflush(stdout);
     return 1;
