@@ -101,11 +101,14 @@ unsigned char randomByte()
 
 Crypto::Crypto()
 {
+    ERR_set_mark();
     OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
     OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
     OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
     // What OPENSSL_config(NULL) does, which the declared level of the library's interface no longer has.
     OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
+    // A broken configuration file's errors would be taken for a key's. Older ones are the caller's.
+    ERR_pop_to_mark();
 }
 
 int Crypto::GetPubKeyBin(EVP_PKEY *, unsigned char **, size_t *)

@@ -29,12 +29,14 @@ unsigned char randomByte();
 class Crypto {
 public:
     /// Initialises the cryptographic library and loads its standard configuration file. Failures are not
-    /// detected.
+    /// detected, and leave no errors in the library's queue.
     Crypto();
     ~Crypto() = default;
 
     /// Generates a key pair into `*key`, which the caller owns. Here: RSA, 4096 bits, exponent 65537. 1 on
-    /// success; 0 when the generation cannot be set up; -1 when the key fails its check.
+    /// success; 0 when the generation cannot be set up; -1 when the key fails its check, or `key` is null.
+    /// Errors that the library's queue held before the call count as the key's: they are printed to standard
+    /// error, and the result is -1.
     virtual int KeyGen(EVP_PKEY **key);
 
     /// Signs a digest of `len` bytes with `key`. Here: RSA, PKCS#1 v1.5, `data` being a 32-byte SHA-256

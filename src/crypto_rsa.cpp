@@ -122,10 +122,10 @@ void printNumber(const char *name, const BIGNUM *number)
 
 int Crypto::KeyGen(EVP_PKEY **key)
 {
+    if (key == nullptr)
+        return -1;
     if (!LibraryIsReady())
         return 0;
-    // What the queue holds from before, a broken configuration file's errors say, is not this key's.
-    ERR_clear_error();
     const KeyContextOwner context(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr));
     if (!context || EVP_PKEY_keygen_init(context.get()) <= 0 ||
         EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), modulusBits) <= 0)
