@@ -17,18 +17,18 @@
 #include <cstdlib>
 #include <memory>
 #include <new>
+#include <span>
 
 namespace {
 
-/// Draws a value for each place of a range; false where the system has none to give. The generator cannot
+/// Draws a value for each place of `values`; false where the system has none to give. The generator cannot
 /// tell: it then leaves places as they are, so a place that still holds zero counts as not drawn. By chance a
 /// drawn value is zero once in 2^64.
-template <typename Iterator>
-bool draw(Iterator begin, Iterator end)
+bool draw(std::span<quint64> values)
 {
-    std::fill(begin, end, 0);
-    QRandomGenerator64::system()->fillRange(&*begin, end - begin);
-    return std::find(begin, end, 0) == end;
+    std::fill(values.begin(), values.end(), 0);
+    QRandomGenerator64::system()->fillRange(values.data(), static_cast<qsizetype>(values.size()));
+    return std::find(values.begin(), values.end(), 0) == values.end();
 }
 
 /// Bytes for random data, wiped when they are no longer needed: keys may be cut from them.
@@ -57,11 +57,10 @@ public:
         std::array<quint64, 4096> values = {};
         bool drawn = true;
         for (int done = 0; drawn && done < count;) {
-            const int block = std::min<int>(count - done, values.size());
-            drawn = draw(values.begin(), values.begin() + block);
-            std::transform(values.begin(), values.begin() + block, bytes.get() + done,
-                           [](quint64 value) { return static_cast<char>(value & 0xFF); });
-            done += block;
+            const std::span block(values.data(), std::min(values.size(), static_cast<size_t>(count - done)));
+            drawn = draw(block);
+            for (const quint64 value : block)
+                bytes[static_cast<size_t>(done++)] = static_cast<char>(value & 0xFF);
         }
         OPENSSL_cleanse(values.data(), sizeof values);
         return drawn;
@@ -93,19 +92,22 @@ bool LibraryIsReady()
 
 unsigned char randomByte()
 {
-    std::array<quint64, 1> value = {};
-    if (!draw(value.begin(), value.end()))
+    quint64 value = 0;
+    if (!draw({&value, 1}))
         std::abort();
-    return static_cast<unsigned char>(value.front() & 0xFF);
+    return static_cast<unsigned char>(value & 0xFF);
 }
 
 Crypto::Crypto()
 {
+    ERR_set_mark();
     OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
     OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
     OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
     // What OPENSSL_config(NULL) does, which the declared level of the library's interface no longer has.
     OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
+    // A broken configuration file's errors would be taken for a key's. Older ones are the caller's.
+    ERR_pop_to_mark();
 }
 
 int Crypto::GetPubKeyBin(EVP_PKEY *, unsigned char **, size_t *)
@@ -163,6 +165,7 @@ int Crypto::GetHashPubKey(EVP_PKEY *key, unsigned char **digest, size_t *digestL
     const int status = GetPubKeyBin(key, &binaryForm, &length);
     const BufferOwner owner(binaryForm);
     if (status != 1) {
+        // Plain on purpose, without colours: the one line of the engine that is.
         std::puts("Error: converting public Key to DER Format fails ");
         return -1;
     }

@@ -29,12 +29,14 @@ unsigned char randomByte();
 class Crypto {
 public:
     /// Initialises the cryptographic library and loads its standard configuration file. Failures are not
-    /// detected.
+    /// detected, and leave no errors in the library's queue.
     Crypto();
     ~Crypto() = default;
 
     /// Generates a key pair into `*key`, which the caller owns. Here: RSA, 4096 bits, exponent 65537. 1 on
-    /// success; 0 when the generation cannot be set up; -1 when the key fails its check.
+    /// success; 0 when the generation cannot be set up; -1 when the key fails its check, or `key` is null.
+    /// Errors that the library's queue held before the call count as the key's: they are printed to standard
+    /// error, and the result is -1.
     virtual int KeyGen(EVP_PKEY **key);
 
     /// Signs a digest of `len` bytes with `key`. Here: RSA, PKCS#1 v1.5, `data` being a 32-byte SHA-256
@@ -74,7 +76,8 @@ public:
     int SaveHashTableHash(const unsigned char *data, int length, const unsigned char *path);
 
     /// Reads a private key PEM file, decrypting it with the first 1024 bytes of `password`. `*key` is null on
-    /// failure, the caller's on success. 1 or -1.
+    /// failure, the caller's on success. 1 or -1. This and the other readers read no further than the key's
+    /// last line, and no more than 16 MiB.
     int ReadEncPrvKey(const unsigned char *path, EVP_PKEY **key, const unsigned char *password);
 
     /// The same without a password: an encrypted file makes the library ask for one on the terminal. `*key`
@@ -101,7 +104,8 @@ public:
     int GetHashPubKey(EVP_PKEY *key, unsigned char **digest, size_t *digestLen);
 
     /// Signs the SHA-256 of `len` bytes of `data` with the private key stored at `prvKeyPath`. The caller
-    /// owns `*sig`, of `*siglen` bytes, also after a signature that failed its own verification. 1 or -1.
+    /// owns `*sig`, of `*siglen` bytes, also where `sign` handed it out and failed then; after any other
+    /// failure both are untouched. 1 or -1.
     int GenerateSignature(const unsigned char *data, size_t len, const unsigned char *prvKeyPath,
                           const unsigned char *password, unsigned char **sig, size_t *siglen);
 

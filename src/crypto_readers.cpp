@@ -15,51 +15,77 @@
 
 namespace {
 
-/// No key file comes near this size, and an endless device must not keep a run from ending.
-constexpr size_t largestKeyFile = size_t{1} << 20;
+/// What is read of a file before it counts as one without a key: no text before a key comes near this size,
+/// and an endless one must keep neither a run from ending nor all memory.
+constexpr size_t largestKeyFile = size_t{16} << 20;
 
-FileOwner openForReading(const unsigned char *path)
+/// Called by the library before and after each operation on a key file; the callback's argument is the number
+/// of bytes that may still be read. A line beyond them is the file's end.
+long endAtLimit(BIO *content, int operation, const char *, size_t, int, long, int result, size_t *size)
 {
-    FileOwner file(std::fopen(CharsOf(path), "rb"));
-    if (!file)
-        PrintPathError("Error: Reading Device file fails: ", path);
-    return file;
+    if (operation != (BIO_CB_GETS | BIO_CB_RETURN) || result <= 0)
+        return result;
+    auto *const left = reinterpret_cast<size_t *>(BIO_get_callback_arg(content));
+    if (*size > *left)
+        return 0;
+    *left -= *size;
+    return result;
 }
 
-/// The content of a key file, in memory that is wiped when it is released.
-BioOwner contentOf(std::FILE *file)
-{
-    // The stream's own buffer would keep a copy.
-    std::setvbuf(file, nullptr, _IONBF, 0);
-    BioOwner content(BIO_new(BIO_s_mem()));
-    std::array<char, 4096> chunk = {};
-    for (size_t total = 0; content && total < largestKeyFile;) {
-        const size_t size = std::fread(chunk.data(), 1, chunk.size(), file);
-        if (size == 0)
-            break;
-        total += size;
-        if (BIO_write(content.get(), chunk.data(), static_cast<int>(size)) != static_cast<int>(size))
-            content.reset();
+/// A key file, which is read line by line and no further than a key's last line: a pipe may stay open.
+class KeyFile {
+public:
+    explicit KeyFile(const unsigned char *path) : file(std::fopen(CharsOf(path), "rb"))
+    {
+        if (!file) {
+            PrintPathError("Error: Reading Device file fails: ", path);
+            return;
+        }
+        // In a buffer that is wiped: the stream's own would be released with the key in it.
+        std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
+        lines.reset(BIO_new_fp(file.get(), BIO_NOCLOSE));
+        if (lines) {
+            BIO_set_callback_ex(lines.get(), endAtLimit);
+            BIO_set_callback_arg(lines.get(), reinterpret_cast<char *>(&left));
+        }
     }
-    OPENSSL_cleanse(chunk.data(), chunk.size());
-    return content;
-}
+    ~KeyFile()
+    {
+        file.reset();
+        OPENSSL_cleanse(buffer.data(), buffer.size());
+    }
+    KeyFile(const KeyFile &) = delete;
+    KeyFile &operator=(const KeyFile &) = delete;
+
+    bool isOpen() const { return file != nullptr; }
+
+    /// Null where the library has no memory for it.
+    BIO *content() const { return lines.get(); }
+
+private:
+    std::array<char, 4096> buffer = {};
+    size_t left = largestKeyFile;
+    FileOwner file;
+    BioOwner lines;
+};
 
 /// A PEM block's name and its bytes, wiped when released.
 struct PemBlock {
     PemBlock() = default;
     ~PemBlock()
     {
-        OPENSSL_free(name);
-        OPENSSL_clear_free(bytes, static_cast<size_t>(size));
+        OPENSSL_secure_free(name);
+        OPENSSL_secure_clear_free(bytes, static_cast<size_t>(size));
     }
     PemBlock(const PemBlock &) = delete;
     PemBlock &operator=(const PemBlock &) = delete;
 
-    /// Reads the first block whose name goes with `kind`, decrypting it where it is encrypted as a whole.
-    bool read(BIO *content, const char *kind, pem_password_cb *callback, void *argument)
+    /// Reads the first block whose name goes with `kind`, decrypting it where it is encrypted as a whole. The
+    /// library wipes the memory that it reads the lines into.
+    bool read(const KeyFile &file, const char *kind, pem_password_cb *callback, void *argument)
     {
-        return PEM_bytes_read_bio(&bytes, &size, &name, kind, content, callback, argument) == 1;
+        return file.content() != nullptr &&
+               PEM_bytes_read_bio_secmem(&bytes, &size, &name, kind, file.content(), callback, argument) == 1;
     }
 
     char *name = nullptr;
@@ -101,13 +127,13 @@ KeyOwner decryptedKey(const X509_SIG *encrypted, void *password)
     return KeyOwner(info ? EVP_PKCS82PKEY(info.get()) : nullptr);
 }
 
-/// The private key in `content`, in any of the kinds that PEM knows, or null. Taken apart block by block,
+/// The private key in `file`, in any of the kinds that PEM knows, or null. Taken apart block by block,
 /// because the library's own reader accepts other kinds from one version to the next. A null `password` makes
 /// the library ask on the terminal where one is needed.
-KeyOwner readPrivateKey(BIO *content, void *password)
+KeyOwner readPrivateKey(const KeyFile &file, void *password)
 {
     PemBlock block;
-    if (content == nullptr || !block.read(content, PEM_STRING_EVP_PKEY, nullptr, password))
+    if (!block.read(file, PEM_STRING_EVP_PKEY, nullptr, password))
         return nullptr;
     const unsigned char *cursor = block.bytes;
     const std::string_view name = block.name;
@@ -132,15 +158,14 @@ KeyOwner readPrivateKey(BIO *content, void *password)
 
 int Crypto::ReadPubKey(const unsigned char *pemPath, EVP_PKEY **key)
 {
-    const FileOwner file = openForReading(pemPath);
-    if (!file)
+    const KeyFile file(pemPath);
+    if (!file.isOpen())
         return -1;
     if (key == nullptr)
         return FailWith("Error: reading public key file fails\n");
     // A file without a public key shows in the next step, which finds none in `*key`.
     PemBlock block;
-    const BioOwner content = contentOf(file.get());
-    if (!content || !block.read(content.get(), PEM_STRING_PUBLIC, refusePassPhrase, nullptr))
+    if (!block.read(file, PEM_STRING_PUBLIC, refusePassPhrase, nullptr))
         return 1;
     if (KeyOwner read = decodePublicKey(block.bytes, block.size)) {
         EVP_PKEY_free(*key);
@@ -152,11 +177,11 @@ int Crypto::ReadPubKey(const unsigned char *pemPath, EVP_PKEY **key)
 int Crypto::ReadEncPrvKey(const unsigned char *path, EVP_PKEY **key, const unsigned char *password)
 {
     *key = nullptr;
-    const FileOwner file = openForReading(path);
-    if (!file)
+    const KeyFile file(path);
+    if (!file.isOpen())
         return -1;
     // The library's interface takes the password without const; it only reads it.
-    *key = readPrivateKey(contentOf(file.get()).get(), const_cast<unsigned char *>(password)).release();
+    *key = readPrivateKey(file, const_cast<unsigned char *>(password)).release();
     if (*key == nullptr)
         return FailWith("Error: reading encrypted private key file fails\n");
     return 1;
@@ -164,10 +189,10 @@ int Crypto::ReadEncPrvKey(const unsigned char *path, EVP_PKEY **key, const unsig
 
 int Crypto::ReadPrvKey(const unsigned char *path, EVP_PKEY **key)
 {
-    const FileOwner file = openForReading(path);
-    if (!file)
+    const KeyFile file(path);
+    if (!file.isOpen())
         return -1;
-    *key = readPrivateKey(contentOf(file.get()).get(), nullptr).release();
+    *key = readPrivateKey(file, nullptr).release();
     if (*key == nullptr)
         return FailWith("Error: reading private key file fails\n");
     return 1;

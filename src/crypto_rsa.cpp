@@ -122,10 +122,10 @@ void printNumber(const char *name, const BIGNUM *number)
 
 int Crypto::KeyGen(EVP_PKEY **key)
 {
+    if (key == nullptr)
+        return -1;
     if (!LibraryIsReady())
         return 0;
-    // What the queue holds from before, a broken configuration file's errors say, is not this key's.
-    ERR_clear_error();
     const KeyContextOwner context(EVP_PKEY_CTX_new_id(EVP_PKEY_RSA, nullptr));
     if (!context || EVP_PKEY_keygen_init(context.get()) <= 0 ||
         EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), modulusBits) <= 0)
@@ -228,7 +228,8 @@ int Crypto::GenerateSignature(const unsigned char *data, size_t len, const unsig
     unsigned char *buffer = digest.get();
     size_t digestLength = 0;
     CalculateDigest(data, len, &buffer, &digestLength);
-    if (sign(buffer, digestLength, sig, siglen, key.get()) != 1)
+    // A shorter digest was not calculated to its end: its signature would be one of nothing.
+    if (digestLength != digestSize || sign(buffer, digestLength, sig, siglen, key.get()) != 1)
         return FailWith("Error: signing fails \n");
     std::fflush(stdout);
     return 1;

@@ -151,7 +151,7 @@ int EC_Crypto::GenerateKeys(const unsigned char *privateKeyPath, const unsigned 
 int EC_Crypto::KeyGen(EVP_PKEY **key)
 {
     KeyOwner parameters;
-    if (!LibraryIsReady() || !generateParameters(curveNID, parameters))
+    if (key == nullptr || !LibraryIsReady() || !generateParameters(curveNID, parameters))
         return 0;
     const KeyContextOwner context = keyGenerationContext(parameters.get());
     if (!context || EVP_PKEY_keygen_init(context.get()) == 0)

@@ -22,11 +22,14 @@ public:
                      const unsigned char *hashPath, const unsigned char *password, CIHERTYPE cipher);
 
     /// Generates a key pair on the selected curve into `*key`, which the caller owns. 1, or 0 when the
-    /// library failed or the key did not pass its check; `*key` is then untouched.
+    /// library failed, the key did not pass its check, or `key` is null; `*key` is then untouched.
     int KeyGen(EVP_PKEY **key) override;
 
     /// ECDSA of a digest of `len` bytes: r then s, big-endian, 32 bytes each, at the start of a buffer that
     /// the caller owns; `*siglen` becomes 64. 1 when the signature verifies, 0 when it does not, -1 on error.
+    /// An error leaves `*sig` and `*siglen` untouched until the signature is made. After that, as where the
+    /// key's numbers are longer than 32 bytes, `*sig` is the caller's, and `*siglen` the length of its
+    /// encoding by the library.
     int sign(const unsigned char *data, size_t len, unsigned char **sig, size_t *siglen,
              EVP_PKEY *key) override;
 

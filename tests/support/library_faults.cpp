@@ -205,14 +205,12 @@ struct Signature<R(Arguments...) noexcept> : Signature<R(Arguments...)> {
 SUBSTITUTE_2(OPENSSL_init_crypto)
 SUBSTITUTE_3(CRYPTO_malloc)
 SUBSTITUTE_3(CRYPTO_free)
-SUBSTITUTE_4(CRYPTO_clear_free)
+SUBSTITUTE_4(CRYPTO_secure_clear_free)
 SUBSTITUTE_2(OPENSSL_cleanse)
 SUBSTITUTE_1(ERR_print_errors_fp)
 SUBSTITUTE_1(ERR_print_errors)
 
-SUBSTITUTE_1(BIO_new)
 SUBSTITUTE_2(BIO_new_fp)
-SUBSTITUTE_3(BIO_write)
 SUBSTITUTE_3(BN_bn2binpad)
 SUBSTITUTE_1(BN_bn2hex)
 
@@ -258,7 +256,7 @@ SUBSTITUTE_1(EVP_PKCS82PKEY)
 SUBSTITUTE_2(PEM_write_PKCS8)
 SUBSTITUTE_2(PEM_write_PUBKEY)
 SUBSTITUTE_7(PEM_write_PrivateKey)
-SUBSTITUTE_7(PEM_bytes_read_bio)
+SUBSTITUTE_7(PEM_bytes_read_bio_secmem)
 SUBSTITUTE_4(PEM_def_callback)
 
 #if OPENSSL_VERSION_NUMBER >= 0x30000000L

@@ -1,6 +1,7 @@
 #include "src/crypto.h"
 
 #include "tests/support/captured_output.h"
+#include "tests/support/child_run.h"
 #include "tests/support/library_faults.h"
 #include "tests/support/library_memory.h"
 #include "tests/support/password_questions.h"
@@ -13,11 +14,20 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <ostream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -196,13 +206,14 @@ TEST_F(ReadEncPrvKey, ComesToAnEndWhereverThePathLeads)
     expectNoKey(folder.path().string(), storedPassword, decryptionError);
     expectNoKey("/dev/null", storedPassword, decryptionError);
     expectNoKey("/dev/zero", storedPassword, decryptionError);
+    expectNoKey("/dev/urandom", storedPassword, decryptionError);
 }
 
 TEST_F(ReadEncPrvKey, FailsAtEachStep)
 {
     const std::string path = StoredKeyPath("prime256v1.aes256.pem");
     for (const char *function :
-         {"BIO_new", "BIO_write", "PEM_bytes_read_bio", "PKCS8_decrypt", "EVP_PKCS82PKEY"}) {
+         {"BIO_new_fp", "PEM_bytes_read_bio_secmem", "PKCS8_decrypt", "EVP_PKCS82PKEY"}) {
         SCOPED_TRACE(function);
         const auto run = [&] {
             LibraryFaults faults;
@@ -217,37 +228,47 @@ TEST_F(ReadEncPrvKey, FailsAtEachStep)
     }
 }
 
+/// The first line of content, and the end of the last one, which is what a new line leaves of it in a buffer.
+std::pair<std::string, std::string> firstAndLastOf(const std::string &text)
+{
+    const std::size_t headers = text.find("\n\n");
+    const std::size_t first = headers != std::string::npos ? headers + 2 : text.find('\n') + 1;
+    const std::string end = text.substr(0, text.rfind("-----END"));
+    const std::size_t last = end.rfind('\n', end.size() - 2) + 1;
+    return {text.substr(first, 24), end.substr(last + std::strlen("-----END EC PRIVATE KEY-----") + 1)};
+}
+
 TEST_F(ReadEncPrvKey, WipesTheFilesTextAndThePassword)
 {
     for (const auto &[form, encrypted] : storedForms) {
         SCOPED_TRACE(form);
-        const std::string text = ReadFile(StoredKeyPath("prime256v1." + form));
-        ReleasedMemory memory;
-        // The start of the first line of content: the library's own buffer for lines holds but the last ones.
-        const std::size_t headers = text.find("\n\n");
-        memory.lookFor(text.substr(headers != std::string::npos ? headers + 2 : text.find('\n') + 1, 24));
-        std::vector<std::string> wiped;
-        LibraryFaults faults;
-        faults.replace<decltype(OPENSSL_cleanse)>("OPENSSL_cleanse", [&](void *bytes, std::size_t size) {
-            wiped.emplace_back(static_cast<const char *>(bytes), size);
-            std::memset(bytes, 0, size);
-        });
-        EVP_PKEY *key = nullptr;
-        ASSERT_EQ(
-            Crypto().ReadEncPrvKey(Bytes(StoredKeyPath("prime256v1." + form)), &key, Bytes(storedPassword)),
-            1);
-        EVP_PKEY_free(key);
-        EXPECT_TRUE(memory.sawReleases());
-        EXPECT_FALSE(memory.heldTheSecret());
-        // The decoded block, which is the key itself where the file is not encrypted.
-        EXPECT_EQ(faults.calls("CRYPTO_clear_free"), 1);
+        const std::string path = StoredKeyPath("prime256v1." + form);
+        const std::string text = ReadFile(path);
+        const auto [first, last] = firstAndLastOf(text);
+        for (const std::string &secret : {first, last}) {
+            ASSERT_GT(secret.size(), 5u);
+            ReleasedMemory memory;
+            memory.lookFor(secret);
+            std::vector<std::string> wiped;
+            LibraryFaults faults;
+            faults.replace<decltype(OPENSSL_cleanse)>("OPENSSL_cleanse", [&](void *bytes, std::size_t size) {
+                wiped.emplace_back(static_cast<const char *>(bytes), size);
+                std::memset(bytes, 0, size);
+            });
+            EVP_PKEY *key = nullptr;
+            ASSERT_EQ(Crypto().ReadEncPrvKey(Bytes(path), &key, Bytes(storedPassword)), 1);
+            EVP_PKEY_free(key);
+            EXPECT_TRUE(memory.sawReleases());
+            EXPECT_FALSE(memory.heldTheSecret());
+            // The decoded block, which is the key itself where the file is not encrypted.
+            EXPECT_EQ(faults.calls("CRYPTO_secure_clear_free"), 1);
 
-        ASSERT_GE(wiped.size(), 1u);
-        EXPECT_EQ(wiped[0].substr(0, text.size()), text);
-        const bool engineHasPassword = form == "aes128.pem" || form == "aes256.pem";
-        ASSERT_EQ(wiped.size(), engineHasPassword ? 2u : 1u);
-        if (engineHasPassword) {
-            EXPECT_EQ(wiped[1].substr(0, storedPassword.size()), storedPassword);
+            const bool engineHasPassword = form == "aes128.pem" || form == "aes256.pem";
+            ASSERT_EQ(wiped.size(), engineHasPassword ? 2u : 1u);
+            EXPECT_EQ(wiped.back().substr(0, text.size()), text);
+            if (engineHasPassword) {
+                EXPECT_EQ(wiped.front().substr(0, storedPassword.size()), storedPassword);
+            }
         }
     }
 }
@@ -504,11 +525,12 @@ TEST_F(ReadPubKey, ComesToAnEndWhereverThePathLeads)
     expectNoKey(folder / "folder.pem");
     expectNoKey("/dev/null");
     expectNoKey("/dev/zero");
+    expectNoKey("/dev/urandom");
 }
 
 TEST_F(ReadPubKey, LeavesNoKeyWhereTheLibraryFails)
 {
-    for (const char *function : {"BIO_new", "BIO_write", "PEM_bytes_read_bio"}) {
+    for (const char *function : {"BIO_new_fp", "PEM_bytes_read_bio_secmem"}) {
         SCOPED_TRACE(function);
         const auto run = [&] {
             LibraryFaults faults;
@@ -538,6 +560,182 @@ TEST_F(ReadPubKey, ReadsAnEllipticCurveKeyInTheSlowerWayWhereTheFasterOneFails)
         };
         EXPECT_EQ(LeftBehindBy(run), 0);
     }
+}
+
+/// A reader, with a file of the kind that it reads.
+struct Reader {
+    const char *name;
+    int (*read)(const std::string &path, EVP_PKEY **key);
+    const char *file;
+};
+
+std::ostream &operator<<(std::ostream &stream, const Reader &reader)
+{
+    return stream << reader.name;
+}
+
+const std::array<Reader, 3> readers = {{
+    {"ReadPubKey",
+     [](const std::string &path, EVP_PKEY **key) { return Crypto().ReadPubKey(Bytes(path), key); },
+     "prime256v1.public.pem"},
+    {"ReadEncPrvKey",
+     [](const std::string &path, EVP_PKEY **key) {
+         return Crypto().ReadEncPrvKey(Bytes(path), key, Bytes(storedPassword));
+     },
+     "prime256v1.aes256.pem"},
+    {"ReadPrvKey",
+     [](const std::string &path, EVP_PKEY **key) { return Crypto().ReadPrvKey(Bytes(path), key); },
+     "prime256v1.pem"},
+}};
+
+/// Any of the readers, with a file that other text surrounds, or that comes through a pipe.
+class EachReader : public testing::TestWithParam<Reader> {
+protected:
+    ~EachReader() override { ERR_clear_error(); }
+
+    /// What a reader made of the file at `path`.
+    std::string outcome(const std::string &path) const
+    {
+        EVP_PKEY *key = nullptr;
+        CapturedOutput output;
+        const int status = GetParam().read(path, &key);
+        const KeyOwner owner(key);
+        if (key == nullptr)
+            return "no key";
+        return status == 1 && output.text().empty() && PointOf(key) == point ? "the key" : "another outcome";
+    }
+
+    void expectKeyIn(const std::string &content)
+    {
+        WriteFile(folder / "key.pem", content);
+        EXPECT_EQ(outcome(folder / "key.pem"), "the key");
+    }
+
+    void expectNoKeyIn(const std::string &content)
+    {
+        WriteFile(folder / "key.pem", content);
+        EXPECT_EQ(outcome(folder / "key.pem"), "no key");
+    }
+
+    std::string makePipe()
+    {
+        std::string path = folder / "pipe";
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+        return path;
+    }
+
+    const std::string keyFile = ReadFile(StoredKeyPath(GetParam().file));
+    const std::string point = PointOf(StoredKey("prime256v1.pem").get());
+    TemporaryFolder folder;
+};
+
+INSTANTIATE_TEST_SUITE_P(Readers, EachReader, testing::ValuesIn(readers), testing::PrintToStringParamName());
+
+TEST_P(EachReader, FindsTheKeyAfterMuchOtherText)
+{
+    std::string lines;
+    for (int i = 0; i < 100000; ++i)
+        lines += "one more line of a long note\n";
+    expectKeyIn(lines + keyFile);
+    expectKeyIn(std::string(3 << 20, '#') + "\n" + keyFile);
+}
+
+TEST_P(EachReader, Takes16MebibytesOfAFileAndNoMore)
+{
+    constexpr std::size_t limit = 16 << 20;
+    std::string note(limit - keyFile.size() - 1, '#');
+    note += '\n';
+    expectKeyIn(note + keyFile);
+    expectNoKeyIn("#" + note + keyFile);
+}
+
+TEST_P(EachReader, DoesNotWaitForWhatFollowsTheKeyInAPipe)
+{
+    const std::string path = makePipe();
+    // It stays open at this end.
+    const int pipe = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    for (const std::string &before : {std::string(), std::string(5000, '\n')}) {
+        const std::string content = before + keyFile;
+        ASSERT_EQ(write(pipe, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+        const ChildRun run =
+            RunInChild([&] { std::fputs(outcome(path).c_str(), stdout); }, {.millisecondsToLive = 60000});
+        EXPECT_EQ(run.output, "the key");
+    }
+    close(pipe);
+}
+
+TEST_P(EachReader, PutsTogetherAKeyThatComesInPieces)
+{
+    const std::string path = makePipe();
+    std::thread writer([&] {
+        const int pipe = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        for (std::size_t i = 0; i < keyFile.size(); i += 7) {
+            const std::string piece = keyFile.substr(i, 7);
+            if (write(pipe, piece.data(), piece.size()) == -1)
+                break;
+        }
+        close(pipe);
+    });
+    EXPECT_EQ(outcome(path), "the key");
+    writer.join();
+}
+
+/// Writes `beginning` and then `piece` again and again into a pipe, in a process of its own, until nobody
+/// reads any more.
+class EndlessWriter {
+public:
+    EndlessWriter(const std::string &path, const std::string &beginning, const std::string &piece)
+        : process(fork())
+    {
+        if (process != 0)
+            return;
+        std::signal(SIGPIPE, SIG_DFL);
+        const int pipe = open(path.c_str(), O_WRONLY);
+        std::string content = beginning;
+        do {
+            content += piece;
+        } while (content.size() < 65536);
+        ssize_t written = write(pipe, content.data(), content.size());
+        content.erase(0, beginning.size());
+        while (written != -1)
+            written = write(pipe, content.data(), content.size() / piece.size() * piece.size());
+        _exit(1);
+    }
+    ~EndlessWriter()
+    {
+        int status = 0;
+        EXPECT_EQ(waitpid(process, &status, 0), process);
+        EXPECT_TRUE(WIFSIGNALED(status));
+    }
+    EndlessWriter(const EndlessWriter &) = delete;
+    EndlessWriter &operator=(const EndlessWriter &) = delete;
+
+private:
+    pid_t process;
+};
+
+TEST_P(EachReader, ComesToAnEndOnEndlessText)
+{
+    const std::string path = makePipe();
+    const std::string label = keyFile.substr(0, keyFile.find('\n') + 1);
+    const std::string line = std::string(64, 'A') + "\n";
+    const std::pair<std::string, std::string> cases[] = {{"", "A"}, {"", line}, {label, "A"}, {label, line}};
+    for (const auto &[beginning, piece] : cases) {
+        SCOPED_TRACE(beginning + piece);
+        const EndlessWriter writer(path, beginning, piece);
+        EXPECT_EQ(outcome(path), "no key");
+    }
+}
+
+TEST_P(EachReader, ReleasesWhatItTookOfTheSecureHeap)
+{
+    const ChildRun run = RunInChild([&] {
+        if (CRYPTO_secure_malloc_init(65536, 16) == 0)
+            std::fputs("no secure heap, ", stdout);
+        std::fputs(outcome(StoredKeyPath(GetParam().file)).c_str(), stdout);
+        std::printf(", %zu bytes left", CRYPTO_secure_used());
+    });
+    EXPECT_EQ(run.output, "the key, 0 bytes left");
 }
 
 } // namespace

@@ -256,7 +256,9 @@ protected:
 
     std::string take() { return TakeBuffer(std::exchange(signature, &untouched), size); }
 
-    void expectFailure(const std::string &path, const std::string &password, const std::string &messages)
+    void expectFailure(
+        const std::string &path, const std::string &password, const std::string &messages,
+        const std::function<void(LibraryFaults &)> &prepare = [](LibraryFaults &) {})
     {
         for (const bool elliptic : {false, true}) {
             const auto run = [&] {
@@ -264,6 +266,7 @@ protected:
                 EC_Crypto ecEngine(prime256v1);
                 Crypto &engine = elliptic ? ecEngine : rsaEngine;
                 LibraryFaults faults;
+                prepare(faults);
                 EXPECT_EQ(generate(engine, path, "data", password), -1);
                 EXPECT_EQ(printed, readingLine + messages);
                 EXPECT_EQ(signature, &untouched);
@@ -417,14 +420,38 @@ TEST_F(GenerateSignature, FailsOverASignatureThatDoesNotVerifyButHandsItOut)
     EXPECT_EQ(LeftBehindBy(run), 0);
 }
 
-TEST_F(GenerateSignature, DoesNotAskWhetherTheDigestWasMade)
+TEST_F(GenerateSignature, SignsNothingButAWholeDigest)
 {
-    Crypto engine;
-    LibraryFaults faults;
-    faults.fail("EVP_sha256");
-    EXPECT_EQ(generate(engine, StoredKeyPath("rsa2048.aes256.pem"), "data"), -1);
-    EXPECT_EQ(printed, readingLine + Error("unknown message digest ") +
-                           Error("Error: creating signature fails\n") + signingError);
+    const std::pair<const char *, std::string> cases[] = {
+        {"EVP_sha256", Error("unknown message digest ")},
+        {"EVP_MD_CTX_new", Error("unknown message digest ")},
+        {"EVP_MD_CTX_reset", ""},
+        {"EVP_DigestInit_ex", ""},
+        {"EVP_DigestUpdate", ""},
+        {"EVP_DigestFinal_ex", ""},
+    };
+    const auto fail = [](const char *function) {
+        return [=](LibraryFaults &faults) { faults.fail(function); };
+    };
+    for (const auto &[function, message] : cases) {
+        SCOPED_TRACE(function);
+        expectFailure(StoredKeyPath("prime256v1.aes256.pem"), storedPassword, message + signingError,
+                      fail(function));
+        expectFailure(StoredKeyPath("rsa2048.aes256.pem"), storedPassword, message + signingError,
+                      fail(function));
+    }
+    for (const unsigned int wrongLength : {0u, 20u, 31u, 33u}) {
+        expectFailure(StoredKeyPath("prime256v1.aes256.pem"), storedPassword, signingError,
+                      [=](LibraryFaults &faults) {
+                          faults.replace<decltype(EVP_DigestFinal_ex)>(
+                              "EVP_DigestFinal_ex",
+                              [=](EVP_MD_CTX *context, unsigned char *digestBytes, unsigned int *length) {
+                                  const int status = EVP_DigestFinal_ex(context, digestBytes, length);
+                                  *length = wrongLength;
+                                  return status;
+                              });
+                      });
+    }
 }
 
 /// An engine that notes what it is given to sign.

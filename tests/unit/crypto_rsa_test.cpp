@@ -14,6 +14,7 @@
 #include <openssl/err.h>
 #include <openssl/rsa.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <functional>
@@ -196,15 +197,33 @@ TEST_F(RsaKeyGen, ChecksTheKeyOfAFailedGenerationAllTheSame)
     }
 }
 
-TEST_F(RsaKeyGen, ForgetsErrorsFromBefore)
+TEST_F(RsaKeyGen, CountsErrorsFromBeforeAsTheKeys)
 {
     nameReasons();
     raise(ERR_LIB_CONF, 1);
     raise(ERR_LIB_RSA, longReason);
     generate([&](LibraryFaults &faults) { generateInstead(faults, stored.get()); });
-    EXPECT_EQ(status, 1);
+    EXPECT_EQ(status, -1);
+    EXPECT_EQ(generatedKey, old.get());
     EXPECT_EQ(printed, okLine);
-    EXPECT_EQ(errors, "");
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 2) << errors;
+    EXPECT_LT(errors.find("configuration file routines"), errors.find(":a reason of the tests:")) << errors;
+    EXPECT_EQ(queuePrints, 1);
+    EXPECT_EQ(ERR_peek_error(), 0u);
+
+    generate([&](LibraryFaults &faults) { generateInstead(faults, stored.get()); });
+    EXPECT_EQ(status, 1);
+}
+
+TEST_F(RsaKeyGen, FailsWithoutAPlaceForTheKey)
+{
+    CapturedOutput errorOutput(2);
+    CapturedOutput output;
+    LibraryFaults faults;
+    EXPECT_EQ(Crypto().KeyGen(nullptr), -1);
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(errorOutput.text(), "");
+    EXPECT_EQ(faults.calls("EVP_PKEY_CTX_new_id"), 0);
 }
 
 TEST_F(RsaKeyGen, ShowsTheErrorsOfACheckThatCannotBeMade)

@@ -90,6 +90,55 @@ TEST(CryptoFaults, InitialisesTheLibraryInFourStepsAtEachConstruction)
     EXPECT_EQ(errors.text(), "");
 }
 
+void raise(int library)
+{
+    ERR_put_error(library, 1, ERR_R_INTERNAL_ERROR, "file", 1);
+}
+
+TEST(Crypto, KeepsTheErrorsFromBeforeItsConstructionAndNoOthers)
+{
+    ERR_clear_error();
+    for (const int before : {0, 1, 2}) {
+        for (int i = 0; i < before; ++i)
+            raise(ERR_LIB_EC);
+        LibraryFaults faults;
+        faults.replace<decltype(OPENSSL_init_crypto)>("OPENSSL_init_crypto",
+                                                      [&](std::uint64_t, const OPENSSL_INIT_SETTINGS *) {
+                                                          raise(ERR_LIB_CONF);
+                                                          return 0;
+                                                      });
+        const Crypto engine;
+        EXPECT_EQ(faults.calls("OPENSSL_init_crypto"), 4);
+        for (int i = 0; i < before; ++i)
+            EXPECT_EQ(ERR_GET_LIB(ERR_get_error()), ERR_LIB_EC);
+        EXPECT_EQ(ERR_get_error(), 0u);
+    }
+}
+
+/// Whether `setUp`, the first of the library in its process, leaves errors in its queue where the
+/// configuration file is broken.
+bool leavesErrorsOfTheConfiguration(const std::function<void()> &setUp)
+{
+    const TemporaryFolder folder;
+    WriteFile(folder / "library.cnf", "config_diagnostics = 1\n"
+                                      "openssl_conf = setup\n"
+                                      "[setup]\n"
+                                      "alg_section = missing\n");
+    setenv("OPENSSL_CONF", (folder / "library.cnf").c_str(), 1);
+    setUp();
+    return ERR_peek_error() != 0;
+}
+
+TEST(CryptoDeathTest, LeavesNoErrorsOfABrokenConfigurationFile)
+{
+    // Processes of their own, in which nothing has read another configuration before.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto library = [] { OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr); };
+    EXPECT_EXIT(std::_Exit(leavesErrorsOfTheConfiguration(library) ? 1 : 0), testing::ExitedWithCode(1), "");
+    const auto engine = [] { const Crypto constructed; };
+    EXPECT_EXIT(std::_Exit(leavesErrorsOfTheConfiguration(engine) ? 1 : 0), testing::ExitedWithCode(0), "");
+}
+
 /// Whether an engine's construction, the first in its process, reads the configuration file that the library
 /// finds through the environment: the file gives an object identifier a name.
 bool readsConfiguration()
@@ -447,6 +496,32 @@ TEST(GetHashPubKey, FailsWithAPlainLineWhenTheBinaryFormFails)
         EXPECT_EQ(engine.GetHashPubKey(key.get(), &place, &length), -1);
         EXPECT_EQ(output.text(), "Error: converting public Key to DER Format fails \n");
         EXPECT_EQ(buffer, std::string(32, '#'));
+    }
+}
+
+TEST(GetHashPubKey, FailsWhenTheDigestFails)
+{
+    const std::string hashError = Error("Error : calculating public Key (DER Format) hash fails\n");
+    const std::pair<const char *, std::string> cases[] = {
+        {"EVP_sha256", Error("unknown message digest ") + hashError},
+        {"EVP_MD_CTX_new", Error("unknown message digest ") + hashError},
+        {"EVP_MD_CTX_reset", hashError},
+        {"EVP_DigestInit_ex", hashError},
+        {"EVP_DigestUpdate", hashError},
+        {"EVP_DigestFinal_ex", hashError},
+    };
+    for (const auto &[function, messages] : cases) {
+        SCOPED_TRACE(function);
+        BinaryFormGiven engine(1, "abc");
+        std::string buffer(32, '#');
+        unsigned char *place = reinterpret_cast<unsigned char *>(buffer.data());
+        std::size_t length = 7;
+        LibraryFaults faults;
+        faults.fail(function);
+        CapturedOutput output;
+        EXPECT_EQ(engine.GetHashPubKey(nullptr, &place, &length), -1);
+        EXPECT_EQ(output.text(), messages);
+        EXPECT_EQ(length, 0u);
     }
 }
 

@@ -178,6 +178,15 @@ TEST(EcKeyGen, FailsWithoutAWordOnWhatIsNoCurve)
     ERR_clear_error();
 }
 
+TEST(EcKeyGen, FailsWithoutAPlaceForTheKey)
+{
+    CapturedOutput errors(2);
+    CapturedOutput output;
+    EXPECT_EQ(EC_Crypto(prime256v1).KeyGen(nullptr), 0);
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(errors.text(), "");
+}
+
 /// GenerateKeys with paths in a folder of its own.
 class EcGenerateKeys : public testing::Test {
 protected:
