@@ -44,6 +44,12 @@ TEST(MessageOut, CutsAMessageAtItsFirstZeroCharacter)
     EXPECT_EQ(printed(QString("ab") + QChar(0) + "cd", MSG_PROMPT), Prompt("ab"));
 }
 
+TEST(MessageOut, MarksHalvesOfCharacters)
+{
+    EXPECT_EQ(printed(QString("a") + QChar(0xD83D) + "b" + QChar(0xDD11), MSG_PROMPT),
+              Prompt("a\uFFFDb\uFFFD"));
+}
+
 TEST(MessageOut, WritesUtf8)
 {
     EXPECT_EQ(printed(QString::fromUtf8("clé €"), MSG_PROMPT), Prompt("clé €"));
