@@ -4,6 +4,7 @@
 #include "keygen/help.h"
 #include "keygen/run_settings.h"
 #include "keygen/secrets.h"
+#include "src/text_of.h"
 
 #include <QStringList>
 

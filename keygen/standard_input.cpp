@@ -1,6 +1,6 @@
 #include "keygen/standard_input.h"
 
-#include "keygen/console.h"
+#include "src/text_of.h"
 
 #include <QIODevice>
 #include <QTextStream>
