@@ -4,6 +4,7 @@
 #include "keygen/help.h"
 #include "keygen/run_settings.h"
 #include "keygen/secrets.h"
+#include "src/text_of.h"
 
 #include <QStringList>
 
@@ -21,8 +22,8 @@ struct OptionEntry {
     QString value(int index) const { return values.value(index); }
 };
 
-// Passwords are among them. They stand here, and not with the functions that read them, to be wiped wherever
-// the run ends.
+// Passwords are among them, and one that begins with '-' among the names. They stand here, and not with the
+// functions that read them, to be wiped wherever the run ends.
 QList<QByteArray> received;
 std::vector<OptionEntry> entries;
 
@@ -81,7 +82,9 @@ void checkNames()
             });
         if (!true_command) {
             MessageOut("Error: Invalid command ", MSG_ERROR);
-            MessageOut("'" + entry.name + "'" + "\n\n", MSG_INFO);
+            QString shown = QString("'%1'\n\n").arg(entry.name);
+            MessageOut(shown, MSG_INFO);
+            Wipe(shown);
             ShowHelp();
             std::exit(EXIT_FAILURE);
         }
@@ -234,6 +237,7 @@ void WipeCommandLine()
     for (QByteArray &argument : received)
         Wipe(argument);
     for (OptionEntry &entry : entries) {
+        Wipe(entry.name);
         for (QString &value : entry.values)
             Wipe(value);
     }

@@ -10,6 +10,6 @@
 /// too, and ends the process with status 1; help and version end it with status 0.
 void ParseCommandLine(QList<QByteArray> arguments);
 
-/// Wipes the values of all options, also of those that were never applied, and with them the run settings
-/// that share their characters: for the end of the run.
+/// Wipes the names and values of all options, also of those that were never applied, and with them the run
+/// settings that share their characters: for the end of the run.
 void WipeCommandLine();

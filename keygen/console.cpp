@@ -1,6 +1,7 @@
 #include "keygen/console.h"
 
 #include <QByteArray>
+#include <QStringEncoder>
 
 #include <array>
 #include <cstdio>
@@ -27,6 +28,11 @@ void MessageOut(QString message, MSGTYPE type)
     // Compared as unsigned, so that negative values are out of range too.
     if (static_cast<unsigned int>(type) < prefixes.size())
         std::fputs(prefixes[static_cast<unsigned int>(type)], stdout);
-    std::fputs(message.toLocal8Bit().constData(), stdout);
+    // What toLocal8Bit() returns, which would leave another copy behind.
+    QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
+    QByteArray bytes = encoder(message);
+    std::fputs(bytes.constData(), stdout);
+    // What is shown may be a password that was refused.
+    bytes.fill('\0');
     std::fputs(reset, stdout);
 }

@@ -1,7 +1,6 @@
 // The console: every message the user sees goes through MessageOut, in the colour of its kind.
 #pragma once
 
-#include <QByteArrayView>
 #include <QString>
 
 /// The kind of a message. Each kind has its own escape prefix; see the table in console.cpp.
@@ -18,8 +17,3 @@ enum MSGTYPE : int {
 /// `type` and the reset sequence. A value outside the enumeration writes no prefix. Nothing is flushed, and
 /// no line end is added: messages carry their own.
 void MessageOut(QString message, MSGTYPE type);
-
-/// The text that `utf8` encodes. A leading byte order mark is text like any other, so that the text names the
-/// same file, or is the same password, as the bytes. Bytes that are not UTF-8 become U+FFFD, one or more of
-/// them, and `*valid`, where given, tells whether there were none.
-QString TextOf(QByteArrayView utf8, bool *valid = nullptr);

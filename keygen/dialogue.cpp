@@ -28,11 +28,11 @@ void askFolder()
     MessageOut("<", MSG_INFO);
     MessageOut(absolutePath, MSG_INFO);
     MessageOut(">\n", MSG_INFO);
-    const QString answer = ReadLine();
-    if (answer.isEmpty())
+    const InputLine answer = ReadLine();
+    if (answer.text.isEmpty())
         return;
-    absolutePath = answer;
-    if (!CreateDirectoryPath(absolutePath)) {
+    absolutePath = answer.text;
+    if (answer.isTooLong || !CreateDirectoryPath(absolutePath)) {
         MessageOut("Error: Can not create path.", MSG_ERROR);
         std::exit(EXIT_FAILURE);
     }
@@ -45,7 +45,7 @@ bool choseSecond(const char *question, const char *questionAgain, const char *ch
     MessageOut(choices, MSG_INFO);
     MessageOut("(1/2)?\n", MSG_PROMPT);
     for (;;) {
-        const QString answer = ReadLine();
+        const QString answer = ReadLine().text;
         if (answer == "1" || answer == "2")
             return answer == "2";
         MessageOut(questionAgain, MSG_REPROMPT);
@@ -72,9 +72,9 @@ void askKeyNumber()
 /// not reach it as typed is refused too, for no one could open a key encrypted under something else.
 bool readPassword()
 {
-    bool valid = false;
-    password = ReadLine(&valid);
-    if (checkPassword(password) && valid && !password.contains(QChar(0)))
+    const InputLine line = ReadLine();
+    password = line.text;
+    if (checkPassword(password) && line.isUtf8 && !password.contains(QChar(0)))
         return true;
     Wipe(password);
     return false;
@@ -83,10 +83,9 @@ bool readPassword()
 /// Reads a line; true when it repeats `password`.
 bool readPasswordAgain()
 {
-    bool valid = false;
-    QString again = ReadLine(&valid);
-    const bool isSame = valid && again == password;
-    Wipe(again);
+    InputLine again = ReadLine();
+    const bool isSame = again.isUtf8 && again.text == password;
+    Wipe(again.text);
     return isSame;
 }
 

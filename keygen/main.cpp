@@ -23,6 +23,7 @@ void wipeSecrets()
 {
     WipeCommandLine();
     WipePasswords();
+    WipeOutputBuffer();
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "keygen/console.h"
 #include "keygen/help.h"
 #include "keygen/run_settings.h"
+#include "keygen/secrets.h"
 
 #include <cstdlib>
 
@@ -56,7 +57,9 @@ bool checkPassword(QString candidate)
     }
     if (candidate.size() < shortestPassword) {
         MessageOut("Error: password must be more than 3 caracters\n", MSG_ERROR);
-        MessageOut("Error: incorrect password : " + candidate + "\n", MSG_ERROR);
+        QString shown = QString("Error: incorrect password : %1\n").arg(candidate);
+        MessageOut(shown, MSG_ERROR);
+        Wipe(shown);
         return false;
     }
     if (candidate.size() > longestPassword) {

@@ -11,6 +11,7 @@
 #include <sys/prctl.h>
 #endif
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -18,6 +19,9 @@
 #include <cstring>
 
 namespace {
+
+// In place of the C library's own, which could not be wiped: a password that is refused may be shown.
+std::array<char, 4096> outputBuffer;
 
 void fillStandardStreams()
 {
@@ -51,6 +55,8 @@ void keepMemoryPrivate()
 void PrepareProcess()
 {
     fillStandardStreams();
+    std::setvbuf(stdout, outputBuffer.data(), isatty(STDOUT_FILENO) == 1 ? _IOLBF : _IOFBF,
+                 outputBuffer.size());
     qInstallMessageHandler(handleLibraryMessage);
     keepMemoryPrivate();
     // A write beyond a limit on file sizes then fails, as on a full disk, and is told.
@@ -65,6 +71,13 @@ QList<QByteArray> TakeArguments(int argc, char *argv[])
         OPENSSL_cleanse(argv[i], static_cast<std::size_t>(arguments.last().size()));
     }
     return arguments;
+}
+
+void WipeOutputBuffer()
+{
+    // What could not be written is still to be written at the end.
+    if (std::fflush(stdout) == 0)
+        OPENSSL_cleanse(outputBuffer.data(), outputBuffer.size());
 }
 
 void exitKeyGen(int status)

@@ -15,5 +15,8 @@ void PrepareProcess();
 /// processes can read: passwords are among them.
 QList<QByteArray> TakeArguments(int argc, char *argv[]);
 
+/// Writes out what standard output has buffered since PrepareProcess, and wipes the buffer.
+void WipeOutputBuffer();
+
 /// Ends the process with `status` through exit().
 [[noreturn]] void exitKeyGen(int status);

@@ -1,7 +1,6 @@
 #include "keygen/standard_input.h"
 
-#include "keygen/console.h"
-#include "keygen/secrets.h"
+#include "src/text_of.h"
 
 #include <QIODevice>
 #include <QTextStream>
@@ -25,6 +24,10 @@ namespace {
 // A terminal's end of input passes, so it is waited for rather than taken as final: twenty looks a second.
 constexpr std::chrono::milliseconds endOfInputPause(50);
 
+constexpr qsizetype longestLine = 1 << 20;
+// Beyond this a line that is too long is taken for endless, and refused without waiting for its end.
+constexpr qsizetype longestRest = 1 << 26;
+
 /// True when reading is to be tried again: a signal came between, or another program left the descriptor
 /// non-blocking and nothing has been typed yet.
 bool interruptedOrTooEarly()
@@ -37,60 +40,120 @@ bool interruptedOrTooEarly()
     return errno == EINTR;
 }
 
-/// Hands out what a terminal or a pipe has, as it comes. A file object would wait until a whole buffer of its
-/// own is full, and the C library's stream would not go on after a terminal's end of input.
+/// Hands out what a terminal or a pipe has, as it comes: a file object would wait until a whole buffer of its
+/// own is full, and the C library's stream would not go on after a terminal's end of input. It does so byte
+/// by byte, and forgets each. What reads from it then never holds a password in buffers that are not ours.
 class Device : public QIODevice {
 public:
-    // Without a buffer of the device's, fewer copies of a password are left behind.
     Device() { open(ReadOnly | Unbuffered); }
+    ~Device() override { OPENSSL_cleanse(block.data(), block.size()); }
     bool isSequential() const override { return true; }
 
-protected:
-    qint64 readData(char *data, qint64 maxSize) override
+    /// Drops the rest of a line; false where `most` bytes of it were dropped and it goes on.
+    bool dropLine(qsizetype most)
     {
-        for (;;) {
-            const ssize_t size = ::read(STDIN_FILENO, data, static_cast<std::size_t>(maxSize));
-            if (size != -1 || !interruptedOrTooEarly())
-                return size;
+        for (; most > 0; --most) {
+            char byte = 0;
+            if (Device::readData(&byte, 1) != 1 || byte == '\n')
+                return true;
         }
+        return false;
+    }
+
+protected:
+    qint64 readData(char *data, qint64) override
+    {
+        if (next == end && !fill())
+            return 0;
+        *data = std::exchange(block[next++], '\0');
+        return 1;
     }
     qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    bool fill()
+    {
+        ssize_t size = 0;
+        do {
+            size = ::read(STDIN_FILENO, block.data(), block.size());
+        } while (size == -1 && interruptedOrTooEarly());
+        next = 0;
+        end = static_cast<std::size_t>(std::max<ssize_t>(size, 0));
+        return end > 0;
+    }
+
+    std::array<char, 16384> block = {};
+    std::size_t next = 0;
+    std::size_t end = 0;
 };
 
-struct Line {
-    QString text;
-    bool valid = true;
-};
-
-struct Input {
+class Input {
+public:
     Input()
     {
         stream.setDevice(&device);
-        // One character for each byte: the stream finds the line ends, and whether a line is UTF-8 can still
-        // be told.
+        // One character for each byte: whether a line is UTF-8 can then still be told.
         stream.setEncoding(QStringConverter::Latin1);
         stream.setAutoDetectUnicode(false);
     }
 
-    /// The line that `characters` of the stream stand for.
-    Line decoded(const QString &characters)
+    /// The next line, or nothing at the end of input.
+    std::optional<InputLine> nextLine()
     {
-        QByteArray bytes = characters.toLatin1();
-        // Some editors write a byte order mark at the start of a file; anywhere else it is text.
-        if (std::exchange(atStart, false) && bytes.startsWith(byteOrderMark))
-            bytes.remove(0, byteOrderMark.size());
-        Line line;
-        line.text = TextOf(bytes, &line.valid);
-        Wipe(bytes);
-        return line;
+        for (;;) {
+            const std::optional<QByteArrayView> taken = takeBytes();
+            const bool isTooLong = taken && taken->size() > longestLine;
+            const bool isRest = std::exchange(goesOn, isTooLong && !device.dropLine(longestRest));
+            if (!taken || goesOn)
+                std::this_thread::sleep_for(endOfInputPause);
+            if (!taken)
+                return std::nullopt;
+            InputLine line = decoded(*taken);
+            line.isTooLong = isTooLong;
+            OPENSSL_cleanse(bytes.data(), static_cast<std::size_t>(taken->size()));
+            // The end of a line that was refused before is no line of its own.
+            if (!isRest || goesOn)
+                return line;
+        }
     }
 
-    static constexpr QByteArrayView byteOrderMark = "\xEF\xBB\xBF";
+    std::optional<InputLine> restOfLine;
+
+private:
+    /// The bytes of a line without its end, but one byte more than the longest line at most.
+    std::optional<QByteArrayView> takeBytes()
+    {
+        std::size_t size = 0;
+        while (size < bytes.size()) {
+            const QString character = stream.read(1);
+            if (character.isEmpty() && size == 0)
+                return std::nullopt;
+            if (character.isEmpty() || character.front() == u'\n')
+                break;
+            bytes[size++] = character.front().toLatin1();
+        }
+        return QByteArrayView(bytes.data(), static_cast<qsizetype>(size));
+    }
+
+    InputLine decoded(QByteArrayView line)
+    {
+        // Some editors write a byte order mark at the start of a file; anywhere else it is text.
+        constexpr QByteArrayView byteOrderMark = "\xEF\xBB\xBF";
+        if (std::exchange(atStart, false) && line.startsWith(byteOrderMark))
+            line = line.sliced(byteOrderMark.size());
+        if (line.endsWith('\r'))
+            line.chop(1);
+        InputLine result;
+        result.text = TextOf(line, &result.isUtf8);
+        return result;
+    }
 
     Device device;
     QTextStream stream;
+    // Its place never changes: a buffer that grows would leave copies of a password behind.
+    std::array<char, longestLine + 1> bytes;
     bool atStart = true;
-    std::optional<Line> restOfLine;
+    bool goesOn = false; // the line returned last was too long, and has not ended yet
 };
 
 Input &input()
@@ -99,48 +162,28 @@ Input &input()
     return theInput;
 }
 
-/// Overwrites what calls that have returned left on the stack. To be called, not to be made a part of its
-/// caller.
-[[gnu::noinline]] void wipeStackBelow()
+/// What is left of the line that a word was taken from, or the next line, or nothing at the end of input.
+std::optional<InputLine> nextLine()
 {
-    // The stream reads into a block of 16 KiB there.
-    std::array<char, 65536> block;
-    OPENSSL_cleanse(block.data(), block.size());
-}
-
-/// The next line, or nothing at the end of input. A line may be a password, so our copies of it are wiped.
-/// Out of reach is the text that the stream splits into lines, freed but not overwritten when its last line
-/// was taken.
-std::optional<Line> nextLine()
-{
-    if (std::optional<Line> rest = std::exchange(input().restOfLine, std::nullopt))
+    if (std::optional<InputLine> rest = std::exchange(input().restOfLine, std::nullopt))
         return rest;
     // What was asked stands on the screen before the answer is waited for.
     std::fflush(stdout);
-    QString characters = input().stream.readLine();
-    wipeStackBelow();
-    if (characters.isNull()) {
-        std::this_thread::sleep_for(endOfInputPause);
-        return std::nullopt;
-    }
-    Line line = input().decoded(characters);
-    Wipe(characters);
-    return line;
+    return input().nextLine();
 }
 
 } // namespace
 
-QString ReadLine(bool *valid)
+InputLine ReadLine()
 {
-    const Line line = nextLine().value_or(Line());
-    if (valid != nullptr)
-        *valid = line.valid;
-    return line.text;
+    return nextLine().value_or(InputLine());
 }
 
 QString ReadWord()
 {
-    while (const std::optional<Line> line = nextLine()) {
+    while (const std::optional<InputLine> line = nextLine()) {
+        if (line->isTooLong)
+            break;
         const QString &text = line->text;
         const auto isSpace = [](QChar c) { return c.isSpace(); };
         const auto begin = std::find_if_not(text.cbegin(), text.cend(), isSpace);
@@ -148,7 +191,7 @@ QString ReadWord()
         if (begin == end)
             continue;
         if (end != text.cend())
-            input().restOfLine = Line{QString(end, text.cend() - end), line->valid};
+            input().restOfLine = InputLine{QString(end, text.cend() - end), line->isUtf8};
         return QString(begin, end - begin);
     }
     return {};

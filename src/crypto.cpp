@@ -3,6 +3,7 @@
 #include "keygen/console.h"
 #include "src/engine_helpers.h"
 #include "src/openssl_owners.h"
+#include "src/text_of.h"
 
 #include <QFile>
 #include <QRandomGenerator>

@@ -4,6 +4,7 @@
 #include "keygen/console.h"
 #include "src/engine_helpers.h"
 #include "src/openssl_owners.h"
+#include "src/text_of.h"
 
 #include <QByteArray>
 #include <QFile>

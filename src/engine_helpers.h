@@ -2,6 +2,7 @@
 #pragma once
 
 #include "keygen/console.h"
+#include "src/text_of.h"
 
 #include <cstddef>
 

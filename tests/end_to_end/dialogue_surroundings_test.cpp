@@ -11,7 +11,10 @@
 
 #include <array>
 #include <chrono>
+#include <climits>
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,22 +55,28 @@ struct EndedInput {
     std::string repeated; ///< what follows, for ever
 };
 
-std::vector<EndedInput> endedInputs()
+/// Inputs up to each question, where a password that is read then is refused with `refusal`.
+std::vector<EndedInput> inputsUpToEachQuestion(const std::string &refusal)
 {
-    const std::string missing = Error("Error: missing -pwd (--password) parametre : password is mandatory\n");
     const std::string onePair = "./keys\n1\n";
     return {
-        {"Packets", "", question::packets, question::packetsAgain},
+        {"Packets", "\n", question::packets, question::packetsAgain},
         {"CreateFolder", "new/keys\n", question::createFolder, question::createFolderAgain},
-        {"Password", onePair, question::Password(), missing + question::PasswordAgain()},
+        {"Password", onePair, question::Password(), refusal + question::PasswordAgain()},
         {"RepeatPassword", onePair + "abcd\n",
          question::RepeatPassword() + Error("Error: password doesn't match\n") + question::Password(),
-         missing + question::PasswordAgain()},
+         refusal + question::PasswordAgain()},
         {"PacketPassword", "./keys\n2\n", question::Password(" [0]"),
-         missing + question::PasswordAgain(" [0]")},
+         refusal + question::PasswordAgain(" [0]")},
         {"Curve", onePair + "abcd\nabcd\n", question::curve, question::curveAgain},
         {"Cipher", onePair + "abcd\nabcd\n1\n", question::cipher, question::cipherAgain},
     };
+}
+
+std::vector<EndedInput> endedInputs()
+{
+    return inputsUpToEachQuestion(
+        Error("Error: missing -pwd (--password) parametre : password is mandatory\n"));
 }
 
 class DialogueInputsEndAt : public testing::TestWithParam<EndedInput> {};
@@ -86,6 +95,76 @@ TEST_P(DialogueInputsEndAt, RepeatsTheQuestionTwentyTimesASecondAtMost)
 
 INSTANTIATE_TEST_SUITE_P(EachQuestion, DialogueInputsEndAt, testing::ValuesIn(endedInputs()),
                          [](const auto &test) { return test.param.name; });
+
+// Lines without end
+
+/// The key generator on a terminal, but for its standard input, which is `input` and then zeros for ever. The
+/// first line on the screen is its process id.
+std::unique_ptr<PseudoTerminal> withEndlessLine(const std::string &input, const TemporaryFolder &folder)
+{
+    return std::make_unique<PseudoTerminal>([&] {
+        std::array<int, 2> ends;
+        if (pipe(ends.data()) != 0)
+            _exit(1);
+        if (fork() == 0) {
+            close(ends[0]);
+            const std::string zeros(65536, '\0');
+            // Ends by a signal when the reader has gone.
+            for (const std::string *next = &input; write(ends[1], next->data(), next->size()) >= 0;)
+                next = &zeros;
+            _exit(1);
+        }
+        dup2(ends[0], STDIN_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        dprintf(STDOUT_FILENO, "%d\n", getpid());
+        BecomeKeygen(folder.path());
+    });
+}
+
+/// The most memory that a process has had resident, in KiB.
+int peakMemory(pid_t id)
+{
+    std::ifstream status("/proc/" + std::to_string(id) + "/status");
+    for (std::string word; status >> word;) {
+        if (word == "VmHWM:" && status >> word)
+            return std::stoi(word);
+    }
+    return INT_MAX;
+}
+
+class DialogueInputsGoOnWithoutLineEndAt : public testing::TestWithParam<EndedInput> {};
+
+TEST_P(DialogueInputsGoOnWithoutLineEndAt, RefusesThemInLittleMemory)
+{
+    const TemporaryFolder folder;
+    const std::unique_ptr<PseudoTerminal> terminal = withEndlessLine(GetParam().input, folder);
+    const std::string expected = GetParam().question + GetParam().repeated;
+    EXPECT_TRUE(terminal->reaches([&] { return terminal->screen().find(expected) != std::string::npos; }));
+#ifndef KEYGEN_UNDER_SANITIZERS
+    EXPECT_LT(peakMemory(std::stoi(terminal->screen())), 64 * 1024);
+#endif
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachQuestion, DialogueInputsGoOnWithoutLineEndAt,
+    testing::ValuesIn(inputsUpToEachQuestion(Error("Error: password must be less than 1024 caracters\n"))),
+    [](const auto &test) { return test.param.name; });
+
+TEST(DialogueInputsGoOnWithoutLineEnd, EndsTheRunAtTheFolder)
+{
+    const TemporaryFolder folder;
+    for (const char *input : {"/dev/zero", "long"}) {
+        WriteFile(folder / "long", std::string(1 << 20, '/') + "tmp\n1\n");
+        const ProgramResult run =
+            ::Run("sh", {.arguments = {"-c", "HOME=home exec \"$0\" <\"$1\"", KeygenProgram(), input},
+                         .folder = folder.path()});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.errors, "");
+        EXPECT_TRUE(run.output.ends_with(question::Folder("home/Corvane_KeyGen/") +
+                                         Error("Error: Can not create path.")));
+    }
+}
 
 TEST(DialogueInputsEnd, PassesOnATerminal)
 {

@@ -98,4 +98,41 @@ TEST(Memory, ThatIsMissingForRandomDataIsReported)
     EXPECT_EQ(FilesIn(folder), "0644 8 old.bin\n");
 }
 
+/// A run on a stack of 64 KiB, of which the environment takes next to nothing.
+ProgramResult runOnSmallStack(const TemporaryFolder &folder, const Arguments &arguments,
+                              const std::string &input = {})
+{
+    Arguments words = {"-c", "ulimit -s 64; exec env -i \"$@\"", "sh", KeygenProgram()};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return Run("sh", {.arguments = words, .input = input, .folder = folder.path().string(), .umask = 022});
+}
+
+TEST(SmallStack, IsEnoughForEveryKindOfRun)
+{
+    const TemporaryFolder folder;
+    EXPECT_TRUE(EndedAsIn(runOnSmallStack(folder, {"-v"}), 0, "version.txt"));
+    EXPECT_TRUE(Ended(runOnSmallStack(folder, {"-h"}), 0, Transcript("banner.txt") + Transcript("help.txt")));
+    EXPECT_TRUE(EndedAsIn(runOnSmallStack(folder, {"-pwd", "correct horse", "-abs", "keys"}), 0,
+                          "pair_prime256v1_aes256.txt"));
+    EXPECT_TRUE(EndedAsIn(runOnSmallStack(folder, packet), 0, "packet_brainpoolP256t1_aes128.txt"));
+    EXPECT_TRUE(EndedAsIn(runOnSmallStack(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));
+}
+
+TEST(SmallStack, IsEnoughForQuestions)
+{
+    const TemporaryFolder folder;
+    const ProgramResult dialogue = runOnSmallStack(
+        folder, {}, "new/keys\ny\n2\n" + [] {
+            std::string passwords;
+            for (int i = 0; i < 16; ++i)
+                passwords += "password " + std::to_string(i / 2) + "\n";
+            return passwords;
+        }() + "2\n2\n");
+    EXPECT_EQ(dialogue.status, 0);
+    EXPECT_TRUE(fs::exists(folder / "new/keys/publicKeysHashHashes.bin"));
+    const ProgramResult folders = runOnSmallStack(folder, {"-pwd", "password", "-pubk", "other/"}, "y\n");
+    EXPECT_EQ(folders.status, 0);
+    EXPECT_TRUE(fs::exists(folder / "other/publicKey.pem"));
+}
+
 } // namespace

@@ -215,6 +215,8 @@ TEST(Secrets, OfARunThatEndsEarlyAreGoneFromMemoryToo)
         {{"-pwd", marker, "\xFF"}, 1},
         {{"-pubk", "p.pem", marker, "-pwd", marker, "-rand", "5", "missing/noise.bin"}, 1},
         {{marker}, 1},
+        {{"-pwd", "-" + marker}, 1},
+        {{"-pwd", "-" + marker, "-pwd", "\xFF"}, 1},
         {{"-pwd", marker, "-pubk", "missing/p.pem"}, 1},
     };
     for (const auto &[arguments, status] : runs) {
@@ -226,9 +228,18 @@ TEST(Secrets, OfARunThatEndsEarlyAreGoneFromMemoryToo)
     }
 }
 
-// What was typed ahead stays in the memory that the application library's stream has released, as UTF-16: it
-// is not in the program's hands.
-TEST(Secrets, OfADialogueAreGoneFromTheBlockThatTheyWereReadInto)
+TEST(Secrets, ThatAreShownAreGoneFromMemoryToo)
+{
+    const TemporaryFolder folder;
+    const std::u16string shortPassword = u"\u2603\u2604\u2605";
+    const EndOfRun end = endOf(folder.path(), {"-pwd", "\u2603\u2604\u2605"});
+    EXPECT_EQ(end.status, 1);
+    EXPECT_EQ(end.memory.find("\u2603\u2604\u2605"), std::string::npos);
+    EXPECT_EQ(end.memory.find(std::string(reinterpret_cast<const char *>(shortPassword.data()), 6)),
+              std::string::npos);
+}
+
+TEST(Secrets, OfADialogueAreGoneFromMemoryToo)
 {
     for (const std::string &first : {std::string(), marker + "\nno match\n"}) {
         const TemporaryFolder folder;
@@ -237,7 +248,17 @@ TEST(Secrets, OfADialogueAreGoneFromTheBlockThatTheyWereReadInto)
         EXPECT_EQ(end.status, 0);
         EXPECT_TRUE(std::filesystem::exists(folder / "keys/privateKey.pem"));
         EXPECT_EQ(end.memory.find(marker), std::string::npos);
+        EXPECT_EQ(end.memory.find(inUtf16(marker)), std::string::npos);
     }
+}
+
+TEST(Secrets, OfADialogueThatEndsBeforeItAsksForThemAreGoneFromMemoryToo)
+{
+    const TemporaryFolder folder;
+    const EndOfRun end = endOf(folder.path(), {}, "missing/folder\nn\n1\n" + marker + "\n" + marker + "\n");
+    EXPECT_EQ(end.status, 1);
+    EXPECT_EQ(end.memory.find(marker), std::string::npos);
+    EXPECT_EQ(end.memory.find(inUtf16(marker)), std::string::npos);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // The dialogue, with any stream of bytes for answers.
 #include "keygen/dialogue.h"
-#include "keygen/console.h"
 #include "keygen/run_settings.h"
+#include "src/text_of.h"
 #include "tests/fuzz/fuzz_target.h"
 
 #include <QFileInfo>

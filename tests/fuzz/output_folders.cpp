@@ -1,7 +1,7 @@
 // Making sure of a file's folder. The first line of an input is the file's path, the rest are the answers.
 // The working folder holds the folder "folder" and the file "file".
 #include "keygen/output_folders.h"
-#include "keygen/console.h"
+#include "src/text_of.h"
 #include "tests/fuzz/fuzz_target.h"
 
 #include <algorithm>

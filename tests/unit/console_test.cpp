@@ -44,26 +44,15 @@ TEST(MessageOut, CutsAMessageAtItsFirstZeroCharacter)
     EXPECT_EQ(printed(QString("ab") + QChar(0) + "cd", MSG_PROMPT), Prompt("ab"));
 }
 
+TEST(MessageOut, MarksHalvesOfCharacters)
+{
+    EXPECT_EQ(printed(QString("a") + QChar(0xD83D) + "b" + QChar(0xDD11), MSG_PROMPT),
+              Prompt("a\uFFFDb\uFFFD"));
+}
+
 TEST(MessageOut, WritesUtf8)
 {
     EXPECT_EQ(printed(QString::fromUtf8("clé €"), MSG_PROMPT), Prompt("clé €"));
-}
-
-TEST(TextOf, KeepsALeadingByteOrderMark)
-{
-    EXPECT_EQ(TextOf("\xEF\xBB\xBFpass").toStdString(), "\xEF\xBB\xBFpass");
-}
-
-TEST(TextOf, TellsBytesThatAreNoText)
-{
-    for (const char *bytes : {"a\xFF", "abc\xE2\x82", "\xED\xA0\x80"}) {
-        bool valid = true;
-        EXPECT_TRUE(TextOf(bytes, &valid).contains(QChar(QChar::ReplacementCharacter)));
-        EXPECT_FALSE(valid);
-    }
-    bool valid = false;
-    EXPECT_EQ(TextOf("abc\xE2\x82\xAC", &valid).size(), 4);
-    EXPECT_TRUE(valid);
 }
 
 } // namespace

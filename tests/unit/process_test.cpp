@@ -1,6 +1,8 @@
 #include "keygen/process.h"
 
 #include "tests/support/child_run.h"
+#include "tests/support/library_faults.h"
+#include "tests/support/pseudo_terminal.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gtest/gtest.h>
@@ -124,6 +126,42 @@ TEST(PrepareProcess, EndsTheProcessWhereNoDescriptorIsLeft)
     });
     EXPECT_FALSE(run.returned);
     EXPECT_EQ(run.status, 1);
+}
+
+TEST(PrepareProcess, KeepsOutputForATerminalLineByLineAndOtherOutputTogether)
+{
+    const auto printAndEnd = [] {
+        PrepareProcess();
+        std::fputs("a line\nno line", stdout);
+        _exit(0); // what is buffered then is lost
+    };
+    EXPECT_EQ(PseudoTerminal(printAndEnd).end().output, "a line\n");
+    EXPECT_EQ(RunInChild(printAndEnd).output, "");
+}
+
+TEST(WipeOutputBuffer, WritesOutWhatIsBuffered)
+{
+    const ChildRun run = RunInChild([] {
+        PrepareProcess();
+        std::fputs("written", stdout);
+        WipeOutputBuffer();
+        std::fputs(", then lost", stdout);
+        _exit(0);
+    });
+    EXPECT_EQ(run.output, "written");
+}
+
+TEST(WipeOutputBuffer, KeepsWhatCouldNotBeWritten)
+{
+    const ChildRun run = RunInChild([] {
+        LibraryFaults faults;
+        PrepareProcess();
+        std::fputs("written later", stdout);
+        faults.fail("fflush(stdout)", EOF);
+        WipeOutputBuffer();
+    });
+    EXPECT_TRUE(run.returned);
+    EXPECT_EQ(run.output, "written later");
 }
 
 TEST(PrepareProcess, TurnsCoreFilesOff)

@@ -27,7 +27,7 @@ void show(const QString &answer)
 void readBy(const std::string &plan)
 {
     for (const char step : plan)
-        show(step == 'L' ? ReadLine() : ReadWord());
+        show(step == 'L' ? ReadLine().text : ReadWord());
 }
 
 std::string answers(const std::string &plan, const std::string &input)
@@ -94,11 +94,8 @@ TEST(ReadLine, TellsWhetherALineIsUtf8)
 {
     const ChildRun run = RunInChild(
         [] {
-            for (int i = 0; i < 5; ++i) {
-                bool valid = i % 2 == 0;
-                ReadLine(&valid);
-                std::fputs(valid ? "valid " : "invalid ", stdout);
-            }
+            for (int i = 0; i < 5; ++i)
+                std::fputs(ReadLine().isUtf8 ? "valid " : "invalid ", stdout);
         },
         {.input = "clé\nclé\na\xE9z\na\xE2\x82\n"});
     EXPECT_EQ(run.output, "valid valid invalid invalid valid ");
@@ -113,6 +110,73 @@ TEST(ReadLine, ReadsLongLines)
 {
     const std::string line(4000, 'x');
     EXPECT_EQ(answers("LL", line + "\nnext\n"), "<" + line + "><next>");
+}
+
+constexpr std::size_t longest = 1 << 20;
+
+/// What ReadLine makes of the lines in `content`: for a long one its length and whether it is an answer.
+std::string linesOf(const std::string &content, int lines)
+{
+    const TemporaryFolder folder;
+    WriteFile(folder / "answers", content);
+    const ChildRun run = RunInChild(
+        [lines] {
+            for (int i = 0; i < lines; ++i) {
+                const InputLine line = ReadLine();
+                if (line.text.size() > 100)
+                    std::printf("%lld", static_cast<long long>(line.text.size()));
+                show(line.text.right(4));
+                std::fputs(line.isTooLong ? "refused " : "", stdout);
+            }
+        },
+        {.inputFile = folder / "answers", .millisecondsToLive = 60000});
+    EXPECT_TRUE(run.returned);
+    return run.output;
+}
+
+TEST(ReadLine, ReadsLinesOfOneMebibyte)
+{
+    EXPECT_EQ(linesOf(std::string(longest - 2, 'x') + "yz\nnext\n", 2), "1048576<xxyz><next>");
+}
+
+TEST(ReadLine, RefusesALineBeyondOneMebibyteAsAWhole)
+{
+    EXPECT_EQ(linesOf(std::string(longest - 2, 'x') + "yz1\nnext\n", 2), "1048577<xyz1>refused <next>");
+    EXPECT_EQ(linesOf(std::string(longest + 1, 'x') + "1\nnext\n", 2), "1048577<xxxx>refused <next>");
+    EXPECT_EQ(linesOf(std::string(5 * longest, 'x') + "\n1\r\nnext\n", 3), "1048577<xxxx>refused <1><next>");
+}
+
+TEST(ReadLine, RefusesALastLineThatIsTooLong)
+{
+    EXPECT_EQ(linesOf(std::string(longest + 1, 'x'), 2), "1048577<xxxx>refused <>");
+    EXPECT_EQ(linesOf(std::string(longest + 2, 'x'), 2), "1048577<xxxx>refused <>");
+}
+
+TEST(ReadLine, TakesTheEndOfARefusedLineForNoLine)
+{
+    // As much of it as is dropped at a time, and more.
+    const std::size_t dropped = (std::size_t{1} << 26) + longest + 1;
+    EXPECT_EQ(linesOf(std::string(dropped, 'x') + "\nnext\n", 2), "1048577<xxxx>refused <next>");
+    EXPECT_EQ(linesOf(std::string(dropped, 'x') + "1\nnext\n", 2), "1048577<xxxx>refused <next>");
+    EXPECT_EQ(linesOf(std::string(dropped + 2 * longest, 'x') + "1\nnext\n", 2),
+              "1048577<xxxx>refused <next>");
+    EXPECT_EQ(linesOf(std::string(dropped + 4, 'x'), 2), "1048577<xxxx>refused <>");
+}
+
+TEST(ReadLine, RefusesALineWithoutEndAgainAndAgain)
+{
+    const ChildRun run = RunInChild(
+        [] {
+            for (int i = 0; i < 3; ++i) {
+                const auto start = std::chrono::steady_clock::now();
+                const InputLine line = ReadLine();
+                const bool paused = std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(50);
+                std::printf("%lld%s%s ", static_cast<long long>(line.text.size()),
+                            line.isTooLong ? " refused" : "", paused ? " later" : "");
+            }
+        },
+        {.inputFile = "/dev/zero", .millisecondsToLive = 60000});
+    EXPECT_EQ(run.output, "1048577 refused later 1048577 refused later 1048577 refused later ");
 }
 
 TEST(ReadLine, ReadsFromAFileToo)
@@ -168,13 +232,22 @@ TEST(ReadWord, ReadsOnAfterALine)
     EXPECT_EQ(answers("LWW", "a line\none two\n"), "<a line><one><two>");
 }
 
+TEST(ReadWord, TakesNothingFromALineThatIsTooLong)
+{
+    const TemporaryFolder folder;
+    WriteFile(folder / "answers", "y " + std::string(longest, 'x') + " n\nnext word\n");
+    const ChildRun run =
+        RunInChild([] { readBy("WWL"); }, {.inputFile = folder / "answers", .millisecondsToLive = 60000});
+    EXPECT_EQ(run.output, "<><next>< word>");
+}
+
 /// The milliseconds that the answers by `plan` take at the end of input.
 int millisecondsAtTheEnd(const std::string &plan)
 {
     const ChildRun run = RunInChild([&] {
         const auto start = std::chrono::steady_clock::now();
         for (const char step : plan)
-            step == 'L' ? ReadLine() : ReadWord();
+            step == 'L' ? ReadLine().text : ReadWord();
         const auto time = std::chrono::steady_clock::now() - start;
         std::printf("%d",
                     static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(time).count()));

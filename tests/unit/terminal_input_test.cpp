@@ -33,7 +33,7 @@ void readTwoLines()
 {
     std::fputs("ready", stdout);
     for (int i = 0; i < 2; ++i)
-        show(ReadLine());
+        show(ReadLine().text);
     std::fputs("end", stdout);
 }
 
@@ -93,9 +93,9 @@ TEST(TypedLine, CanFollowTheEndOfATerminalsInput)
 {
     PseudoTerminal terminal([] {
         std::fputs("ready", stdout);
-        show(ReadLine());
+        show(ReadLine().text);
         std::fflush(stdout);
-        show(ReadLine());
+        show(ReadLine().text);
     });
     ASSERT_TRUE(terminal.answers("ready", "\x04"));
     ASSERT_TRUE(terminal.answers("<>", "one\n"));
@@ -114,9 +114,9 @@ std::string readWithValidity(const std::string &input, int lines)
         close(ends[1]);
         dup2(ends[0], STDIN_FILENO);
         for (int i = 0; i < lines; ++i) {
-            bool valid = i % 2 != 0; // is to be set either way
-            show(ReadLine(&valid));
-            std::fputs(valid ? "+" : "-", stdout);
+            const InputLine line = ReadLine();
+            show(line.text);
+            std::fputs(line.isUtf8 ? "+" : "-", stdout);
         }
     });
     return terminal.end().output;

@@ -1,5 +1,4 @@
-// Apart from MessageOut, so that a program which links a MessageOut of its own still gets this from the archive.
-#include "keygen/console.h"
+#include "src/text_of.h"
 
 #include <QStringDecoder>
 
