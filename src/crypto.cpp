@@ -2,6 +2,7 @@
 
 #include "keygen/console.h"
 #include "src/engine_helpers.h"
+#include "src/held_signals.h"
 #include "src/openssl_owners.h"
 #include "src/text_of.h"
 
@@ -188,6 +189,7 @@ int Crypto::generateRandom(int size, const unsigned char *path)
     // Asked of the name: to the file object a link that leads nowhere is a file, too.
     if (QFile::exists(name))
         MessageOut("The file " + name + " already exists, it will be overwritten", MSG_REPROMPT);
+    const HeldSignals heldSignals(QFile::encodeName(name).constData());
     // Unbuffered: one write of the whole buffer, whose failure shows at once.
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         MessageOut("Failed to create output file : " + name, MSG_ERROR);

@@ -7,6 +7,8 @@
 // - Byte buffers handed out are allocated with the library's allocator and belong to the caller, who
 //   releases them with OPENSSL_free or Buffer_Cleanup. Key objects handed out are released with
 //   EVP_PKEY_free.
+// - While a file is replaced, signals that would end or stop the process wait, on the calling thread: see
+//   held_signals.h.
 #pragma once
 
 #include <openssl/evp.h>

@@ -3,6 +3,7 @@
 
 #include "keygen/console.h"
 #include "src/engine_helpers.h"
+#include "src/held_signals.h"
 #include "src/openssl_owners.h"
 #include "src/text_of.h"
 
@@ -44,12 +45,13 @@ QString permissionName(const unsigned char *path)
 }
 
 /// One output file: an old one is made writable at once; then it is created or truncated, written, and
-/// closed. A file that was made writable and could not be opened gets its mode back.
+/// closed. A file that was made writable and could not be opened gets its mode back. Signals wait until the
+/// end, so that they find the old file or the new one.
 class OutputFile {
 public:
     OutputFile(const unsigned char *filePath, const QString &nameForPermissions)
         : path(CharsOf(filePath)), name(nameForPermissions), nativeName(QFile::encodeName(name)),
-          formerMode(mode())
+          heldSignals(path), formerMode(mode())
     {
         setPermissions(overwritable);
     }
@@ -105,6 +107,7 @@ private:
     const char *path;
     QString name;
     QByteArray nativeName;
+    HeldSignals heldSignals;
     std::optional<mode_t> formerMode;
     FileOwner file;
     bool opened = false;
@@ -163,6 +166,7 @@ int Crypto::SaveEncPrvKey(const unsigned char *path, EVP_PKEY *key, const unsign
 
 int Crypto::SavePrvKey(const unsigned char *path, EVP_PKEY *key)
 {
+    const HeldSignals heldSignals(CharsOf(path));
     FileOwner file(std::fopen(CharsOf(path), "wb"));
     if (!file)
         return FailWith("Error: creating Key File fails\n");

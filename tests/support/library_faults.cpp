@@ -15,6 +15,7 @@
 #include <openssl/x509.h>
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -289,6 +290,13 @@ int __wrap_setvbuf(FILE *, char *, int, std::size_t);
 int __wrap_setvbuf(FILE *file, char *buffer, int mode, std::size_t size)
 {
     return call(mode == _IONBF ? "setvbuf(none)" : "setvbuf", __real_setvbuf, file, buffer, mode, size);
+}
+
+int __real_chmod(const char *, mode_t);
+int __wrap_chmod(const char *, mode_t);
+int __wrap_chmod(const char *path, mode_t mode)
+{
+    return call("chmod", __real_chmod, path, mode);
 }
 
 int __real_fclose(FILE *);
