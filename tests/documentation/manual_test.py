@@ -249,7 +249,8 @@ class Quirks(InTemporaryFolder):
 
     def test_the_mode_of_random_data(self):
         self.assert_says("has the mode of any new file, or keeps that of the file it replaces.")
-        (self.folder / "old.bin").touch(0o640)
+        (self.folder / "old.bin").touch()
+        (self.folder / "old.bin").chmod(0o640)
         (self.folder / "other").touch()
         for name in ("old.bin", "new.bin"):
             self.assertEqual(self.keygen("-rand", "1", name).returncode, 0)
