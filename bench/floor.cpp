@@ -1,28 +1,19 @@
-// The floor, bare or inside an otherwise empty Qt Core program:
-//     floor plain|direct|lean|unchecked CURVE COUNT FOLDER
+// The floor inside an otherwise empty Qt Core program: floor plain|lean CURVE COUNT FOLDER
 #include "bench/floor_work.h"
 
 #include <openssl/objects.h>
 
-#include <cstdlib>
-#include <map>
-#include <string>
-
-#ifdef INSIDE_QT_CORE
 #include <QCoreApplication>
-#endif
+
+#include <cstdlib>
+#include <cstring>
 
 int main(int argc, char *argv[])
 {
-#ifdef INSIDE_QT_CORE
     const QCoreApplication application(argc, argv);
-#endif
     if (argc != 5)
         return EXIT_FAILURE;
-    const std::map<std::string, decltype(&DoPlainWork)> kinds = {{"plain", DoPlainWork},
-                                                                 {"direct", DoDirectWork},
-                                                                 {"lean", DoLeanWork},
-                                                                 {"unchecked", DoUncheckedWork}};
-    kinds.at(argv[1])(OBJ_txt2nid(argv[2]), std::atoi(argv[3]), argv[4]);
+    const auto work = std::strcmp(argv[1], "lean") == 0 ? DoLeanWork : DoPlainWork;
+    work(OBJ_txt2nid(argv[2]), std::atoi(argv[3]), argv[4]);
     return EXIT_SUCCESS;
 }

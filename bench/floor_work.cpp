@@ -20,7 +20,6 @@ namespace {
 
 using Point = std::array<unsigned char, 64>;
 using Digest = std::array<unsigned char, SHA256_DIGEST_LENGTH>;
-using KeyReader = EVP_PKEY *(std::FILE *file);
 
 void require(bool condition)
 {
@@ -126,33 +125,11 @@ EVP_PKEY *generate(int nid)
     return key;
 }
 
-EVP_PKEY *readPlainly(std::FILE *file)
-{
-    return PEM_read_PUBKEY(file, nullptr, nullptr, nullptr);
-}
-
-EVP_PKEY *readDirectly(std::FILE *file)
-{
-    char *name = nullptr;
-    unsigned char *encoding = nullptr;
-    long size = 0;
-    BIO *const content = BIO_new_fp(file, BIO_NOCLOSE);
-    require(PEM_bytes_read_bio(&encoding, &size, &name, PEM_STRING_PUBLIC, content, nullptr, nullptr) == 1);
-    const unsigned char *cursor = encoding;
-    EC_KEY *const ec = d2i_EC_PUBKEY(nullptr, &cursor, size);
-    EVP_PKEY *const key = EVP_PKEY_new();
-    require(EVP_PKEY_assign(key, EVP_PKEY_EC, ec) == 1);
-    OPENSSL_free(encoding);
-    OPENSSL_free(name);
-    BIO_free(content);
-    return key;
-}
-
-Point readPoint(const std::string &path, KeyReader *reader)
+Point readPoint(const std::string &path)
 {
     std::FILE *const file = std::fopen(path.c_str(), "rb");
     require(file != nullptr);
-    EVP_PKEY *const key = reader(file);
+    EVP_PKEY *const key = PEM_read_PUBKEY(file, nullptr, nullptr, nullptr);
     require(key != nullptr);
     const Point point = pointOf(key);
     EVP_PKEY_free(key);
@@ -178,7 +155,9 @@ const char *hashName(int count)
     return count > 1 ? "publicKeyHash" : "publicKeyhash";
 }
 
-void doWork(int nid, int count, const char *folder, KeyReader *reader)
+} // namespace
+
+void DoPlainWork(int nid, int count, const char *folder)
 {
     mkdir(folder, 0777);
     std::vector<Point> points;
@@ -192,21 +171,21 @@ void doWork(int nid, int count, const char *folder, KeyReader *reader)
         writeDigest(sha256(point.data(), point.size()), fileName(folder, hashName(count), count, i, ".bin"));
         EVP_PKEY_free(key);
         if (count > 1)
-            points.push_back(readPoint(publicKey, reader));
+            points.push_back(readPoint(publicKey));
     }
     if (count > 1)
         writeTableHash(nid, points, folder);
 }
 
-void doLeanWork(int nid, int count, const char *folder, bool check)
+void DoLeanWork(int nid, int count, const char *folder)
 {
     mkdir(folder, 0777);
     EC_GROUP *const group = EC_GROUP_new_by_curve_name(nid);
     std::vector<Point> points;
     for (int i = 0; i < count; ++i) {
         EC_KEY *const ec = EC_KEY_new();
-        require(EC_KEY_set_group(ec, group) == 1 && EC_KEY_generate_key(ec) == 1);
-        require(!check || EC_KEY_check_key(ec) == 1);
+        require(EC_KEY_set_group(ec, group) == 1 && EC_KEY_generate_key(ec) == 1 &&
+                EC_KEY_check_key(ec) == 1);
         EVP_PKEY *const key = EVP_PKEY_new();
         require(EVP_PKEY_assign(key, EVP_PKEY_EC, ec) == 1);
         writePrivateKey(key, fileName(folder, "privateKey", count, i, ".pem"),
@@ -220,26 +199,4 @@ void doLeanWork(int nid, int count, const char *folder, bool check)
     EC_GROUP_free(group);
     if (count > 1)
         writeTableHash(nid, points, folder);
-}
-
-} // namespace
-
-void DoPlainWork(int nid, int count, const char *folder)
-{
-    doWork(nid, count, folder, readPlainly);
-}
-
-void DoDirectWork(int nid, int count, const char *folder)
-{
-    doWork(nid, count, folder, readDirectly);
-}
-
-void DoLeanWork(int nid, int count, const char *folder)
-{
-    doLeanWork(nid, count, folder, true);
-}
-
-void DoUncheckedWork(int nid, int count, const char *folder)
-{
-    doLeanWork(nid, count, folder, false);
 }

@@ -7,12 +7,6 @@
 /// each key, each public key of a packet read back from its file. With `count` 8 the table hash too.
 void DoPlainWork(int nid, int count, const char *folder);
 
-/// The same, but the public keys are read back without a search for their decoder.
-void DoDirectWork(int nid, int count, const char *folder);
-
 /// The same files by the cheapest calls the library has: one curve object, nothing read back. The keys are
 /// checked.
 void DoLeanWork(int nid, int count, const char *folder);
-
-/// The lean work without the check of the keys: what the files alone cost.
-void DoUncheckedWork(int nid, int count, const char *folder);

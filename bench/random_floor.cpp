@@ -1,21 +1,22 @@
-// Random data by the shortest way from each source to a file: random_floor blocks|kernel SIZE FILE
+// Random data by the shortest way from the application library's generator to a file: random_floor SIZE FILE
 #include <QCoreApplication>
 #include <QRandomGenerator>
 
 #include <fcntl.h>
-#include <sys/random.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 
-namespace {
-
-void drawInBlocks(char *bytes, std::size_t size)
+int main(int argc, char *argv[])
 {
+    const QCoreApplication application(argc, argv);
+    if (argc != 3)
+        return EXIT_FAILURE;
+    const auto size = static_cast<std::size_t>(std::atol(argv[1]));
+    const std::unique_ptr<char[]> bytes(new char[size]);
     std::array<quint64, 4096> values;
     for (std::size_t done = 0; done < size; done += values.size()) {
         const std::size_t block = std::min(size - done, values.size());
@@ -23,31 +24,7 @@ void drawInBlocks(char *bytes, std::size_t size)
         for (std::size_t i = 0; i < block; ++i)
             bytes[done + i] = static_cast<char>(values[i]);
     }
-}
-
-void readKernel(char *bytes, std::size_t size)
-{
-    for (std::size_t done = 0; done < size;) {
-        const ssize_t got = getrandom(bytes + done, size - done, 0);
-        if (got > 0)
-            done += static_cast<std::size_t>(got);
-    }
-}
-
-} // namespace
-
-int main(int argc, char *argv[])
-{
-    const QCoreApplication application(argc, argv);
-    if (argc != 4)
-        return EXIT_FAILURE;
-    const auto size = static_cast<std::size_t>(std::atol(argv[2]));
-    const std::unique_ptr<char[]> bytes(new char[size]);
-    if (std::strcmp(argv[1], "kernel") == 0)
-        readKernel(bytes.get(), size);
-    else
-        drawInBlocks(bytes.get(), size);
-    const int file = open(argv[3], O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    const int file = open(argv[2], O_WRONLY | O_CREAT | O_TRUNC, 0666);
     const ssize_t written = write(file, bytes.get(), size);
     return close(file) == 0 && written == static_cast<ssize_t>(size) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

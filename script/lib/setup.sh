@@ -198,5 +198,5 @@ set_up() (
     lock_build_folder
     forget_configuration_of_another_tree
     is_configured_for "$tests" || configure -DBUILD_TESTING="$tests"
-    build "$@"
+    (($# == 0)) || build "$@"
 ) </dev/null >&2

@@ -6,10 +6,14 @@ import hashlib
 import os
 import re
 import subprocess
+import sys
 import textwrap
 import unittest
 
 from tree import CIPHERS, CURVES, InTemporaryFolder, PASSWORDS, TREE, make_packet, run_program
+
+sys.path.append(str(TREE / "tests/support"))
+from check_key_files import check_table, hashes_of_records, table_hash
 
 DOCUMENT = (TREE / "docs/files.md").read_text("utf-8")
 
@@ -78,7 +82,6 @@ class Layouts(InTemporaryFolder):
     def check_packet(self, folder, curve, cipher):
         folder.parent.mkdir(exist_ok=True)
         make_packet(folder, curve, cipher)
-        table = b""
         for index, password in enumerate(PASSWORDS):
             public = der_of(folder / f"publicKey{index:02}.pem", "PUBLIC KEY")
             point = self.fields_of(public, f"Public key on {curve}")
@@ -97,8 +100,7 @@ class Layouts(InTemporaryFolder):
 
             record = bytes([CURVES.index(curve) + 1, 0, 0, 0]) + x_and_y
             self.fields_of(record, "Record")
-            table += sha256(record)
-        self.assertEqual((folder / "publicKeysHashHashes.bin").read_bytes(), sha256(table))
+        check_table(curve, str(folder), len(PASSWORDS))
 
     def decrypt_by_the_document(self, fields, password, cipher):
         length = int(cipher[3:]) // 8
@@ -195,10 +197,12 @@ class Example(unittest.TestCase):
         self.assertEqual(opened, hex_figure("decrypted private key"))
 
     def test_table_of_hashes(self):
-        records = [b"\1\0\0\0" + self.point("prime256v1", number) for number in range(1, 9)]
-        self.assertEqual(hex_figure("record"), records[0])
-        self.assertEqual(figure("table"), "".join(sha256(record).hex() + "\n" for record in records))
-        self.assertEqual(hex_figure("table hash"), sha256(b"".join(sha256(record) for record in records)))
+        points = [self.point("prime256v1", number) for number in range(1, 9)]
+        self.assertEqual(hex_figure("record"), b"\1\0\0\0" + points[0])
+        hashes = hashes_of_records("prime256v1", points)
+        self.assertEqual(sha256(hex_figure("record")), hashes[0])
+        self.assertEqual(figure("table"), "".join(each.hex() + "\n" for each in hashes))
+        self.assertEqual(hex_figure("table hash"), table_hash("prime256v1", points))
 
     def test_every_figure_is_looked_at_by_a_test(self):
         with open(os.path.abspath(__file__), encoding="utf-8") as source:

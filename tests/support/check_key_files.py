@@ -6,6 +6,8 @@
 
 CURVE is prime256v1 or brainpoolP256t1, CIPHER is aes128 or aes256. `packet` expects the default names. `table`
 checks the table hash alone, also where pairs have failed. Prints nothing and exits with 0, or says what is wrong.
+
+The tests in Python, the sweep of failing calls and the benchmark call its functions, which raise NotSo.
 """
 
 import base64
@@ -82,9 +84,13 @@ CIPHERS = {
 LONGEST_PASS_PHRASE = 1024
 
 
+class NotSo(Exception):
+    """What was to be checked does not hold."""
+
+
 def require(condition, claim):
     if not condition:
-        sys.exit("not so: " + claim)
+        raise NotSo("not so: " + claim)
 
 
 def content(path):
@@ -143,6 +149,7 @@ def decrypted(path, cipher, password):
 
 
 def check_private_key(path, curve, cipher, password, point):
+    """Returns the private number."""
     plain = decrypted(path, cipher, password)
     require(plain is not None, f"{path} opens with its password")
     private = plain[-102:-70]
@@ -151,12 +158,27 @@ def check_private_key(path, curve, cipher, password, point):
             f"{path} holds a key with the public point")
     number = int.from_bytes(private, "big")
     require(0 < number < curve.n, f"{path} holds a number below the order")
-    x, y = curve.public_point(number)
-    require(x.to_bytes(32, "big") + y.to_bytes(32, "big") == point, f"{path} belongs to its public key")
     return number
 
 
-def check_pair(curve_name, cipher, private, public, hash_file, password):
+def check_multiple(path, curve, number, point):
+    x, y = curve.public_point(number)
+    require(x.to_bytes(32, "big") + y.to_bytes(32, "big") == point, f"{path} belongs to its public key")
+
+
+def check_as_read_by_the_package(private, public, password, number):
+    """The package computes the public key of the private one, too, and refuses a key that does not go with it."""
+    try:
+        key = load_pem_private_key(content(private), password)
+    except ValueError as problem:
+        raise NotSo(f"not so: {private} is read alike: {problem}") from problem
+    require(key.private_numbers().private_value == number, f"{private} is read alike")
+    require(key.public_key().public_bytes(Encoding.PEM, PublicFormat.SubjectPublicKeyInfo) == content(public),
+            f"{public} is written alike")
+
+
+def check_pair(curve_name, cipher, private, public, hash_file, password, *, quickly=False):
+    """`quickly` leaves it to the package alone to multiply; then the curve must be one that it knows."""
     curve = CURVES[curve_name]
     point = binary_form(public, curve)
     number = check_private_key(private, curve, cipher, password, point)
@@ -164,10 +186,11 @@ def check_pair(curve_name, cipher, private, public, hash_file, password):
     # The package knows one of the two curves, and passwords of less than 1024 bytes; within these bounds it reads
     # the whole file by itself too.
     if curve_name == "prime256v1" and len(password) < 1024:
-        key = load_pem_private_key(content(private), password)
-        require(key.private_numbers().private_value == number, f"{private} is read alike")
-        require(key.public_key().public_bytes(Encoding.PEM, PublicFormat.SubjectPublicKeyInfo) == content(public),
-                f"{public} is written alike")
+        check_as_read_by_the_package(private, public, password, number)
+    else:
+        require(not quickly, f"{curve_name} and the password are known to the package")
+    if not quickly:
+        check_multiple(private, curve, number, point)
     return number
 
 
@@ -181,13 +204,20 @@ def table_entry(path, curve):
     return (der[header:] + der[len(der) - header:])[:64]
 
 
-def check_table(curve_name, folder, count):
+def hashes_of_records(curve_name, points):
+    """The table: a hash for each point, one after the other."""
+    return [hashlib.sha256(bytes([CURVES[curve_name].identifier, 0, 0, 0]) + point).digest() for point in points]
+
+
+def table_hash(curve_name, points):
+    return hashlib.sha256(b"".join(hashes_of_records(curve_name, points))).digest()
+
+
+def check_table(curve_name, folder, count, unread=()):
+    """The public keys whose numbers are in `unread` count as zeros, whatever their files hold."""
     curve = CURVES[curve_name]
-    records = b""
-    for i in range(count):
-        entry = table_entry(f"{folder}/publicKey{i:02}.pem", curve)
-        records += hashlib.sha256(bytes([curve.identifier, 0, 0, 0]) + entry).digest()
-    require(content(f"{folder}/publicKeysHashHashes.bin") == hashlib.sha256(records).digest(),
+    points = [bytes(64) if i in unread else table_entry(f"{folder}/publicKey{i:02}.pem", curve) for i in range(count)]
+    require(content(f"{folder}/publicKeysHashHashes.bin") == table_hash(curve_name, points),
             "the table hash is that of the public keys")
 
 
@@ -220,4 +250,8 @@ def main():
         sys.exit(__doc__)
 
 
-main()
+if __name__ == "__main__":
+    try:
+        main()
+    except (NotSo, OSError, ValueError) as problem:
+        sys.exit(str(problem))
