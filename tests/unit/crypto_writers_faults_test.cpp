@@ -30,9 +30,9 @@ const std::string hashError = Error("Error : calculating public Key (DER Format)
 const std::string formerHashError = Error("Error: calculating PubKey hash fails\n");
 
 /// The hash file of a key, under faults.
-class HashFileFaults : public testing::Test {
+class HashFileUnderFaults : public testing::Test {
 protected:
-    ~HashFileFaults() override { ERR_clear_error(); }
+    ~HashFileUnderFaults() override { ERR_clear_error(); }
 
     void expectFailure(const std::string &messages, const Preparation &prepare)
     {
@@ -73,14 +73,14 @@ protected:
     bool opened = false;
 };
 
-TEST_F(HashFileFaults, StopBeforeTheHashWithoutABuffer)
+TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheBufferCannotBeAllocated)
 {
     expectFailure(Error("Error: allocating buffer for PubKey hash fails\n"),
                   [](LibraryFaults &faults) { faults.fail("CRYPTO_malloc"); });
     expectOldFile();
 }
 
-TEST_F(HashFileFaults, StopAtTheEncodingBeforeTheFileIsOpened)
+TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheEncodingFails)
 {
     expectFailure(Error("Error: extracting public key fails\n") + plainLine + formerHashError,
                   [](LibraryFaults &faults) { faults.fail("i2d_PUBKEY"); });
@@ -94,7 +94,7 @@ TEST_F(HashFileFaults, StopAtTheEncodingBeforeTheFileIsOpened)
     expectOldFile();
 }
 
-TEST_F(HashFileFaults, StopAtTheDigestBeforeTheFileIsOpened)
+TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheDigestFails)
 {
     for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"}) {
         expectFailure(Error("unknown message digest ") + hashError + formerHashError,
@@ -110,7 +110,7 @@ TEST_F(HashFileFaults, StopAtTheDigestBeforeTheFileIsOpened)
     }
 }
 
-TEST_F(HashFileFaults, AreReportedWithThePathWhereTheFileFails)
+TEST_F(HashFileUnderFaults, IsNamedInTheMessageWhereItCannotBeWritten)
 {
     expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fopen"); });
     EXPECT_EQ(ModeOf(path), 0226);
@@ -121,7 +121,7 @@ TEST_F(HashFileFaults, AreReportedWithThePathWhereTheFileFails)
     EXPECT_EQ(ModeOf(path), 0226);
 }
 
-TEST_F(HashFileFaults, FindTheFileWritableWhileItIsOpenAndReadOnlyAfterwards)
+TEST_F(HashFileUnderFaults, IsWritableWhileItIsOpenAndReadOnlyAfterwards)
 {
     WriteFile(path, "old");
     fs::permissions(path, fs::perms(0444));
@@ -139,7 +139,7 @@ TEST_F(HashFileFaults, FindTheFileWritableWhileItIsOpenAndReadOnlyAfterwards)
                                         "fflush", "fclose"}));
 }
 
-TEST_F(HashFileFaults, OfThePacketsHashAreReportedWithThePath)
+TEST_F(HashFileUnderFaults, IsNamedInTheMessageForThePacketsHashToo)
 {
     const std::string messages = Error("Error: Creating file fails: ") + Error(path) + Error("\n");
     const std::string hash(32, 'h');
@@ -160,9 +160,9 @@ TEST_F(HashFileFaults, OfThePacketsHashAreReportedWithThePath)
 }
 
 /// The two PEM writers under faults.
-class KeyFileFaults : public testing::Test {
+class KeyFileUnderFaults : public testing::Test {
 protected:
-    ~KeyFileFaults() override { ERR_clear_error(); }
+    ~KeyFileUnderFaults() override { ERR_clear_error(); }
 
     void expectPrivateKeyFailure(const std::string &message, const Preparation &prepare)
     {
@@ -206,7 +206,7 @@ protected:
     const std::string path = folder / "key.pem";
 };
 
-TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileStaysWritable)
+TEST_F(KeyFileUnderFaults, StaysWritableWhereThePrivateKeyFails)
 {
     expectPrivateKeyFailure("Error: creating Key File fails\n",
                             [](LibraryFaults &faults) { faults.fail("fopen"); });
@@ -224,7 +224,7 @@ TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileStaysWritable)
     }
 }
 
-TEST_F(KeyFileFaults, AreReportedForThePublicKeyWhoseFileBecomesReadOnly)
+TEST_F(KeyFileUnderFaults, BecomesReadOnlyWhereThePublicKeyFails)
 {
     expectPublicKeyFailure(-1, "Error: creating key file fails\n", 0226,
                            [](LibraryFaults &faults) { faults.fail("fopen"); });
@@ -238,7 +238,7 @@ TEST_F(KeyFileFaults, AreReportedForThePublicKeyWhoseFileBecomesReadOnly)
     }
 }
 
-TEST_F(KeyFileFaults, FindTheFilesWritableUntilTheyAreClosed)
+TEST_F(KeyFileUnderFaults, IsWritableUntilItIsClosed)
 {
     for (const bool isPrivate : {true, false}) {
         fs::remove(path);
