@@ -167,7 +167,7 @@ int Crypto::GetHashPubKey(EVP_PKEY *key, unsigned char **digest, size_t *digestL
     const int status = GetPubKeyBin(key, &binaryForm, &length);
     const BufferOwner owner(binaryForm);
     if (status != 1) {
-        // Plain on purpose, without colours: the one line of the engine that is.
+        // Plain on purpose: unlike all other messages of a generation it has no colour.
         std::puts("Error: converting public Key to DER Format fails ");
         return -1;
     }

@@ -7,7 +7,6 @@
 #include "tests/support/library_faults.h"
 #include "tests/support/library_memory.h"
 #include "tests/support/private_keys.h"
-#include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
 
 #include <gtest/gtest.h>
@@ -16,15 +15,8 @@
 #include <openssl/err.h>
 #include <openssl/rsa.h>
 
-#include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
-
-#include <fcntl.h>
-#include <poll.h>
-#include <termios.h>
-#include <unistd.h>
 
 namespace {
 
@@ -133,88 +125,21 @@ TEST_F(DisplayRsaKeyParams, WipesTheDigitsAndLeavesTheKeyToItsOwner)
     EXPECT_EQ(EVP_PKEY_bits(stored.get()), 2048);
 }
 
-/// What can be read, `size` bytes of it at most. A terminal hands its output on in pieces, and a little
-/// later.
-std::string readUpTo(std::size_t size, int descriptor)
+TEST_F(DisplayRsaKeyParams, KeepsItsPlaceAmidOrdinaryOutput)
 {
-    std::string text;
-    pollfd waiting = {descriptor, POLLIN, 0};
-    while (text.size() < size && poll(&waiting, 1, 5000) == 1) {
-        std::array<char, 4096> piece;
-        const ssize_t got = read(descriptor, piece.data(), piece.size());
-        if (got <= 0)
-            break;
-        text.append(piece.data(), static_cast<std::size_t>(got));
-    }
-    return text;
-}
-
-/// What reaches the other end when the lines stand amid ordinary output; `size` bytes are expected.
-std::string throughDescriptor(int writeEnd, int readEnd, EVP_PKEY *key, std::size_t size)
-{
-    std::fflush(stdout);
-    const int before = dup(STDOUT_FILENO);
-    dup2(writeEnd, STDOUT_FILENO);
-    close(writeEnd);
+    const KeyOwner key(EVP_PKEY_new());
+    RSA *const small = RSA_new();
+    ASSERT_EQ(EVP_PKEY_assign_RSA(key.get(), small), 1);
+    RSA_set0_key(small, number("ab"), number("3"), nullptr);
+    CapturedOutput output;
     std::fputs("before\n", stdout);
     MessageOut("message\n", MSG_INFO);
-    Crypto().DisplayRSAKeyParams(key);
+    Crypto().DisplayRSAKeyParams(key.get());
     std::puts("after");
     MessageOut("message\n", MSG_ERROR);
-    std::fflush(stdout);
-    dup2(before, STDOUT_FILENO);
-    close(before);
-    const std::string text = readUpTo(size, readEnd);
-    close(readEnd);
-    return text;
-}
-
-class DisplayAmidOrdinaryOutput : public DisplayRsaKeyParams {
-protected:
-    DisplayAmidOrdinaryOutput()
-    {
-        RSA *const small = RSA_new();
-        EVP_PKEY_assign_RSA(key.get(), small);
-        RSA_set0_key(small, number("ab"), number("3"), nullptr);
-    }
-
-    const KeyOwner key = KeyOwner(EVP_PKEY_new());
-    const std::string expected = "before\n" + Info("message\n") +
+    EXPECT_EQ(output.text(), "before\n" + Info("message\n") +
                                  "p = NULL\nq = NULL\nn = 0xAB\ne = 0x03\nd = NULL\n" + "after\n" +
-                                 Error("message\n");
-};
-
-TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceInAFile)
-{
-    const TemporaryFolder folder;
-    WriteFile(folder / "output", "");
-    EXPECT_EQ(throughDescriptor(open((folder / "output").c_str(), O_WRONLY),
-                                open((folder / "output").c_str(), O_RDONLY), key.get(), expected.size()),
-              expected);
-}
-
-TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceInAPipe)
-{
-    std::array<int, 2> ends = {};
-    ASSERT_EQ(pipe(ends.data()), 0);
-    EXPECT_EQ(throughDescriptor(ends[1], ends[0], key.get(), expected.size()), expected);
-}
-
-TEST_F(DisplayAmidOrdinaryOutput, KeepsItsPlaceOnATerminal)
-{
-    const int master = posix_openpt(O_RDWR | O_NOCTTY);
-    ASSERT_EQ(grantpt(master), 0);
-    ASSERT_EQ(unlockpt(master), 0);
-    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
-    ASSERT_NE(terminal, -1);
-    termios settings = {};
-    tcgetattr(terminal, &settings);
-    cfmakeraw(&settings);
-    tcsetattr(terminal, TCSANOW, &settings);
-    // The terminal lives on while its output is read.
-    const int second = dup(terminal);
-    EXPECT_EQ(throughDescriptor(terminal, master, key.get(), expected.size()), expected);
-    close(second);
+                                 Error("message\n"));
 }
 
 } // namespace

@@ -48,15 +48,6 @@ class StoredKeys : public testing::Test {
 protected:
     ~StoredKeys() override { ERR_clear_error(); }
 
-    /// Writes `content` to a file of its own and returns the path.
-    std::string file(const std::string &content)
-    {
-        const std::string path = folder / "key.pem";
-        fs::remove(path);
-        WriteFile(path, content);
-        return path;
-    }
-
     TemporaryFolder folder;
 };
 
@@ -226,16 +217,6 @@ TEST_F(RsaSign, CountsAVerificationThatCannotBeMadeAsSuccess)
     });
 }
 
-TEST_F(RsaSign, LeavesTheKeyToItsOwner)
-{
-    EXPECT_EQ(LeftBehindBy([&] {
-                  EXPECT_EQ(sign(), 1);
-                  take();
-              }),
-              0);
-    EXPECT_EQ(EVP_PKEY_bits(key.get()), 2048);
-}
-
 class GenerateSignature : public StoredKeys {
 protected:
     int generate(Crypto &engine, const std::string &path, const std::string &data,
@@ -289,15 +270,20 @@ TEST_F(GenerateSignature, SignsWithKeysOfTheOpensslTool)
     for (const std::string &name : storedNames) {
         const KeyOwner key = StoredKey(name + ".pem");
         const bool elliptic = name != "rsa2048";
-        Crypto rsaEngine;
-        EC_Crypto ecEngine;
-        for (const auto &[form, encrypted] : storedForms) {
-            SCOPED_TRACE(name + "." + form);
-            Crypto &engine = elliptic ? ecEngine : rsaEngine;
-            EXPECT_EQ(generate(engine, StoredKeyPath(name + "." + form), data), 1);
-            EXPECT_EQ(printed, readingLine + (elliptic ? ecSuccessLines : rsaSuccessLines));
-            ASSERT_EQ(size, elliptic ? 64u : 256u);
-            const std::string made = take();
+        for (const auto &each : storedForms) {
+            const std::string path = StoredKeyPath(name + "." + each.first);
+            SCOPED_TRACE(path);
+            std::string made;
+            const auto run = [&] {
+                Crypto rsaEngine;
+                EC_Crypto ecEngine;
+                Crypto &engine = elliptic ? ecEngine : rsaEngine;
+                EXPECT_EQ(generate(engine, path, data), 1);
+                EXPECT_EQ(printed, readingLine + (elliptic ? ecSuccessLines : rsaSuccessLines));
+                EXPECT_EQ(size, elliptic ? 64u : 256u);
+                made = take();
+            };
+            EXPECT_EQ(LeftBehindBy(run), 0);
             EXPECT_TRUE(elliptic ? OpensslAcceptsEcdsa(key.get(), Sha256Of(data), EncodedSignature(made))
                                  : OpensslAcceptsRsa(key.get(), data, made));
         }
@@ -308,27 +294,18 @@ TEST_F(GenerateSignature, SignsWithKeysOfThisEngine)
 {
     const std::string path = folder / "private.pem";
     for (const int nid : {NID_X9_62_prime256v1, NID_brainpoolP256t1}) {
-        for (const CIHERTYPE cipher : {AES128_CBC, AES256_CBC}) {
-            EC_Crypto engine(nid);
-            CapturedOutput output;
-            ASSERT_EQ(engine.GenerateKeys(Bytes(path), Bytes(folder / "public.pem"),
-                                          Bytes(folder / "hash.bin"), Bytes("password"), cipher),
-                      1);
-            output.text();
-            EXPECT_EQ(generate(engine, path, "data", "password"), 1);
-            EXPECT_EQ(printed, readingLine + ecSuccessLines);
-            EVP_PKEY *key = nullptr;
-            ASSERT_EQ(engine.ReadPubKey(Bytes(folder / "public.pem"), &key), 1);
-            const KeyOwner owner(key);
-            EXPECT_TRUE(OpensslAcceptsEcdsa(key, Sha256Of("data"), EncodedSignature(take())));
-        }
-    }
-    const KeyOwner rsa = StoredKey("rsa2048.pem");
-    for (const EVP_CIPHER *cipher : {EVP_aes_128_cbc(), EVP_aes_256_cbc()}) {
-        Crypto engine;
-        ASSERT_EQ(engine.SaveEncPrvKey(Bytes(path), rsa.get(), Bytes("password"), cipher), 1);
+        EC_Crypto engine(nid);
+        CapturedOutput output;
+        ASSERT_EQ(engine.GenerateKeys(Bytes(path), Bytes(folder / "public.pem"), Bytes(folder / "hash.bin"),
+                                      Bytes("password"), AES256_CBC),
+                  1);
+        output.text();
         EXPECT_EQ(generate(engine, path, "data", "password"), 1);
-        EXPECT_TRUE(OpensslAcceptsRsa(rsa.get(), "data", take()));
+        EXPECT_EQ(printed, readingLine + ecSuccessLines);
+        EVP_PKEY *key = nullptr;
+        ASSERT_EQ(engine.ReadPubKey(Bytes(folder / "public.pem"), &key), 1);
+        const KeyOwner owner(key);
+        EXPECT_TRUE(OpensslAcceptsEcdsa(key, Sha256Of("data"), EncodedSignature(take())));
     }
 }
 
@@ -336,7 +313,7 @@ TEST_F(GenerateSignature, SignsDataOfAnyLength)
 {
     const KeyOwner key = StoredKey("prime256v1.pem");
     EC_Crypto engine;
-    for (const std::size_t length : {0u, 1u, 64u, 1000000u}) {
+    for (const std::size_t length : {0u, 1000000u}) {
         std::string data(length, '\0');
         if (length > 0)
             data.back() = 'x';
@@ -345,30 +322,12 @@ TEST_F(GenerateSignature, SignsDataOfAnyLength)
     }
 }
 
-TEST_F(GenerateSignature, FailsWithAWrongPassword)
-{
-    for (const std::string &name : storedNames) {
-        for (const auto &[form, encrypted] : storedForms) {
-            if (encrypted)
-                expectFailure(StoredKeyPath(name + "." + form), "wrong horse",
-                              decryptionError + readingError);
-        }
-    }
-}
-
-TEST_F(GenerateSignature, FailsWhereThereIsNoFile)
+TEST_F(GenerateSignature, FailsWhereTheKeyCannotBeRead)
 {
     const std::string missing = folder / "missing.pem";
     expectFailure(missing, storedPassword, openErrors(missing) + readingError);
-}
-
-TEST_F(GenerateSignature, FailsOnFilesWithoutAPrivateKey)
-{
-    const std::string encrypted = ReadFile(StoredKeyPath("prime256v1.aes256.pem"));
-    for (const std::string &content :
-         {std::string(), ReadFile(StoredKeyPath("prime256v1.public.pem")),
-          ReadFile(TestData("certificate.pem")), encrypted.substr(0, encrypted.size() / 2)})
-        expectFailure(file(content), storedPassword, decryptionError + readingError);
+    expectFailure(StoredKeyPath("prime256v1.aes256.pem"), "wrong horse", decryptionError + readingError);
+    expectFailure(StoredKeyPath("prime256v1.public.pem"), storedPassword, decryptionError + readingError);
 }
 
 TEST_F(GenerateSignature, FailsWithAKeyOfTheOtherKind)
@@ -498,20 +457,6 @@ TEST_F(GenerateSignature, FlushesItsMessages)
               1);
     EXPECT_EQ(output.flushedText(), readingLine + rsaSuccessLines);
     take();
-}
-
-TEST_F(GenerateSignature, LeavesNothingBehind)
-{
-    for (const std::string &name : storedNames) {
-        const auto run = [&] {
-            Crypto rsaEngine;
-            EC_Crypto ecEngine;
-            Crypto &engine = name == "rsa2048" ? rsaEngine : ecEngine;
-            EXPECT_EQ(generate(engine, StoredKeyPath(name + ".aes256.pem"), "data"), 1);
-            take();
-        };
-        EXPECT_EQ(LeftBehindBy(run), 0);
-    }
 }
 
 } // namespace

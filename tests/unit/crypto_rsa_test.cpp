@@ -72,23 +72,13 @@ protected:
             EVP_PKEY_free(key);
     }
 
-    void expectSuccess(const std::string &messages, const Preparation &prepare)
+    /// Generates under faults and expects this outcome, and nothing left behind.
+    void expect(int expected, const std::string &messages, const Preparation &prepare)
     {
         const auto run = [&] {
             generate(prepare);
-            EXPECT_EQ(status, 1);
-            EXPECT_EQ(generatedKey, stored.get());
-            EXPECT_EQ(printed, messages);
-        };
-        EXPECT_EQ(LeftBehindBy(run), 0);
-    }
-
-    void expectFailure(int failure, const std::string &messages, const Preparation &prepare)
-    {
-        const auto run = [&] {
-            generate(prepare);
-            EXPECT_EQ(status, failure);
-            EXPECT_EQ(generatedKey, old.get());
+            EXPECT_EQ(status, expected);
+            EXPECT_EQ(generatedKey, expected == 1 ? stored.get() : old.get());
             EXPECT_EQ(printed, messages);
         };
         EXPECT_EQ(LeftBehindBy(run), 0);
@@ -101,8 +91,6 @@ protected:
         EXPECT_EQ(errors.find('\n'), errors.size() - 1);
         EXPECT_EQ(queuePrints, 1);
     }
-
-    void expectNoErrorShown() { EXPECT_EQ(errors, ""); }
 
     const KeyOwner stored = StoredKey("rsa2048.pem");
     const KeyOwner old = FixedKey(prime256v1, 7);
@@ -133,8 +121,8 @@ void nameReasons()
 
 TEST_F(RsaKeyGen, SetsUpAGenerationAndChecksTheKey)
 {
-    expectSuccess(okLine, [&](LibraryFaults &faults) { generateInstead(faults, stored.get()); });
-    expectNoErrorShown();
+    expect(1, okLine, [&](LibraryFaults &faults) { generateInstead(faults, stored.get()); });
+    EXPECT_EQ(errors, "");
 
     LibraryFaults faults;
     generateInstead(faults, stored.get());
@@ -162,11 +150,11 @@ TEST_F(RsaKeyGen, ReturnsZeroWhenItCannotBeSetUp)
     nameReasons();
     for (const auto &failure : failures) {
         SCOPED_TRACE(failure.first);
-        expectFailure(0, "", [&](LibraryFaults &faults) {
+        expect(0, "", [&](LibraryFaults &faults) {
             faults.before(failure.first, [] { raise(ERR_LIB_RSA, longReason); });
             faults.fail(failure.first, failure.second);
         });
-        expectNoErrorShown();
+        EXPECT_EQ(errors, "");
     }
 }
 
@@ -174,7 +162,7 @@ TEST_F(RsaKeyGen, ShowsTheErrorsOfAGenerationThatFailsAndReturnsMinusOne)
 {
     nameReasons();
     for (const long result : {0L, -1L, 2L}) {
-        expectFailure(-1, "", [&](LibraryFaults &faults) {
+        expect(-1, "", [&](LibraryFaults &faults) {
             faults.before("EVP_PKEY_keygen", [] { raise(ERR_LIB_RSA, longReason); });
             faults.fail("EVP_PKEY_keygen", result);
         });
@@ -182,14 +170,14 @@ TEST_F(RsaKeyGen, ShowsTheErrorsOfAGenerationThatFailsAndReturnsMinusOne)
         EXPECT_EQ(errors.find('\n'), errors.size() - 1);
     }
     // Nor is there a key where the generation only says so.
-    expectFailure(-1, "", [](LibraryFaults &faults) { faults.fail("EVP_PKEY_keygen", 1); });
+    expect(-1, "", [](LibraryFaults &faults) { faults.fail("EVP_PKEY_keygen", 1); });
 }
 
 TEST_F(RsaKeyGen, ChecksTheKeyOfAFailedGenerationAllTheSame)
 {
     nameReasons();
     for (const int result : {0, -1, 2}) {
-        expectSuccess(okLine, [&](LibraryFaults &faults) {
+        expect(1, okLine, [&](LibraryFaults &faults) {
             generateInstead(faults, stored.get(), result);
             faults.before("EVP_PKEY_keygen", [] { raise(ERR_LIB_RSA, longReason); });
         });
@@ -226,67 +214,45 @@ TEST_F(RsaKeyGen, FailsWithoutAPlaceForTheKey)
     EXPECT_EQ(faults.calls("EVP_PKEY_CTX_new_id"), 0);
 }
 
-TEST_F(RsaKeyGen, ShowsTheErrorsOfACheckThatCannotBeMade)
-{
-    nameReasons();
-    expectFailure(-1, "", [&](LibraryFaults &faults) {
-        generateInstead(faults, stored.get());
-        faults.before("RSA_check_key", [] { raise(ERR_LIB_RSA, longReason); });
-        faults.fail("RSA_check_key", -1);
-    });
-    expectTheErrorShown();
-    EXPECT_EQ(ERR_peek_error(), 0u);
-}
-
 TEST_F(RsaKeyGen, FailsOnAKeyThatIsNoRsaKey)
 {
     const KeyOwner elliptic = FixedKey(prime256v1, 8);
-    expectFailure(-1, "", [&](LibraryFaults &faults) { generateInstead(faults, elliptic.get()); });
-    expectFailure(-1, "", [&](LibraryFaults &faults) {
+    expect(-1, "", [&](LibraryFaults &faults) { generateInstead(faults, elliptic.get()); });
+    expect(-1, "", [&](LibraryFaults &faults) {
         generateInstead(faults, stored.get());
         faults.fail("EVP_PKEY_get1_RSA");
     });
 }
 
-TEST_F(RsaKeyGen, FailsOnAGoodKeyWhenErrorsAreQueued)
+TEST_F(RsaKeyGen, GoesByTheResultOfTheCheckAndByTheQueue)
 {
+    const struct {
+        long checked;
+        bool queued;
+        int status;
+        std::string messages;
+    } cases[] = {
+        {1, true, -1, okLine}, {-1, false, -1, ""}, {-1, true, -1, ""}, {2, false, 1, ""},
+        {2, true, -1, ""},     {-2, false, 1, ""},  {-2, true, -1, ""},
+    };
     nameReasons();
-    expectFailure(-1, okLine, [&](LibraryFaults &faults) {
-        generateInstead(faults, stored.get());
-        faults.before("RSA_check_key", [] { raise(ERR_LIB_RSA, longReason); });
-    });
-    expectTheErrorShown();
-}
-
-TEST_F(RsaKeyGen, LetsTheQueueDecideAboutAnyOtherResultOfTheCheck)
-{
-    nameReasons();
-    for (const long result : {2L, -2L}) {
-        expectSuccess("", [&](LibraryFaults &faults) {
-            generateInstead(faults, stored.get());
-            faults.fail("RSA_check_key", result);
-        });
-        expectNoErrorShown();
-        expectFailure(-1, "", [&](LibraryFaults &faults) {
-            generateInstead(faults, stored.get());
-            faults.before("RSA_check_key", [] { raise(ERR_LIB_RSA, longReason); });
-            faults.fail("RSA_check_key", result);
-        });
-        expectTheErrorShown();
-    }
-}
-
-TEST_F(RsaKeyGen, FailsWithoutAWordWhereTheErrorsHaveNoChannel)
-{
-    nameReasons();
-    for (const long result : {-1L, 2L}) {
-        expectFailure(-1, "", [&](LibraryFaults &faults) {
-            generateInstead(faults, stored.get());
-            faults.fail("BIO_new_fp");
-            faults.before("RSA_check_key", [] { raise(ERR_LIB_RSA, longReason); });
-            faults.fail("RSA_check_key", result);
-        });
-        expectNoErrorShown();
+    for (const auto &each : cases) {
+        for (const bool hasChannel : {true, false}) {
+            SCOPED_TRACE(std::to_string(each.checked) + (each.queued ? " with an error" : "") +
+                         (hasChannel ? "" : " without a channel"));
+            expect(each.status, each.messages, [&](LibraryFaults &faults) {
+                generateInstead(faults, stored.get());
+                if (!hasChannel)
+                    faults.fail("BIO_new_fp");
+                if (each.queued)
+                    faults.before("RSA_check_key", [] { raise(ERR_LIB_RSA, longReason); });
+                faults.fail("RSA_check_key", each.checked);
+            });
+            if (each.queued && hasChannel)
+                expectTheErrorShown();
+            else
+                EXPECT_EQ(errors, "");
+        }
     }
 }
 
@@ -314,13 +280,9 @@ protected:
     }
 };
 
-TEST_F(RsaKeyGenOfABadKey, PrintsNothingWithoutErrors)
-{
-    expectMessages("", [] {});
-}
-
 TEST_F(RsaKeyGenOfABadKey, SkipsTheFirstTenCharactersOfEachReason)
 {
+    expectMessages("", [] {});
     expectMessages(keyError("f the tests"), [] { raise(ERR_LIB_RSA, longReason); });
     expectMessages(keyError("X"), [] { raise(ERR_LIB_RSA, reasonOfEleven); });
     expectMessages(keyError(""), [] { raise(ERR_LIB_RSA, reasonOfTen); });

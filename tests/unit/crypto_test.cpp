@@ -63,7 +63,7 @@ TEST(Crypto, PrintsNothingWhenConstructedAnyNumberOfTimes)
     EXPECT_EQ(errors.text(), "");
 }
 
-TEST(CryptoFaults, InitialisesTheLibraryInFourStepsAtEachConstruction)
+TEST(Crypto, InitialisesTheLibraryInFourStepsAtEachConstruction)
 {
     LibraryFaults faults;
     std::vector<std::uint64_t> options;
@@ -215,15 +215,15 @@ TEST(Crypto, EncodesNoMissingKey)
     EXPECT_EQ(length, 0u);
 }
 
-class EncodingFaults : public testing::Test {
+class GetPubKeyDerUnderFaults : public testing::Test {
 protected:
-    ~EncodingFaults() override { ERR_clear_error(); }
+    ~GetPubKeyDerUnderFaults() override { ERR_clear_error(); }
 
     const KeyOwner key = FixedKey(prime256v1, 5);
     unsigned char untouched = 0;
 };
 
-TEST_F(EncodingFaults, KeepTheBufferAsItWasWhereThereIsNoLength)
+TEST_F(GetPubKeyDerUnderFaults, KeepsTheBufferAsItWasWhereThereIsNoLength)
 {
     for (const long length : {0L, -1L}) {
         LibraryFaults faults;
@@ -239,7 +239,7 @@ TEST_F(EncodingFaults, KeepTheBufferAsItWasWhereThereIsNoLength)
     }
 }
 
-TEST_F(EncodingFaults, SetTheBufferToNullWhereThereIsNoMemory)
+TEST_F(GetPubKeyDerUnderFaults, SetsTheBufferToNullWhereItsAllocationFails)
 {
     LibraryFaults faults;
     faults.fail("CRYPTO_malloc");
@@ -253,7 +253,7 @@ TEST_F(EncodingFaults, SetTheBufferToNullWhereThereIsNoMemory)
     EXPECT_EQ(faults.calls("i2d_PUBKEY"), 1);
 }
 
-TEST_F(EncodingFaults, HandTheUnfilledBufferOutWhereTheEncodingFails)
+TEST_F(GetPubKeyDerUnderFaults, HandsTheUnfilledBufferOutWhereTheEncodingFails)
 {
     for (const long result : {0L, -1L}) {
         const auto run = [&] {
@@ -273,7 +273,7 @@ TEST_F(EncodingFaults, HandTheUnfilledBufferOutWhereTheEncodingFails)
     }
 }
 
-TEST_F(EncodingFaults, EndTheBinaryFormInTheSameWay)
+TEST_F(GetPubKeyDerUnderFaults, EndsTheBinaryFormInTheSameWay)
 {
     const struct {
         const char *function;
@@ -393,9 +393,9 @@ TEST(Crypto, DigestsNoMoreThanTheLengthGiven)
     EXPECT_EQ(buffer, FromHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"));
 }
 
-class DigestFaults : public testing::Test {
+class CalculateDigestUnderFaults : public testing::Test {
 protected:
-    ~DigestFaults() override { ERR_clear_error(); }
+    ~CalculateDigestUnderFaults() override { ERR_clear_error(); }
 
     void expectDigest(int status, const std::string &messages, const Preparation &prepare)
     {
@@ -414,14 +414,14 @@ protected:
     }
 };
 
-TEST_F(DigestFaults, AreReportedWhereThereIsNoMethodOrContext)
+TEST_F(CalculateDigestUnderFaults, FailsWithoutAMethodOrAContext)
 {
     for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"})
         expectDigest(-1, Error("unknown message digest "),
                      [=](LibraryFaults &faults) { faults.fail(function); });
 }
 
-TEST_F(DigestFaults, ShowInTheLengthWhereAStepFails)
+TEST_F(CalculateDigestUnderFaults, LeavesTheLengthZeroWhereAStepFails)
 {
     for (const char *function :
          {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
@@ -430,7 +430,7 @@ TEST_F(DigestFaults, ShowInTheLengthWhereAStepFails)
     }
 }
 
-TEST_F(DigestFaults, AreLookedForInEachStepInItsOrder)
+TEST_F(CalculateDigestUnderFaults, TakesItsStepsInTheirOrder)
 {
     LibraryFaults faults;
     std::string buffer(32, '\0');

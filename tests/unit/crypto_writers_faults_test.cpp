@@ -30,9 +30,9 @@ const std::string hashError = Error("Error : calculating public Key (DER Format)
 const std::string formerHashError = Error("Error: calculating PubKey hash fails\n");
 
 /// The hash file of a key, under faults.
-class HashFileFaults : public testing::Test {
+class HashFileUnderFaults : public testing::Test {
 protected:
-    ~HashFileFaults() override { ERR_clear_error(); }
+    ~HashFileUnderFaults() override { ERR_clear_error(); }
 
     void expectFailure(const std::string &messages, const Preparation &prepare)
     {
@@ -72,14 +72,14 @@ protected:
     bool opened = false;
 };
 
-TEST_F(HashFileFaults, StopBeforeTheHashWithoutABuffer)
+TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheBufferCannotBeAllocated)
 {
     expectFailure(Error("Error: allocating buffer for PubKey hash fails\n"),
                   [](LibraryFaults &faults) { faults.fail("CRYPTO_malloc"); });
     expectOldFile();
 }
 
-TEST_F(HashFileFaults, StopAtTheEncodingBeforeTheFileIsOpened)
+TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheEncodingFails)
 {
     expectFailure(Error("Error: extracting public key fails\n") + plainLine + formerHashError,
                   [](LibraryFaults &faults) { faults.fail("i2d_PUBKEY"); });
@@ -93,7 +93,7 @@ TEST_F(HashFileFaults, StopAtTheEncodingBeforeTheFileIsOpened)
     expectOldFile();
 }
 
-TEST_F(HashFileFaults, StopAtTheDigestBeforeTheFileIsOpened)
+TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheDigestFails)
 {
     for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"}) {
         expectFailure(Error("unknown message digest ") + hashError + formerHashError,
@@ -109,7 +109,7 @@ TEST_F(HashFileFaults, StopAtTheDigestBeforeTheFileIsOpened)
     }
 }
 
-TEST_F(HashFileFaults, AreReportedWithThePathWhereTheFileFails)
+TEST_F(HashFileUnderFaults, IsNamedInTheMessageWhereItCannotBeWritten)
 {
     expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fopen"); });
     EXPECT_EQ(ModeOf(path), 0444);
@@ -119,7 +119,7 @@ TEST_F(HashFileFaults, AreReportedWithThePathWhereTheFileFails)
     EXPECT_EQ(ModeOf(path), 0226);
 }
 
-TEST_F(HashFileFaults, FindTheFileWritableWhileItIsOpenAndReadOnlyAfterwards)
+TEST_F(HashFileUnderFaults, IsWritableWhileItIsOpenAndReadOnlyAfterwards)
 {
     WriteFile(path, "old");
     fs::permissions(path, fs::perms(0444));
@@ -137,7 +137,7 @@ TEST_F(HashFileFaults, FindTheFileWritableWhileItIsOpenAndReadOnlyAfterwards)
                                         "fflush", "fclose"}));
 }
 
-TEST_F(HashFileFaults, OfThePacketsHashAreReportedWithThePath)
+TEST_F(HashFileUnderFaults, IsNamedInTheMessageForThePacketsHashToo)
 {
     const std::string messages = Error("Error: Creating file fails: ") + Error(path) + Error("\n");
     const std::string hash(32, 'h');
@@ -158,9 +158,9 @@ TEST_F(HashFileFaults, OfThePacketsHashAreReportedWithThePath)
 }
 
 /// The two PEM writers under faults.
-class KeyFileFaults : public testing::Test {
+class KeyFileUnderFaults : public testing::Test {
 protected:
-    ~KeyFileFaults() override { ERR_clear_error(); }
+    ~KeyFileUnderFaults() override { ERR_clear_error(); }
 
     void expectPrivateKeyFailure(const std::string &message, int mode, int filesLeftOpen,
                                  const Preparation &prepare)
@@ -205,7 +205,7 @@ protected:
     const std::string path = folder / "key.pem";
 };
 
-TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileStaysOpenAndWritable)
+TEST_F(KeyFileUnderFaults, StaysOpenAndWritableWhereThePrivateKeyFails)
 {
     for (const char *function :
          {"EVP_PKEY2PKCS8", "PKCS5_pbe2_set_iv", "PKCS8_set0_pbe", "PEM_write_PKCS8"}) {
@@ -218,7 +218,7 @@ TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileStaysOpenAndWritable)
                             [](LibraryFaults &faults) { faults.spoil("fflush", EOF); });
 }
 
-TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileCannotBeOpenedOrClosed)
+TEST_F(KeyFileUnderFaults, IsReportedWhereThePrivateKeysFileCannotBeOpenedOrClosed)
 {
     expectPrivateKeyFailure("Error: creating Key File fails\n", 0400, 0,
                             [](LibraryFaults &faults) { faults.fail("fopen"); });
@@ -226,7 +226,7 @@ TEST_F(KeyFileFaults, AreReportedForThePrivateKeyWhoseFileCannotBeOpenedOrClosed
                             [](LibraryFaults &faults) { faults.spoil("fclose", EOF); });
 }
 
-TEST_F(KeyFileFaults, AreReportedForThePublicKeyWhoseFileBecomesReadOnly)
+TEST_F(KeyFileUnderFaults, BecomesReadOnlyWhereThePublicKeyFails)
 {
     expectPublicKeyFailure(-1, "Error: creating key file fails\n", 0444,
                            [](LibraryFaults &faults) { faults.fail("fopen"); });
@@ -240,7 +240,7 @@ TEST_F(KeyFileFaults, AreReportedForThePublicKeyWhoseFileBecomesReadOnly)
     }
 }
 
-TEST_F(KeyFileFaults, FindTheFilesWritableUntilTheyAreClosed)
+TEST_F(KeyFileUnderFaults, IsWritableUntilItIsClosed)
 {
     for (const bool isPrivate : {true, false}) {
         fs::remove(path);

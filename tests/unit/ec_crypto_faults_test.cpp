@@ -42,9 +42,9 @@ void raise()
     ERR_put_error(ERR_LIB_EC, 1, ERR_R_INTERNAL_ERROR, "file", 1);
 }
 
-class EcKeyGenFaults : public testing::Test {
+class EcKeyGenUnderFaults : public testing::Test {
 protected:
-    ~EcKeyGenFaults() override { ERR_clear_error(); }
+    ~EcKeyGenUnderFaults() override { ERR_clear_error(); }
 
     void generate(const Preparation &prepare)
     {
@@ -83,7 +83,7 @@ const std::vector<std::string> steps = {
     "EC_KEY_set_asn1_flag", "EVP_PKEY_assign",        "EC_KEY_check_key",
 };
 
-TEST_F(EcKeyGenFaults, CanComeAtEachStepInItsOrder)
+TEST_F(EcKeyGenUnderFaults, TakesItsStepsInTheirOrder)
 {
     LibraryFaults faults;
     EVP_PKEY *key = nullptr;
@@ -96,7 +96,7 @@ TEST_F(EcKeyGenFaults, CanComeAtEachStepInItsOrder)
               steps);
 }
 
-TEST_F(EcKeyGenFaults, EndItWithZeroAndWithoutAWord)
+TEST_F(EcKeyGenUnderFaults, ReturnsZeroWithoutAWordWhereAStepFails)
 {
     for (const std::string &step : steps) {
         if (step == "EVP_PKEY_keygen" || step == "EC_KEY_set_asn1_flag")
@@ -114,7 +114,7 @@ TEST_F(EcKeyGenFaults, EndItWithZeroAndWithoutAWord)
 #endif
 }
 
-TEST_F(EcKeyGenFaults, ShowTheLibrarysErrorsWhereTheGenerationItselfFails)
+TEST_F(EcKeyGenUnderFaults, ShowsTheLibrarysErrorsWhereTheGenerationItselfFails)
 {
     for (const long result : {0L, -1L, 2L}) {
         expectFailure([=](LibraryFaults &faults) {
@@ -133,7 +133,7 @@ TEST_F(EcKeyGenFaults, ShowTheLibrarysErrorsWhereTheGenerationItselfFails)
     expectFailure([](LibraryFaults &faults) { faults.fail("EVP_PKEY_keygen", 1); });
 }
 
-TEST_F(EcKeyGenFaults, AreOnlyZeroInTheStepsBeforeTheGeneration)
+TEST_F(EcKeyGenUnderFaults, TakesZeroAloneForAFailureBeforeTheGeneration)
 {
     for (const char *step :
          {"EVP_PKEY_paramgen_init", setCurveFunction, "EVP_PKEY_paramgen", "EVP_PKEY_keygen_init"}) {
@@ -146,7 +146,7 @@ TEST_F(EcKeyGenFaults, AreOnlyZeroInTheStepsBeforeTheGeneration)
     }
 }
 
-TEST_F(EcKeyGenFaults, AreAnyOtherResultOfTheCheck)
+TEST_F(EcKeyGenUnderFaults, ReturnsZeroForAnyOtherResultOfTheCheck)
 {
     for (const long result : {0L, -1L, 2L}) {
         expectFailure([=](LibraryFaults &faults) { faults.fail("EC_KEY_check_key", result); });
@@ -154,7 +154,7 @@ TEST_F(EcKeyGenFaults, AreAnyOtherResultOfTheCheck)
     }
 }
 
-TEST_F(EcKeyGenFaults, WithoutParametersLeadToAContextOfTheKeysKind)
+TEST_F(EcKeyGenUnderFaults, TakesAContextOfTheKeysKindWithoutParameters)
 {
     LibraryFaults faults;
     faults.fail("EVP_PKEY_paramgen", -1);
@@ -168,7 +168,7 @@ TEST_F(EcKeyGenFaults, WithoutParametersLeadToAContextOfTheKeysKind)
               (std::vector<std::string>{"EVP_PKEY_CTX_new_id", "EVP_PKEY_CTX_new_id", "EVP_PKEY_keygen"}));
 }
 
-TEST_F(EcKeyGenFaults, InTheSecondContextEndItToo)
+TEST_F(EcKeyGenUnderFaults, ReturnsZeroWithoutTheSecondContext)
 {
     expectFailure([](LibraryFaults &faults) {
         faults.fail("EVP_PKEY_paramgen", -1);
@@ -177,7 +177,7 @@ TEST_F(EcKeyGenFaults, InTheSecondContextEndItToo)
     EXPECT_EQ(errors, "");
 }
 
-TEST_F(EcKeyGenFaults, FindTheNamedCurveFlagAndTheRightKindsOfKeys)
+TEST_F(EcKeyGenUnderFaults, SetsTheNamedCurveFlagAndTheRightKindsOfKeys)
 {
     LibraryFaults faults;
     std::vector<int> flags;
@@ -224,9 +224,9 @@ std::string privateNumberOf(EVP_PKEY *key)
 }
 
 /// A generation with its three files, under faults.
-class EcGenerateKeysFaults : public testing::Test {
+class EcGenerateKeysUnderFaults : public testing::Test {
 protected:
-    ~EcGenerateKeysFaults() override { ERR_clear_error(); }
+    ~EcGenerateKeysUnderFaults() override { ERR_clear_error(); }
 
     /// Makes the memory be searched for the private number of the pair, from its making on.
     static void lookForTheNewNumber(LibraryFaults &faults, ReleasedMemory &memory)
@@ -283,7 +283,7 @@ protected:
     const std::string hashPath = folder / "hash.bin";
 };
 
-TEST_F(EcGenerateKeysFaults, AfterTheGenerationLeaveNoFileAndNoSecret)
+TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileAndNoSecretWhereTheNewKeyFails)
 {
     for (const char *function : {"EVP_PKEY_get1_EC_KEY", "EVP_PKEY_assign", "EC_KEY_check_key"}) {
         SCOPED_TRACE(function);
@@ -292,7 +292,7 @@ TEST_F(EcGenerateKeysFaults, AfterTheGenerationLeaveNoFileAndNoSecret)
     }
 }
 
-TEST_F(EcGenerateKeysFaults, InTheGenerationShowTheLibrarysErrors)
+TEST_F(EcGenerateKeysUnderFaults, ShowsTheLibrarysErrorsWhereTheGenerationFails)
 {
     const auto run = [&] {
         LibraryFaults faults;
@@ -313,7 +313,7 @@ TEST_F(EcGenerateKeysFaults, InTheGenerationShowTheLibrarysErrors)
     expectFiles(false, false, false);
 }
 
-TEST_F(EcGenerateKeysFaults, BeforeTheGenerationLeaveNoFile)
+TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileWhereTheGenerationCannotBeSetUp)
 {
     for (const char *function : {"EVP_PKEY_CTX_new_id", "EVP_PKEY_paramgen", "EVP_PKEY_keygen_init"}) {
         SCOPED_TRACE(function);
@@ -335,7 +335,7 @@ TEST_F(EcGenerateKeysFaults, BeforeTheGenerationLeaveNoFile)
     }
 }
 
-TEST_F(EcGenerateKeysFaults, InThePrivateKeyFileLeaveNoOtherFile)
+TEST_F(EcGenerateKeysUnderFaults, LeavesNoOtherFileWhereThePrivateKeyFileFails)
 {
     const std::string writingError = Error("Error: writing encrypted private Key fails\n") + privateError;
     expectFailure(Error("Error: creating Key File fails\n") + privateError,
@@ -356,7 +356,7 @@ TEST_F(EcGenerateKeysFaults, InThePrivateKeyFileLeaveNoOtherFile)
     expectFiles(true, false, false);
 }
 
-TEST_F(EcGenerateKeysFaults, InThePublicKeyFileKeepThePrivateKey)
+TEST_F(EcGenerateKeysUnderFaults, KeepsThePrivateKeyWhereThePublicKeyFileFails)
 {
     expectFailure(privateLine + Error("Error: creating key file fails\n") + publicError,
                   [](LibraryFaults &faults) { faults.fail("fopen", 0, 2); });
@@ -371,7 +371,7 @@ TEST_F(EcGenerateKeysFaults, InThePublicKeyFileKeepThePrivateKey)
     expectFiles(true, true, false);
 }
 
-TEST_F(EcGenerateKeysFaults, InTheHashFileKeepBothKeys)
+TEST_F(EcGenerateKeysUnderFaults, KeepsBothKeysWhereTheHashFileFails)
 {
     const std::string before = privateLine + publicLine;
     const std::string plainLine = "Error: converting public Key to DER Format fails \n";
@@ -407,7 +407,7 @@ TEST_F(EcGenerateKeysFaults, InTheHashFileKeepBothKeys)
     }
 }
 
-TEST_F(EcGenerateKeysFaults, NeedNotComeForTheSecretToBeWiped)
+TEST_F(EcGenerateKeysUnderFaults, WipesTheSecretWhereAllSucceeds)
 {
     const auto run = [&] {
         ReleasedMemory memory;
@@ -423,7 +423,7 @@ TEST_F(EcGenerateKeysFaults, NeedNotComeForTheSecretToBeWiped)
     EXPECT_EQ(LeftBehindBy(run), 0);
 }
 
-TEST_F(EcGenerateKeysFaults, FindStandardOutputFlushedBetweenTheSteps)
+TEST_F(EcGenerateKeysUnderFaults, FlushesStandardOutputBetweenTheSteps)
 {
     CapturedOutput output;
     LibraryFaults faults;
@@ -441,7 +441,7 @@ TEST_F(EcGenerateKeysFaults, FindStandardOutputFlushedBetweenTheSteps)
     EXPECT_EQ(faults.calls("fopen"), faults.calls("fclose"));
 }
 
-TEST_F(EcGenerateKeysFaults, OfTheCipherAreNotFlushedAndThoseOfTheCurveAre)
+TEST_F(EcGenerateKeysUnderFaults, FlushesTheRefusalOfACurveButNotOfACipher)
 {
     CapturedOutput output;
     LibraryFaults faults;
