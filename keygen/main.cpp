@@ -8,7 +8,6 @@
 #include "keygen/process.h"
 #include "keygen/random_data.h"
 #include "keygen/run_settings.h"
-#include "keygen/secrets.h"
 #include "src/ec_crypto.h"
 
 #include <QCoreApplication>
