@@ -42,7 +42,7 @@ int main(int argc, char *argv[])
     if (!arguments.isEmpty()) {
         ParseCommandLine(std::move(arguments));
         CompleteKeyPaths();
-        CheckPasswords();
+        EnforcePasswordRules();
     } else {
         RunDialogue();
     }
