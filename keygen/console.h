@@ -3,14 +3,27 @@
 
 #include <QString>
 
-/// The kind of a message. Each kind has its own escape prefix; see the table in console.cpp.
+/// The kind of a message, by what it says. Each kind has its own escape prefix; see the table in console.cpp.
+/// Two messages have another kind than their text calls for: the start of an RSA key's generation is red, so
+/// that it stands out, and a cipher that is not supported is told as those are that are.
 enum MSGTYPE : int {
-    MSG_SUCCESS = 0,  ///< confirmations, green
-    MSG_INFO = 1,     ///< details and names of written files, default background
-    MSG_PROMPT = 2,   ///< questions, default colours
-    MSG_REPROMPT = 3, ///< questions asked again and warnings, magenta
-    MSG_ERROR = 4,    ///< errors, red
-    MSG_TITLE = 5,    ///< the banner and headings, cyan
+    /// Green: something that was asked for is done (a pair, the table hash, random data, a signature that
+    /// verifies), or chosen in the dialogue; and the lines that open the dialogue and the help text.
+    MSG_SUCCESS = 0,
+    /// Default background: what goes on (the curve and the cipher, a file created), and all that belongs to
+    /// another message: the option, folder or path it is about, the choices of a question, the files after a
+    /// success. Also the version and the notice.
+    MSG_INFO = 1,
+    /// Default colours: a question asked for the first time, and the lines of the help text.
+    MSG_PROMPT = 2,
+    /// Magenta: a question asked again after an answer that is none, and a warning, with its question if it
+    /// has one.
+    MSG_REPROMPT = 3,
+    /// Red: an error, its reason and the advice after it; from the engine, the path it is about too. The
+    /// caller of what failed may add a line of its own.
+    MSG_ERROR = 4,
+    /// Cyan: the banner, and the heading of the random data.
+    MSG_TITLE = 5,
 };
 
 /// Writes `message` to standard output, as UTF-8 and up to its first zero character, between the prefix of

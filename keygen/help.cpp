@@ -44,7 +44,9 @@ constexpr const char *helpMessages[] = {
 
 void ShowBanner()
 {
-    // Four blanks, bold until the reset at the end of the message, two blanks, 67 hyphens.
+    // The name differs from the application's, and is meant: the banner has always carried it, and what reads
+    // the output knows it by that. Around it: four blanks, bold until the reset at the end of the message,
+    // two blanks, 67 hyphens.
     const QString rule = "    \x1B[01m  " + QString(67, '-') + "\n";
     MessageOut(rule, MSG_TITLE);
     MessageOut(QString(22, ' ') + "Orvelle Key Generator " + KeyGenVersion + QString(30, ' ') + "\n",

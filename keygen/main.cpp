@@ -8,7 +8,6 @@
 #include "keygen/process.h"
 #include "keygen/random_data.h"
 #include "keygen/run_settings.h"
-#include "keygen/secrets.h"
 #include "src/ec_crypto.h"
 
 #include <QCoreApplication>
@@ -43,7 +42,7 @@ int main(int argc, char *argv[])
     if (!arguments.isEmpty()) {
         ParseCommandLine(std::move(arguments));
         CompleteKeyPaths();
-        CheckPasswords();
+        EnforcePasswordRules();
     } else {
         RunDialogue();
     }

@@ -69,7 +69,7 @@ bool checkPassword(QString candidate)
     return true;
 }
 
-void CheckPasswords()
+void EnforcePasswordRules()
 {
     if (isKeyNumberCommand)
         checkCount();

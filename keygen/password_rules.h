@@ -8,4 +8,4 @@ bool checkPassword(QString candidate);
 
 /// Checks that the number of passwords fits the number of key pairs, and each password that will be used. A
 /// refusal prints its messages and the help text, and ends the process with status 1.
-void CheckPasswords();
+void EnforcePasswordRules();

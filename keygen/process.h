@@ -18,5 +18,6 @@ QList<QByteArray> TakeArguments(int argc, char *argv[]);
 /// Writes out what standard output has buffered since PrepareProcess, and wipes the buffer.
 void WipeOutputBuffer();
 
-/// Ends the process with `status` through exit().
+/// Ends the process with `status` through exit(). A part of the front end's interface for code around it: the
+/// phases of a run call exit() themselves.
 [[noreturn]] void exitKeyGen(int status);

@@ -1,5 +1,7 @@
 #include "keygen/run_settings.h"
 
+#include "keygen/secrets.h"
+
 int numberKeys = 1;
 int numberPassword = 1;
 bool isKeyGeneration = true;
@@ -52,4 +54,12 @@ unsigned char *tableHashValue = nullptr;
 QString passwordOf(int index)
 {
     return passwordTable.value(index);
+}
+
+void WipePasswords()
+{
+    Wipe(password);
+    for (QString &entry : passwordTable)
+        Wipe(entry);
+    passwordTable.clear();
 }

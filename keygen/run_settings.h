@@ -51,3 +51,6 @@ extern unsigned char *tableHashValue;
 
 /// Entry `index` of passwordTable; a missing entry counts as an empty password.
 QString passwordOf(int index);
+
+/// Wipes the passwords.
+void WipePasswords();

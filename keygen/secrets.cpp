@@ -1,7 +1,5 @@
 #include "keygen/secrets.h"
 
-#include "keygen/run_settings.h"
-
 #include <openssl/crypto.h>
 
 namespace {
@@ -28,12 +26,4 @@ void Wipe(QString &text)
 void Wipe(QByteArray &text)
 {
     wipe(text);
-}
-
-void WipePasswords()
-{
-    Wipe(password);
-    for (QString &entry : passwordTable)
-        Wipe(entry);
-    passwordTable.clear();
 }

@@ -8,6 +8,3 @@
 /// call this when none of them is needed any more.
 void Wipe(QString &text);
 void Wipe(QByteArray &text);
-
-/// Wipes the passwords among the run settings.
-void WipePasswords();

@@ -100,7 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const RunEnd end = RunOn("", [&] {
         ParseCommandLine(takenFromVector(arguments));
         CompleteKeyPaths();
-        CheckPasswords();
+        EnforcePasswordRules();
     });
     Require(end != RunEnd::OutOfInput, "the command line asks nothing");
     const bool asksForHelp = mentions(arguments, {"-?", "-h", "--help", "-v", "--version"});

@@ -84,7 +84,7 @@ TEST(PasswordRule, CountsACharacterBeyondTheBasicPlaneTwice)
     EXPECT_EQ(verdictOn(treble(512)), "refused: " + tooLong);
 }
 
-/// CheckPasswords, called with the settings as they are.
+/// EnforcePasswordRules, called with the settings as they are.
 class PasswordCheck : public FreshSettings {
 protected:
     /// The settings that -pwd with `passwords` leaves.
@@ -114,7 +114,7 @@ protected:
 
     static void expectPass()
     {
-        const ChildRun run = RunInChild(CheckPasswords);
+        const ChildRun run = RunInChild(EnforcePasswordRules);
         EXPECT_TRUE(run.returned);
         EXPECT_EQ(run.output, "");
         EXPECT_EQ(run.errors, "");
@@ -123,7 +123,7 @@ protected:
     /// `messages`, then the help text, then the end with status 1.
     static void expectRefusal(const std::string &messages)
     {
-        const ChildRun run = RunInChild(CheckPasswords);
+        const ChildRun run = RunInChild(EnforcePasswordRules);
         EXPECT_FALSE(run.returned);
         EXPECT_EQ(run.status, 1);
         EXPECT_EQ(run.output, messages + RunInChild(ShowHelp).output);

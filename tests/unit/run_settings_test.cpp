@@ -102,4 +102,48 @@ TEST_F(PasswordOf, CountsAMissingEntryAsAnEmptyPassword)
     EXPECT_EQ(passwordOf(7), "");
 }
 
+const QString wiped(4, QChar(0));
+
+class Passwords : public FreshSettings {
+protected:
+    /// Sets the passwords of the run, and keeps what they share.
+    void setPasswords()
+    {
+        password = QString("pass");
+        kept.append(password);
+        for (const char *entry : {"one1", "two2", "thr3", "fou4", "fiv5", "six6", "sev7", "eig8"})
+            passwordTable.append(QString(entry));
+        kept.append(passwordTable);
+    }
+
+    void expectWiped() const
+    {
+        EXPECT_TRUE(password.isEmpty());
+        EXPECT_TRUE(passwordTable.isEmpty());
+        EXPECT_EQ(kept.size(), 9);
+        for (const QString &text : kept)
+            EXPECT_EQ(text, wiped);
+    }
+
+    QList<QString> kept;
+};
+
+TEST_F(Passwords, AreWiped)
+{
+    setPasswords();
+    WipePasswords();
+    expectWiped();
+}
+
+TEST_F(Passwords, AreWipedWhereTheListSharesThem)
+{
+    password = QString("pass");
+    passwordTable.append(password);
+    const QString sharing = password;
+    WipePasswords();
+    EXPECT_EQ(sharing, wiped);
+    EXPECT_TRUE(password.isEmpty());
+    EXPECT_TRUE(passwordTable.isEmpty());
+}
+
 } // namespace

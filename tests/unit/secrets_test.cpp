@@ -1,8 +1,5 @@
 #include "keygen/secrets.h"
 
-#include "keygen/run_settings.h"
-#include "tests/support/fresh_settings.h"
-
 #include <gtest/gtest.h>
 
 namespace {
@@ -47,48 +44,6 @@ TEST(Wipe, DoesNothingToAnEmptyText)
     QString text;
     Wipe(text);
     EXPECT_TRUE(text.isEmpty());
-}
-
-class Passwords : public FreshSettings {
-protected:
-    /// Sets the passwords of the run, and keeps what they share.
-    void setPasswords()
-    {
-        password = QString("pass");
-        kept.append(password);
-        for (const char *entry : {"one1", "two2", "thr3", "fou4", "fiv5", "six6", "sev7", "eig8"})
-            passwordTable.append(QString(entry));
-        kept.append(passwordTable);
-    }
-
-    void expectWiped() const
-    {
-        EXPECT_TRUE(password.isEmpty());
-        EXPECT_TRUE(passwordTable.isEmpty());
-        EXPECT_EQ(kept.size(), 9);
-        for (const QString &text : kept)
-            EXPECT_EQ(text, wiped);
-    }
-
-    QList<QString> kept;
-};
-
-TEST_F(Passwords, AreWiped)
-{
-    setPasswords();
-    WipePasswords();
-    expectWiped();
-}
-
-TEST_F(Passwords, AreWipedWhereTheListSharesThem)
-{
-    password = QString("pass");
-    passwordTable.append(password);
-    const QString sharing = password;
-    WipePasswords();
-    EXPECT_EQ(sharing, wiped);
-    EXPECT_TRUE(password.isEmpty());
-    EXPECT_TRUE(passwordTable.isEmpty());
 }
 
 } // namespace
