@@ -1,6 +1,7 @@
 #include "keygen/key_generation.h"
 
 #include "keygen/console.h"
+#include "keygen/folder_lock.h"
 #include "keygen/hash_table.h"
 #include "keygen/output_folders.h"
 #include "keygen/run_settings.h"
@@ -8,6 +9,7 @@
 #include "src/openssl_owners.h"
 
 #include <QFileInfo>
+#include <QStringList>
 
 #include <openssl/crypto.h>
 #include <openssl/obj_mac.h>
@@ -139,11 +141,25 @@ void generatePacket(EC_Crypto &engine)
     writeTableHash(engine);
 }
 
+/// All files that the run may write.
+QStringList filesOfTheRun()
+{
+    if (!isKeyNumberCommand)
+        return {privateKeyPath, publicKeyPath, hashPath};
+    QStringList paths = {TableHashPath()};
+    for (int i = 0; i < numberKeys; ++i) {
+        const KeyFiles files = NumberedKeyFiles(i);
+        paths << files.privateKey << files.publicKey << files.hash;
+    }
+    return paths;
+}
+
 } // namespace
 
 void GenerateKeyPackets(EC_Crypto &engine)
 {
     CreateOutputFolders();
+    const FolderLock lock(filesOfTheRun());
     if (engine.SetCurveNID(brainpoolP256t1 ? NID_brainpoolP256t1 : NID_X9_62_prime256v1) != 1)
         std::exit(EXIT_FAILURE);
     if (isKeyNumberCommand)

@@ -5,13 +5,17 @@
 //   FAILURE_REPORT  a file that receives "early" or "late", before or after the program's first message, and
 //                   what the call that failed was for: "late wb keys/publicKey.pem"
 //   CALL_COUNTS     a file that receives "name count" for each function when the program ends
+//   RAISED_SIGNAL   the number of a signal that comes before one call, which does not fail
+//   RAISED_AT       the call's number, from 1 on, among the calls that have to do with files
 //
 // Two names stand for calls of write() that do not fail in earnest: "short" writes half of what it is given,
 // "interrupted" nothing, as when a signal comes.
 #include "tests/support/processors_generator.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -20,6 +24,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -47,18 +52,26 @@ enum Function {
     CHMOD,
     MKDIR,
     STATX,
+    STAT,
+    OPENDIR,
+    FLOCK,
+    SIGMASK,
     GETRANDOM,
     GETENTROPY,
     FUNCTIONS
 };
 
-constexpr const char *names[FUNCTIONS] = {"malloc",      "fopen",  "open",      "write",     "short",
-                                          "interrupted", "fflush", "fclose",    "close",     "chmod",
-                                          "mkdir",       "statx",  "getrandom", "getentropy"};
+constexpr const char *names[FUNCTIONS] = {"malloc",          "fopen",     "open",      "write",   "short",
+                                          "interrupted",     "fflush",    "fclose",    "close",   "chmod",
+                                          "mkdir",           "statx",     "stat",      "opendir", "flock",
+                                          "pthread_sigmask", "getrandom", "getentropy"};
 
 std::atomic<unsigned long> counts[FUNCTIONS];
 int failingFunction = -1;
 unsigned long failingAt = 0;
+int raisedSignal = 0;
+unsigned long raisedAt = 0;
+unsigned long raisableCalls = 0;
 
 // Before main() the libraries set themselves up: some of them wait for ever where memory is missing.
 std::atomic<bool> isRunning = false;
@@ -106,11 +119,22 @@ void report(const char *variable, const char *text, size_t size)
     syscall(SYS_close, file);
 }
 
+void raiseBefore(Function function)
+{
+    // What is called too often, and the second and third name of a write.
+    constexpr std::array others = {MALLOC, GETRANDOM, GETENTROPY, SHORT, INTERRUPTED};
+    if (std::find(others.begin(), others.end(), function) != others.end())
+        return;
+    if (++raisableCalls == raisedAt)
+        std::raise(raisedSignal);
+}
+
 /// Counts a call; true when it is the one to fail, with errno set to `error`.
 bool fails(Function function, int error, const char *purpose)
 {
     if (!isRunning)
         return false;
+    raiseBefore(function);
     if (++counts[function] != failingAt || function != failingFunction)
         return false;
     std::array<char, 300> text = {};
@@ -130,6 +154,10 @@ int mainWithFailures(int count, char **arguments, char **environment)
                                                [=](const char *known) { return strcmp(known, name) == 0; });
         failingFunction = static_cast<int>(found - names);
         failingAt = strtoul(getenv("FAILING_AT"), nullptr, 10);
+    }
+    if (const char *const signal = getenv("RAISED_SIGNAL")) {
+        raisedSignal = static_cast<int>(strtol(signal, nullptr, 10));
+        raisedAt = strtoul(getenv("RAISED_AT"), nullptr, 10);
     }
     ShowProcessorsGenerator(false);
     isRunning = true;
@@ -335,6 +363,27 @@ int statx(int folder, const char *path, int flags, unsigned int mask, struct sta
         return -1;
     return next<int(int, const char *, int, unsigned int, struct statx *)>("statx")(folder, path, flags, mask,
                                                                                     status);
+}
+
+int stat(const char *path, struct stat *status)
+{
+    return fails(STAT, EIO, path) ? -1 : next<int(const char *, struct stat *)>("stat")(path, status);
+}
+
+DIR *opendir(const char *path)
+{
+    return fails(OPENDIR, EMFILE, path) ? nullptr : next<DIR *(const char *)>("opendir")(path);
+}
+
+int flock(int file, int operation)
+{
+    return fails(FLOCK, ENOLCK, "") ? -1 : next<int(int, int)>("flock")(file, operation);
+}
+
+int pthread_sigmask(int how, const sigset_t *set, sigset_t *former)
+{
+    using Mask = int(int, const sigset_t *, sigset_t *);
+    return fails(SIGMASK, EINVAL, "") ? EINVAL : next<Mask>("pthread_sigmask")(how, set, former);
 }
 
 ssize_t getrandom(void *buffer, size_t size, unsigned int flags)

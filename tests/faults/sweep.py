@@ -72,7 +72,7 @@ def check_modes(run, folder, paths, call, purpose):
             wanted |= {OVERWRITABLE_MODE} if run == "again" else {DEFAULT_MODE}
             if run != "again":
                 wanted -= {PRIVATE_MODE, PUBLIC_MODE}
-        elif call == "statx" and purpose == path:
+        elif call in ("statx", "stat") and purpose == path:
             wanted |= {DEFAULT_MODE, OVERWRITABLE_MODE}
         if mode_of(folder, path) not in wanted:
             raise Wrong(f"{path} has the mode {mode_of(folder, path):04o}")
@@ -104,7 +104,7 @@ def files_in(folder):
 
 
 # Calls with more than one outcome: what they are for cannot be told from outside.
-SEVERAL_OUTCOMES = {"malloc", "statx"}
+SEVERAL_OUTCOMES = {"malloc", "statx", "stat"}
 
 
 def has_one_outcome(run, call):

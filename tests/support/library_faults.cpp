@@ -299,6 +299,13 @@ int __wrap_chmod(const char *path, mode_t mode)
     return call("chmod", __real_chmod, path, mode);
 }
 
+int __real_flock(int, int);
+int __wrap_flock(int, int);
+int __wrap_flock(int file, int operation)
+{
+    return call("flock", __real_flock, file, operation);
+}
+
 int __real_fclose(FILE *);
 int __wrap_fclose(FILE *);
 int __wrap_fclose(FILE *file)

@@ -2,6 +2,7 @@
 
 #include "src/openssl_owners.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/test_keys.h"
 
 #include <openssl/evp.h>
 #include <openssl/objects.h>
@@ -60,14 +61,32 @@ int copyPassword(char *buffer, int size, int, void *password)
     return static_cast<int>(text.copy(buffer, static_cast<std::size_t>(size)));
 }
 
-} // namespace
-
-bool OpensPrivateKey(const std::string &path, const std::string &password)
+KeyOwner openedKey(const std::string &path, const std::string &password)
 {
     const std::string file = ReadFile(path);
     const BioOwner source(BIO_new_mem_buf(file.data(), static_cast<int>(file.size())));
     std::string copy = password;
-    return KeyOwner(PEM_read_bio_PrivateKey(source.get(), nullptr, copyPassword, &copy)) != nullptr;
+    return KeyOwner(PEM_read_bio_PrivateKey(source.get(), nullptr, copyPassword, &copy));
+}
+
+} // namespace
+
+bool OpensPrivateKey(const std::string &path, const std::string &password)
+{
+    return openedKey(path, password) != nullptr;
+}
+
+std::string PointOfPrivateKey(const std::string &path, const std::string &password)
+{
+    const KeyOwner key = openedKey(path, password);
+    return key ? PointOf(key.get()) : "";
+}
+
+std::string PointOfPublicKey(const std::string &path)
+{
+    constexpr std::size_t pointSize = 64;
+    const std::string content = ContentOfPemFile("PUBLIC KEY", ReadFile(path));
+    return content.size() > pointSize ? content.substr(content.size() - pointSize) : "";
 }
 
 std::string CipherOf(const std::string &path)

@@ -5,6 +5,7 @@
 #include "tests/support/captured_output.h"
 #include "tests/support/child_run.h"
 #include "tests/support/fresh_settings.h"
+#include "tests/support/library_faults.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +15,8 @@
 #include <filesystem>
 #include <string>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace {
@@ -323,6 +326,79 @@ TEST_F(PacketGeneration, LeavesZerosInTheTableForPairsWithoutAnyPublicKey)
     const ChildRun run = generate();
     EXPECT_TRUE(run.returned);
     EXPECT_EQ(tableHash(), "cf7084800c1a64f391f6e24ef6f60f7bdc690665f2b055fae91a6271b874d13d");
+}
+
+/// The folders inside the test's own that a run locks, and whether it opens no file while they are free.
+class LockedFolders : public PacketGeneration {
+protected:
+    LockedFolders()
+    {
+        for (const char *name : {"private", "public", "hash", "Hash", "p", "00p", "01p"})
+            fs::create_directory(folder / name);
+        privateKeyPath = "private/privateKey.pem";
+        publicKeyPath = "public/publicKey.pem";
+        hashPath = "hash/publicKeyhash.bin";
+    }
+
+    std::string lockedByARun()
+    {
+        return RunInChild([&] {
+                   fs::current_path(folder.path());
+                   std::string locked;
+                   {
+                       const CapturedOutput output;
+                       LibraryFaults faults;
+                       faults.before(
+                           "fopen", [&] { locked += lockedNow() + "\n"; }, LibraryFaults::everyCall);
+                       EC_Crypto engine;
+                       GenerateKeyPackets(engine);
+                   }
+                   std::printf("%s%s", locked.c_str(), lockedNow().c_str());
+               })
+            .output;
+    }
+
+private:
+    static std::string lockedNow()
+    {
+        std::string names;
+        for (const char *name : {"private", "public", "hash", "Hash", ".", "p", "00p", "01p"}) {
+            const int descriptor = open(name, O_RDONLY | O_CLOEXEC);
+            if (flock(descriptor, LOCK_EX | LOCK_NB) == -1)
+                names += std::string(names.empty() ? "" : " ") + name;
+            close(descriptor);
+        }
+        return names;
+    }
+};
+
+TEST_F(LockedFolders, OfOnePairAreItsThreeUntilItsLastFile)
+{
+    EXPECT_EQ(lockedByARun(), "private public hash\n"
+                              "private public hash\n"
+                              "private public hash\n");
+}
+
+TEST_F(LockedFolders, OfAPacketAreThoseOfItsNumberedFilesAndOfTheTablesHash)
+{
+    wantPacket(1);
+    // The three files of the pair, its public key once more, and the table's hash.
+    EXPECT_EQ(lockedByARun(), "private public hash Hash\n"
+                              "private public hash Hash\n"
+                              "private public hash Hash\n"
+                              "private public hash Hash\n"
+                              "private public hash Hash\n");
+}
+
+// In a short path the number is put in front, and the folder has another name for each pair.
+TEST_F(LockedFolders, OfAPacketAreThoseOfEachPair)
+{
+    publicKeyPath = "p/k";
+    wantPacket(2);
+    std::string calls;
+    for (int i = 0; i < 2 * 4 + 1; ++i)
+        calls += "private hash Hash 00p 01p\n";
+    EXPECT_EQ(lockedByARun(), calls);
 }
 
 // Public key files of an earlier time, where the pair that should replace them fails. Each was made, and the

@@ -1,0 +1,29 @@
+// Runs that write into the same folder take turns.
+#pragma once
+
+#include <QStringList>
+
+#include <dirent.h>
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <utility>
+
+/// For its own lifetime keeps other runs from writing into the folders of some files. The locks are advisory
+/// and leave nothing behind in the folders.
+class FolderLock {
+public:
+    /// Waits until no other run holds a folder of `files`. A folder that cannot be read, or not be locked, is
+    /// done without.
+    explicit FolderLock(const QStringList &files);
+
+private:
+    struct CloseFolder {
+        void operator()(DIR *folder) const { closedir(folder); }
+    };
+    using FolderOwner = std::unique_ptr<DIR, CloseFolder>;
+
+    // By device and number, each once and in the same order in every run: two runs never wait for each other.
+    std::map<std::pair<dev_t, ino_t>, FolderOwner> folders;
+};

@@ -1,0 +1,115 @@
+#include "tests/support/background_run.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+namespace {
+
+int unnamedFile()
+{
+    std::string name = (std::filesystem::temp_directory_path() / "keygen-run-XXXXXX").string();
+    const int file = mkostemp(name.data(), O_CLOEXEC);
+    if (file == -1)
+        throw std::runtime_error("no temporary file at " + name);
+    unlink(name.c_str());
+    return file;
+}
+
+/// The system lists who waits for a lock as in "1: -> FLOCK  ADVISORY  WRITE 4711 fe:00:12 0 EOF".
+bool isWaitingForALock(pid_t process)
+{
+    std::ifstream locks("/proc/locks");
+    if (!locks)
+        throw std::runtime_error("/proc/locks cannot be read");
+    for (std::string line; std::getline(locks, line);) {
+        if (line.find("-> FLOCK ") != std::string::npos &&
+            line.find(" WRITE " + std::to_string(process) + " ") != std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+void rest()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+}
+
+} // namespace
+
+BackgroundRun::BackgroundRun(const ProgramCall &call)
+    : deadline(Clock::now() + std::chrono::seconds(call.secondsToLive)), output(unnamedFile()), child(fork())
+{
+    if (child == -1) {
+        close(output);
+        throw std::runtime_error("fork fails");
+    }
+    if (child == 0) {
+        setpgid(0, 0);
+        dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+        dup2(output, STDOUT_FILENO);
+        dup2(output, STDERR_FILENO);
+        Become(KeygenProgram(), call);
+    }
+}
+
+BackgroundRun::~BackgroundRun()
+{
+    close(output);
+    if (over && !WIFSTOPPED(status))
+        return;
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+}
+
+bool BackgroundRun::isOver()
+{
+    over = over || waitpid(child, &status, WNOHANG | WUNTRACED) == child;
+    return over;
+}
+
+bool BackgroundRun::waitsForALock()
+{
+    while (!isOver() && Clock::now() < deadline) {
+        if (isWaitingForALock(child))
+            return true;
+        rest();
+    }
+    return false;
+}
+
+void BackgroundRun::send(int signal) const
+{
+    kill(child, signal);
+}
+
+ProgramResult BackgroundRun::end()
+{
+    while (!isOver()) {
+        if (Clock::now() > deadline)
+            kill(child, SIGKILL);
+        rest();
+    }
+    ProgramResult result;
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (WIFSIGNALED(status))
+        result.signal = WTERMSIG(status);
+    else if (WIFSTOPPED(status))
+        result.signal = WSTOPSIG(status);
+    std::array<char, 4096> chunk;
+    const auto next = [&] {
+        return pread(output, chunk.data(), chunk.size(), static_cast<off_t>(result.output.size()));
+    };
+    for (ssize_t size = next(); size > 0; size = next())
+        result.output.append(chunk.data(), static_cast<std::size_t>(size));
+    return result;
+}
