@@ -1,9 +1,10 @@
-// The console: every message the user sees goes through MessageOut, in the colour of its kind.
+/// @file
+/// The console: every message the user sees goes through MessageOut, in the colour of its kind.
 #pragma once
 
 #include <QString>
 
-/// The kind of a message, by what it says. Each kind has its own escape prefix; see the table in console.cpp.
+/// The kind of a message, by what it says. Each kind has its own escape prefix.
 /// Two messages have another kind than their text calls for: the start of an RSA key's generation is red, so
 /// that it stands out, and a cipher that is not supported is told as those are that are.
 enum MSGTYPE : int {
@@ -28,5 +29,6 @@ enum MSGTYPE : int {
 
 /// Writes `message` to standard output, as UTF-8 and up to its first zero character, between the prefix of
 /// `type` and the reset sequence. A value outside the enumeration writes no prefix. Nothing is flushed, and
-/// no line end is added: messages carry their own.
+/// no line end is added: messages carry their own. A program that links the engine may define a MessageOut of
+/// its own, which then takes the place of this one.
 void MessageOut(QString message, MSGTYPE type);

@@ -1,9 +1,10 @@
-// The key engine for elliptic-curve keys.
+/// @file
+/// The key engine for elliptic-curve keys. What holds throughout the engine stands in crypto.h.
 #pragma once
 
 #include "src/crypto.h"
 
-/// Generates keys on one selected curve, and signs with ECDSA. The engine-wide rules stand in crypto.h.
+/// Generates keys on one selected curve, and signs with ECDSA.
 class EC_Crypto : public Crypto {
 public:
     /// No curve is selected yet.
@@ -16,29 +17,38 @@ public:
     /// too, but reported with -1, and GenerateKeys refuses it. 1 or -1.
     int SetCurveNID(int nid);
 
-    /// Generates a key pair and writes its private key PEM, public key PEM and public key hash file, in this
-    /// order. 1 or -1; a failure ends the call at once, and files already written stay.
+    /// Generates a key pair on the selected curve and writes its private key, as SaveEncPrvKey does, its
+    /// public key, as SavePubKey does, and the hash of its public key, as SaveHashPubKey does, in this order.
+    /// A `cipher` outside the enumeration, or a curve other than the two, is a failure before anything is
+    /// generated. 1 or -1; a failure ends the call at once, and files already written stay. Not virtual:
+    /// through a pointer to Crypto it is an RSA key that is generated.
     int GenerateKeys(const unsigned char *privateKeyPath, const unsigned char *publicKeyPath,
                      const unsigned char *hashPath, const unsigned char *password, CIHERTYPE cipher);
 
-    /// Generates a key pair on the selected curve into `*key`, which the caller owns. 1, or 0 when the
-    /// library failed, the key did not pass its check, or `key` is null; `*key` is then untouched.
+    /// Generates a key pair on the selected curve. `*key` becomes the new key object, the caller's; what it
+    /// held before is not released. 1; 0, without a message, when the library failed, the key did not pass
+    /// its check, or `key` is null.
     int KeyGen(EVP_PKEY **key) override;
 
-    /// ECDSA of a digest of `len` bytes: r then s, big-endian, 32 bytes each, at the start of a buffer that
-    /// the caller owns; `*siglen` becomes 64. 1 when the signature verifies, 0 when it does not, -1 on error.
-    /// An error leaves `*sig` and `*siglen` untouched until the signature is made. After that, as where the
-    /// key's numbers are longer than 32 bytes, `*sig` is the caller's, and `*siglen` the length of its
-    /// encoding by the library.
+    /// Signs a digest with ECDSA, on the key's own curve.
+    ///
+    /// `data` is the digest, and `len` its length, 32 for SHA-256; a null `data` is a failure. `key` holds an
+    /// EC private key. `*sig` becomes a new buffer, the caller's, that starts with r, then s, big-endian, 32
+    /// bytes each, and `*siglen` becomes 64. 1 when the signature verifies, 0 when it does not, -1 on error.
+    /// An error leaves both untouched until the signature is made. After that, as where the key's numbers are
+    /// longer than 32 bytes, `*sig` is the caller's, and `*siglen` the length of its encoding by the library.
     int sign(const unsigned char *data, size_t len, unsigned char **sig, size_t *siglen,
              EVP_PKEY *key) override;
 
-    /// The public key's binary form: the 64 bytes X then Y. The encoding's header is cut off by the length it
-    /// has on the selected curve, whatever the key's own. 1 or -1; `*out` is the caller's also after a failed
-    /// encoding.
+    /// The public key's binary form: X, then Y, big-endian, 32 bytes each. `*out` becomes a new buffer, the
+    /// caller's, and `*outLen` 64. The encoding's header is cut off by the length that it has on the selected
+    /// curve, whatever the key's own: for a key of the other curve the length is 65 or 63. 1 or -1. After a
+    /// failure: as with GetPubKeyDER, and where the encoding is shorter than the header `*out` is the
+    /// caller's.
     int GetPubKeyBin(EVP_PKEY *key, unsigned char **out, size_t *outLen) override;
 
-    /// The same for the key in a public key PEM file.
+    /// The same for the key in the public key PEM file at `pemPath`. 1 or -1; where the file cannot be opened
+    /// `*out` and `*outLen` are untouched.
     int GetPubKeyBin(const unsigned char *pemPath, unsigned char **out, size_t *outLen);
 
     /// The same as the overload above.
@@ -47,7 +57,7 @@ public:
     /// Bytes in front of X in the DER encoding of a public key on the curve `nid`.
     static size_t EncodingHeaderSize(int nid);
 
-    int curveNID; ///< 0: no curve selected
+    int curveNID; ///< The selected curve, as SetCurveNID takes it; 0 where none is selected.
 };
 
 /// Copies `len` bytes of `src` to `dst` in reverse order. The two must not overlap.

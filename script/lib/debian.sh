@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Debian's archive, and bare systems in folders: for scripts that have sourced setup.sh.
-# shellcheck disable=SC2034,SC2154 # the needs are for the scripts that source it
+# Debian's archive: for scripts that have sourced setup.sh.
+# shellcheck disable=SC2034 # the needs are for the scripts that source it
 
 debian_keyring=/usr/share/keyrings/debian-archive-keyring.gpg
 needs_of_the_archive=(
@@ -43,54 +43,4 @@ read_lists() {
         fi
     done < <(mirrors)
     stop "no mirror of this machine's package manager gave the suite $suite"
-}
-
-needs_of_bare_systems=(
-    "debootstrap     | command debootstrap                     | debootstrap"
-)
-
-# In a mount namespace of its own, all mounts end with the script. Takes the script's arguments.
-enter_own_mount_namespace() {
-    ((EUID == 0)) || stop "only root can enter another system"
-    if [[ ${KEYGEN_OWN_MOUNTS:-} != yes ]]; then
-        KEYGEN_OWN_MOUNTS=yes exec unshare --mount --propagation private "$this_script" "$@"
-    fi
-}
-
-# Fetches a bare system into a folder that is not there yet.
-fetch_root() {
-    local suite=$1 root=$2 mirror
-    ensure "${needs_of_the_archive[@]}" "${needs_of_bare_systems[@]}"
-    say "fetching a bare $suite"
-    mirror=$(read_lists "$suite" "$root.lists" 2>"$root.output") || stop "failed: $(tail "$root.output")"
-    debootstrap --variant=minbase --keyring="$debian_keyring" "$suite" "$root" "$mirror" >"$root.output" 2>&1 ||
-        stop "failed: $(tail "$root.output")"
-    rm -rf -- "$root.lists" "$root.output"
-}
-
-# A copy of a bare system that commands can run in.
-copy_root() {
-    cp -a --reflink=auto -- "$1" "$2"
-    mount -t proc proc "$2/proc"
-    mount --rbind /dev "$2/dev"
-    cp -L /etc/resolv.conf "$2/etc/resolv.conf"
-}
-
-# Ends what still runs in the systems below a folder, and removes them. Works in a trap, too.
-remove_roots() {
-    local process
-    for process in /proc/[0-9]*; do
-        [[ $(readlink "$process/root") == "$1"/* ]] && kill -KILL "${process#/proc/}"
-    done 2>/dev/null
-    umount --recursive --lazy "$1"/*/proc "$1"/*/dev 2>/dev/null || true
-    rm -rf --one-file-system -- "$1"
-}
-
-# The name that a system gives itself, and its version.
-system_name() {
-    sed -n 's/^PRETTY_NAME="\(.*\)"$/\1/p' "$1/etc/os-release"
-}
-
-system_version() {
-    sed -n 's/^VERSION_ID="\(.*\)"$/\1/p' "$1/etc/os-release"
 }
