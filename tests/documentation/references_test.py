@@ -7,6 +7,8 @@ import unittest
 from tree import TREE
 
 DOCUMENTS = [*TREE.glob("*.md"), *(TREE / "docs").glob("*.md")]
+# The package's documents lie to each other as they do in the tree.
+PACKAGED = "usr/share/doc/keygen/"
 
 
 class References(unittest.TestCase):
@@ -23,6 +25,16 @@ class References(unittest.TestCase):
                         headings = re.findall(r"^#+ (.*)$", found.read_text("utf-8"), re.M)
                         self.assertIn(place, [each.lower().replace(" ", "-") for each in headings])
         self.assertGreater(links, 5)
+
+    def test_links_lead_somewhere_in_the_package_too(self):
+        patterns = (TREE / "debian/keygen.install").read_text("utf-8").split()
+        packaged = {each for pattern in patterns if pattern.startswith(PACKAGED)
+                    for each in TREE.glob(pattern[len(PACKAGED):])}
+        for document in DOCUMENTS:
+            for target in re.findall(r"\]\(([^):#]+)(?:#[\w-]+)?\)", document.read_text("utf-8")):
+                with self.subTest(document=document.name, target=target):
+                    found = (document.parent / target).resolve()
+                    self.assertTrue(packaged & {found, *found.parents})
 
     def test_files_that_are_named_are_there(self):
         folders = "bench|cmake|completions|docs|keygen|man|script|src|tests|[.]ci"
