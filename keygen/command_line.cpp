@@ -91,15 +91,28 @@ void checkNames()
     }
 }
 
+struct Answer {
+    const char *name;
+    void (*show)();
+};
+
+// The first of these ends the run, whatever else is given.
+constexpr Answer answers[] = {
+    {"-?", ShowHelp}, {"-h", ShowHelp}, {"--help", ShowHelp}, {"-v", ShowVersion}, {"--version", ShowVersion},
+};
+
+const Answer *answerTo(const QString &name)
+{
+    const auto *const answer = std::find_if(std::begin(answers), std::end(answers),
+                                            [&](const Answer &each) { return isSame(name, each.name); });
+    return answer != std::end(answers) ? answer : nullptr;
+}
+
 void answerHelpAndVersion()
 {
     for (const OptionEntry &entry : entries) {
-        if (isSame(entry.name, "-?") || isSame(entry.name, "-h") || isSame(entry.name, "--help")) {
-            ShowHelp();
-            std::exit(EXIT_SUCCESS);
-        }
-        if (isSame(entry.name, "-v") || isSame(entry.name, "--version")) {
-            ShowVersion();
+        if (const Answer *const answer = answerTo(entry.name)) {
+            answer->show();
             std::exit(EXIT_SUCCESS);
         }
     }
@@ -219,6 +232,11 @@ void applyOptions()
 }
 
 } // namespace
+
+bool EndsTheRun(const QString &optionName)
+{
+    return answerTo(optionName) != nullptr;
+}
 
 void ParseCommandLine(QList<QByteArray> arguments)
 {

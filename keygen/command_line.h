@@ -3,6 +3,10 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QString>
+
+/// Whether the option is answered at once and ends the run with status 0: help and version.
+bool EndsTheRun(const QString &optionName);
 
 /// Collects the options, checks every name, answers help and version, and applies the options to the run
 /// settings. `arguments` is the argument vector less the program name, as received; once it was read it is

@@ -24,7 +24,7 @@ QString tempabsolutePath;
 QList<QString> passwordTable;
 
 // "--public-key-hash" and "--prvkey-enc" are known here and then apply nothing: see command_line.cpp.
-const std::array<QString, 23> tab_command_name = {
+const std::array<QString, optionNames> tab_command_name = {
     "-prvk",        "--private-key",
     "-pubk",        "--public-key",
     "-hash",        "--public-key-hash",

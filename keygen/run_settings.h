@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <array>
+#include <cstddef>
 
 /// Key pairs in a packet, and the most that the tables of a packet hold.
 constexpr int packetSize = 8;
@@ -32,7 +33,8 @@ extern QString tempabsolutePath;     ///< kept for the run settings; no phase re
 extern QList<QString> passwordTable; ///< passwords in the order given; entries may be missing, see passwordOf
 
 /// The option names that the command line accepts, in any letter case.
-extern const std::array<QString, 23> tab_command_name;
+constexpr std::size_t optionNames = 23;
+extern const std::array<QString, optionNames> tab_command_name;
 
 extern bool passwordOK;        ///< the dialogue's passwords were confirmed
 extern int randSize;           ///< size of the random data file in bytes

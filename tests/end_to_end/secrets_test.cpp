@@ -1,4 +1,5 @@
 // Where a password can be read while, and after, the program uses it.
+#include "tests/support/captured_output.h"
 #include "tests/support/program_run.h"
 #include "tests/support/pseudo_terminal.h"
 #include "tests/support/temporary_folder.h"
@@ -45,7 +46,7 @@ TEST(Secrets, AreGoneFromTheArgumentListWhileTheRunGoesOn)
         dprintf(STDOUT_FILENO, "%d\n", getpid());
         becomeKeygen(folder.path(), {"-pwd", marker, "-abs", "missing/folder"});
     });
-    ASSERT_TRUE(terminal.shows("(y/n)\x1B[0m\x1B[39;49m"));
+    ASSERT_TRUE(terminal.shows(std::string("(y/n)") + messageEnd));
     const std::string arguments =
         ReadFile("/proc/" + std::to_string(std::stoi(terminal.screen())) + "/cmdline");
     EXPECT_EQ(arguments.substr(0, KeygenProgram().size()), KeygenProgram());

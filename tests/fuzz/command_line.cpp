@@ -103,10 +103,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         EnforcePasswordRules();
     });
     Require(end != RunEnd::OutOfInput, "the command line asks nothing");
-    const bool asksForHelp = mentions(arguments, {"-?", "-h", "--help", "-v", "--version"});
-    Require(end != RunEnd::Answered || asksForHelp, "only help and version end well before the run");
+    const bool isAnswered = std::any_of(arguments.begin(), arguments.end(), [](const QByteArray &argument) {
+        return EndsTheRun(QString::fromUtf8(argument));
+    });
+    Require(end != RunEnd::Answered || isAnswered, "only help and version end well before the run");
     if (end == RunEnd::Completed) {
-        Require(!asksForHelp, "help and version are answered");
+        Require(!isAnswered, "help and version are answered");
         requireCompleteSettings(arguments);
     }
     return 0;

@@ -2,7 +2,7 @@
 
 #include "keygen/standard_input.h"
 #include "tests/fuzz/end_of_run.h"
-#include "tests/support/reset_settings.h"
+#include "tests/support/settings.h"
 
 #include <QtGlobal>
 

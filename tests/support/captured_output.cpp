@@ -67,30 +67,30 @@ std::string CapturedOutput::flushedText() const
 
 std::string Success(const std::string &text)
 {
-    return "\x1B[00;32m " + text + "\x1B[0m\x1B[39;49m";
+    return "\x1B[00;32m " + text + messageEnd;
 }
 
 std::string Info(const std::string &text)
 {
-    return "\x1B[49m " + text + "\x1B[0m\x1B[39;49m";
+    return "\x1B[49m " + text + messageEnd;
 }
 
 std::string Prompt(const std::string &text)
 {
-    return "\x1B[0m\x1B[39;49m" + text + "\x1B[0m\x1B[39;49m";
+    return std::string(messageEnd) + text + messageEnd;
 }
 
 std::string Reprompt(const std::string &text)
 {
-    return "\x1B[00;35m" + text + "\x1B[0m\x1B[39;49m";
+    return "\x1B[00;35m" + text + messageEnd;
 }
 
 std::string Error(const std::string &text)
 {
-    return "\x1B[00;31m " + text + "\x1B[0m\x1B[39;49m";
+    return "\x1B[00;31m " + text + messageEnd;
 }
 
 std::string Title(const std::string &text)
 {
-    return "\x1B[36m " + text + "\x1B[0m\x1B[39;49m";
+    return "\x1B[36m " + text + messageEnd;
 }

@@ -26,6 +26,9 @@ private:
     int file;
 };
 
+/// What MessageOut writes after each message: the reset sequence.
+inline constexpr const char *messageEnd = "\x1B[0m\x1B[39;49m";
+
 /// `text` as MessageOut prints it, for each kind.
 std::string Success(const std::string &text);
 std::string Info(const std::string &text);

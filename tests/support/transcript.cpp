@@ -1,11 +1,11 @@
 #include "tests/support/transcript.h"
 
-#include "tests/support/temporary_folder.h"
-
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <fstream>
 #include <iomanip>
+#include <iterator>
 #include <sstream>
 #include <vector>
 
@@ -20,30 +20,60 @@ std::vector<std::string> linesOf(const std::string &visible)
     return lines;
 }
 
-/// The lines from the first to the last that differ, expected ones marked "-", actual ones "+".
-std::string difference(const std::string &expected, const std::string &actual)
+/// Lines before and after those that differ.
+constexpr std::ptrdiff_t linesAround = 2;
+
+std::string difference(const std::string &actual, const std::string &expected)
 {
     const std::vector<std::string> before = linesOf(Visible(expected));
     const std::vector<std::string> after = linesOf(Visible(actual));
-    const std::size_t shorter = std::min(before.size(), after.size());
-    std::size_t same = 0;
-    while (same < shorter && before[same] == after[same])
-        ++same;
-    std::size_t sameAtEnd = 0;
-    while (sameAtEnd < shorter - same &&
-           before[before.size() - 1 - sameAtEnd] == after[after.size() - 1 - sameAtEnd])
-        ++sameAtEnd;
+    const auto [firstBefore, firstAfter] =
+        std::mismatch(before.begin(), before.end(), after.begin(), after.end());
+    // From the end, as far as the lines that differ from the start.
+    const auto lastBefore = std::make_reverse_iterator(firstBefore);
+    const auto lastAfter = std::make_reverse_iterator(firstAfter);
+    const auto [endBefore, endAfter] = std::mismatch(before.rbegin(), lastBefore, after.rbegin(), lastAfter);
 
     std::ostringstream text;
-    text << "from line " << same + 1 << " on:\n";
-    for (std::size_t i = same; i < before.size() - sameAtEnd; ++i)
-        text << "- " << before[i] << "\n";
-    for (std::size_t i = same; i < after.size() - sameAtEnd; ++i)
-        text << "+ " << after[i] << "\n";
+    const auto show = [&](const char *mark, auto begin, auto end) {
+        for (; begin != end; ++begin)
+            text << mark << *begin << "\n";
+    };
+    const auto sameBefore = firstBefore - before.begin();
+    const auto sameAfter = before.end() - endBefore.base();
+    text << "from line " << sameBefore + 1 << " on:\n";
+    show("  ", firstBefore - std::min(sameBefore, linesAround), firstBefore);
+    show("- ", firstBefore, endBefore.base());
+    show("+ ", firstAfter, endAfter.base());
+    show("  ", endBefore.base(), endBefore.base() + std::min(sameAfter, linesAround));
     return text.str();
 }
 
+std::string replaced(std::string text, const std::string &from, const std::string &to)
+{
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+        text.replace(at, from.size(), to);
+    return text;
+}
+
+constexpr const char *versionKept = "v@VERSION@";
+
+std::string pathOf(const std::string &name)
+{
+    return std::string(TRANSCRIPT_FOLDER "/") + name;
+}
+
+/// The content of a file; nothing where there is none.
+std::string contentOf(const std::string &path)
+{
+    std::ostringstream content;
+    content << std::ifstream(path, std::ios::binary).rdbuf();
+    return content.str();
+}
+
 } // namespace
+
+const char *const versionShown = "v" KEYGEN_VERSION;
 
 std::string Visible(const std::string &bytes)
 {
@@ -62,25 +92,31 @@ std::string Visible(const std::string &bytes)
     return text.str();
 }
 
+testing::AssertionResult Same(const std::string &actual, const std::string &expected)
+{
+    if (actual == expected)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "differs " << difference(actual, expected);
+}
+
 std::string Transcript(const std::string &name)
 {
-    return ReadFile(std::string(TRANSCRIPT_FOLDER "/") + name);
+    const std::string text = replaced(contentOf(pathOf(name)), versionKept, versionShown);
+    EXPECT_NE(text, "") << "no transcript " << name;
+    return text;
 }
 
 testing::AssertionResult MatchesTranscript(const std::string &name, const std::string &actual)
 {
-    const std::string path = std::string(TRANSCRIPT_FOLDER "/") + name;
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream expected;
-    expected << file.rdbuf();
-    if (file.is_open() && expected.str() == actual)
-        return testing::AssertionSuccess();
-
+    const testing::AssertionResult same =
+        Same(actual, replaced(contentOf(pathOf(name)), versionKept, versionShown));
     const char *const update = std::getenv("KEYGEN_UPDATE_TRANSCRIPTS");
-    if (update != nullptr && std::string(update) == "1") {
-        std::ofstream(path, std::ios::binary) << actual;
-        return testing::AssertionFailure() << name << " rewritten";
-    }
+    if (same || update == nullptr || std::string(update) != "1")
+        return same ? same
+                    : testing::AssertionFailure() << "tests/transcripts/" << name << " " << same.message();
+    std::ofstream(pathOf(name), std::ios::binary) << replaced(actual, versionShown, versionKept);
     return testing::AssertionFailure()
-           << "output differs from tests/transcripts/" << name << " " << difference(expected.str(), actual);
+           << "tests/transcripts/" << name
+           << " was written anew. A test fails when it writes; run it again without "
+              "KEYGEN_UPDATE_TRANSCRIPTS.";
 }

@@ -19,8 +19,7 @@ testing::AssertionResult endedWell(const ProgramResult &run, int status)
     if (run.signal != 0)
         return testing::AssertionFailure() << "ended by signal " << run.signal;
     if (run.status != status)
-        return testing::AssertionFailure() << "status " << run.status << ", not " << status << "; output:\n"
-                                           << Visible(run.output);
+        return testing::AssertionFailure() << "status " << run.status << ", not " << status;
     if (!run.errors.empty())
         return testing::AssertionFailure() << "standard error:\n" << Visible(run.errors);
     return testing::AssertionSuccess();
@@ -69,16 +68,13 @@ void PutFile(const TemporaryFolder &folder, const std::string &name, const std::
 
 testing::AssertionResult Ended(const ProgramResult &run, int status, const std::string &output)
 {
-    if (run.output != output)
-        return testing::AssertionFailure() << "output:\n"
-                                           << Visible(run.output) << "\nexpected:\n"
-                                           << Visible(output);
-    return endedWell(run, status);
+    const testing::AssertionResult printed = Same(run.output, output);
+    return printed ? endedWell(run, status) : printed;
 }
 
 testing::AssertionResult EndedAsIn(const ProgramResult &run, int status, const std::string &transcript)
 {
-    testing::AssertionResult printed = MatchesTranscript(transcript, run.output);
+    const testing::AssertionResult printed = MatchesTranscript(transcript, run.output);
     return printed ? endedWell(run, status) : printed;
 }
 

@@ -15,12 +15,12 @@ std::string printed(const QString &message, MSGTYPE type)
 
 TEST(MessageOut, WritesThePrefixOfEachKindTheTextAndTheReset)
 {
-    EXPECT_EQ(printed("text", MSG_SUCCESS), "\x1B[00;32m text\x1B[0m\x1B[39;49m");
-    EXPECT_EQ(printed("text", MSG_INFO), "\x1B[49m text\x1B[0m\x1B[39;49m");
-    EXPECT_EQ(printed("text", MSG_PROMPT), "\x1B[0m\x1B[39;49mtext\x1B[0m\x1B[39;49m");
-    EXPECT_EQ(printed("text", MSG_REPROMPT), "\x1B[00;35mtext\x1B[0m\x1B[39;49m");
-    EXPECT_EQ(printed("text", MSG_ERROR), "\x1B[00;31m text\x1B[0m\x1B[39;49m");
-    EXPECT_EQ(printed("text", MSG_TITLE), "\x1B[36m text\x1B[0m\x1B[39;49m");
+    EXPECT_EQ(printed("text", MSG_SUCCESS), Success("text"));
+    EXPECT_EQ(printed("text", MSG_INFO), Info("text"));
+    EXPECT_EQ(printed("text", MSG_PROMPT), Prompt("text"));
+    EXPECT_EQ(printed("text", MSG_REPROMPT), Reprompt("text"));
+    EXPECT_EQ(printed("text", MSG_ERROR), Error("text"));
+    EXPECT_EQ(printed("text", MSG_TITLE), Title("text"));
 }
 
 TEST(MessageOut, NumbersTheKindsFromZeroToFive)
@@ -35,8 +35,8 @@ TEST(MessageOut, NumbersTheKindsFromZeroToFive)
 
 TEST(MessageOut, WritesNoPrefixForAnUnknownKind)
 {
-    EXPECT_EQ(printed("text", static_cast<MSGTYPE>(6)), "text\x1B[0m\x1B[39;49m");
-    EXPECT_EQ(printed("text", static_cast<MSGTYPE>(-1)), "text\x1B[0m\x1B[39;49m");
+    EXPECT_EQ(printed("text", static_cast<MSGTYPE>(6)), std::string("text") + messageEnd);
+    EXPECT_EQ(printed("text", static_cast<MSGTYPE>(-1)), std::string("text") + messageEnd);
 }
 
 TEST(MessageOut, CutsAMessageAtItsFirstZeroCharacter)

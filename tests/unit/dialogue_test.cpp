@@ -4,7 +4,9 @@
 #include "tests/support/captured_output.h"
 #include "tests/support/dialogue_script.h"
 #include "tests/support/pseudo_terminal.h"
+#include "tests/support/settings.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/transcript.h"
 
 #include <gtest/gtest.h>
 
@@ -12,38 +14,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <sstream>
 #include <string>
 
 #include <unistd.h>
 
 namespace {
 
-std::string textOf(const QString &value)
-{
-    return value.toStdString();
-}
-
-/// The settings that the dialogue is to fill.
-std::string settings()
-{
-    std::ostringstream text;
-    text << std::boolalpha << "absolutePath " << textOf(absolutePath) << "\nisKeyGeneration "
-         << isKeyGeneration << "\nisKeyNumberCommand " << isKeyNumberCommand << "\nnumberKeys " << numberKeys
-         << "\nnumberPassword " << numberPassword << "\nisPasswordCmd " << isPasswordCmd << "\nisRandomCmd "
-         << isRandomCmd << "\npassword " << textOf(password) << "\npasswordTable";
-    for (const QString &entry : passwordTable)
-        text << " " << textOf(entry);
-    text << "\npasswordOK " << passwordOK << "\nbrainpoolP256t1 " << brainpoolP256t1 << "\naes128 " << aes128
-         << "\npublicKeyPath " << textOf(publicKeyPath) << "\nprivateKeyPath " << textOf(privateKeyPath)
-         << "\nhashPath " << textOf(hashPath) << "\n";
-    return text.str();
-}
-
 const char *const begin = "settings:\n";
 
 /// Answers by `script`, in a folder of its own with the folder keys in it, and returns the settings that
-/// result. `before` runs before the dialogue.
+/// it changes. `before` runs before the dialogue.
 std::string settingsAfter(
     const DialogueScript &script, const std::function<void()> &before = [] {})
 {
@@ -52,10 +32,11 @@ std::string settingsAfter(
     PseudoTerminal terminal([&] {
         if (chdir(folder.path().c_str()) != 0 || setenv("HOME", "/home/user", 1) != 0)
             _exit(1);
+        ResetSettings();
         before();
         RunDialogue();
         std::fputs(begin, stdout);
-        std::fputs(settings().c_str(), stdout);
+        std::fputs(ChangedSettings().c_str(), stdout);
     });
     for (const auto &[question, answer] : script)
         EXPECT_TRUE(terminal.answers(question, answer + "\n"));
@@ -82,26 +63,19 @@ DialogueScript choices(const std::string &curve, const std::string &cipher)
     return {{question::curve, curve}, {question::cipher, cipher}};
 }
 
-const char *const allPasswords = "pass0 pass1 pass2 pass3 pass4 pass5 pass6 pass7";
+const std::string tableOfEight = "passwordTable=[\"pass0\", \"pass1\", \"pass2\", \"pass3\", \"pass4\", "
+                                 "\"pass5\", \"pass6\", \"pass7\"]\n";
 
 TEST(Dialogue, FillsTheSettingsOfOnePair)
 {
     EXPECT_EQ(settingsAfter(folderStep("") + OnePairSteps("secret")),
-              "absolutePath /home/user/Corvane_KeyGen/\n"
-              "isKeyGeneration true\n"
-              "isKeyNumberCommand false\n"
-              "numberKeys 1\n"
-              "numberPassword 1\n"
-              "isPasswordCmd false\n"
-              "isRandomCmd false\n"
-              "password secret\n"
-              "passwordTable secret\n"
-              "passwordOK true\n"
-              "brainpoolP256t1 false\n"
-              "aes128 false\n"
-              "publicKeyPath /home/user/Corvane_KeyGen/publicKey.pem\n"
-              "privateKeyPath /home/user/Corvane_KeyGen//privateKey.pem\n"
-              "hashPath /home/user/Corvane_KeyGen/publicKeyhash.bin\n");
+              "password=\"secret\"\n"
+              "publicKeyPath=\"/home/user/Corvane_KeyGen/publicKey.pem\"\n"
+              "privateKeyPath=\"/home/user/Corvane_KeyGen//privateKey.pem\"\n"
+              "hashPath=\"/home/user/Corvane_KeyGen/publicKeyhash.bin\"\n"
+              "absolutePath=\"/home/user/Corvane_KeyGen/\"\n"
+              "passwordTable=[\"secret\"]\n"
+              "passwordOK=true\n");
 }
 
 TEST(Dialogue, FillsTheSettingsOfAPacket)
@@ -109,23 +83,17 @@ TEST(Dialogue, FillsTheSettingsOfAPacket)
     EXPECT_EQ(settingsAfter(folderStep("keys") + DialogueScript{{question::packets, "2"}} + eightPasswords() +
                                 choices("2", "2"),
                             [] { isKeyGeneration = false; }),
-              "absolutePath keys\n"
-              "isKeyGeneration true\n"
-              "isKeyNumberCommand true\n"
-              "numberKeys 8\n"
-              "numberPassword 1\n"
-              "isPasswordCmd false\n"
-              "isRandomCmd false\n"
-              "password pass7\n"
-              "passwordTable " +
-                  std::string(allPasswords) +
-                  "\n"
-                  "passwordOK true\n"
-                  "brainpoolP256t1 true\n"
-                  "aes128 true\n"
-                  "publicKeyPath keys/publicKey.pem\n"
-                  "privateKeyPath keys/privateKey.pem\n"
-                  "hashPath keys/publicKeyhash.bin\n");
+              "numberKeys=8\n"
+              "isKeyNumberCommand=true\n"
+              "password=\"pass7\"\n"
+              "publicKeyPath=\"keys/publicKey.pem\"\n"
+              "privateKeyPath=\"keys/privateKey.pem\"\n"
+              "hashPath=\"keys/publicKeyhash.bin\"\n"
+              "absolutePath=\"keys\"\n" +
+                  tableOfEight +
+                  "passwordOK=true\n"
+                  "aes128=true\n"
+                  "brainpoolP256t1=true\n");
 }
 
 TEST(Dialogue, ChoosesCurveAndCipherApart)
@@ -133,9 +101,9 @@ TEST(Dialogue, ChoosesCurveAndCipherApart)
     const DialogueScript beginning =
         folderStep("") + DialogueScript{{question::packets, "1"}} + PasswordSteps("secret");
     const std::string onlyCurve = settingsAfter(beginning + choices("2", "1"));
-    EXPECT_NE(onlyCurve.find("brainpoolP256t1 true\naes128 false\n"), std::string::npos);
+    EXPECT_NE(onlyCurve.find("passwordOK=true\nbrainpoolP256t1=true\n"), std::string::npos);
     const std::string onlyCipher = settingsAfter(beginning + choices("1", "2"));
-    EXPECT_NE(onlyCipher.find("brainpoolP256t1 false\naes128 true\n"), std::string::npos);
+    EXPECT_NE(onlyCipher.find("passwordOK=true\naes128=true\n"), std::string::npos);
 }
 
 TEST(Dialogue, LeavesTheSettingsOfOnePairAsTheyAre)
@@ -144,8 +112,7 @@ TEST(Dialogue, LeavesTheSettingsOfOnePairAsTheyAre)
         isKeyGeneration = false;
         isKeyNumberCommand = true;
     });
-    EXPECT_NE(filled.find("isKeyGeneration false\nisKeyNumberCommand true\nnumberKeys 1\n"),
-              std::string::npos);
+    EXPECT_EQ(filled.find("isKeyGeneration=false\nisKeyNumberCommand=true\n"), 0U);
 }
 
 TEST(Dialogue, AsksForEightPasswordsUnlessThereIsOnePair)
@@ -153,8 +120,8 @@ TEST(Dialogue, AsksForEightPasswordsUnlessThereIsOnePair)
     const std::string filled = settingsAfter(folderStep("") + DialogueScript{{question::packets, "1"}} +
                                                  eightPasswords() + choices("1", "1"),
                                              [] { numberKeys = 3; });
-    EXPECT_NE(filled.find(std::string("passwordTable ") + allPasswords + "\n"), std::string::npos);
-    EXPECT_NE(filled.find("numberKeys 3\n"), std::string::npos);
+    EXPECT_NE(filled.find(tableOfEight), std::string::npos);
+    EXPECT_NE(filled.find("numberKeys=3\n"), std::string::npos);
 }
 
 TEST(Dialogue, AsksForNoPasswordThatIsConfirmedAlready)
@@ -164,7 +131,9 @@ TEST(Dialogue, AsksForNoPasswordThatIsConfirmedAlready)
             passwordOK = true;
             password = "before";
         });
-    EXPECT_NE(filled.find("password before\npasswordTable\npasswordOK true\n"), std::string::npos);
+    EXPECT_NE(filled.find("absolutePath=\"/home/user/Corvane_KeyGen/\"\npasswordOK=true\n"),
+              std::string::npos);
+    EXPECT_EQ(filled.find("password=\"before\"\n"), 0U);
 }
 
 TEST(Dialogue, ForgetsPasswordsThatWereNotConfirmed)
@@ -174,7 +143,8 @@ TEST(Dialogue, ForgetsPasswordsThatWereNotConfirmed)
                                                             {question::Password(), "first"},
                                                             {question::RepeatPassword(), "other"}} +
                                              PasswordSteps("second") + choices("1", "1"));
-    EXPECT_NE(filled.find("password second\npasswordTable second\n"), std::string::npos);
+    EXPECT_NE(filled.find("password=\"second\"\n"), std::string::npos);
+    EXPECT_NE(filled.find("passwordTable=[\"second\"]\n"), std::string::npos);
 }
 
 TEST(Dialogue, RepeatsOnlyTheMistypedPasswordOfAPacket)
@@ -185,7 +155,7 @@ TEST(Dialogue, RepeatsOnlyTheMistypedPasswordOfAPacket)
     passwords.insert(passwords.begin() + 4, mistyped.begin(), mistyped.end());
     const std::string filled = settingsAfter(folderStep("") + DialogueScript{{question::packets, "2"}} +
                                              passwords + choices("1", "1"));
-    EXPECT_NE(filled.find(std::string("passwordTable ") + allPasswords + "\n"), std::string::npos);
+    EXPECT_NE(filled.find(tableOfEight), std::string::npos);
 }
 
 TEST(Dialogue, BeginsWithTheNoticeOnATerminalShownAndEdited)
@@ -195,7 +165,8 @@ TEST(Dialogue, BeginsWithTheNoticeOnATerminalShownAndEdited)
         RunDialogue();
     });
     ASSERT_TRUE(terminal.shows(question::Folder("/home/user/Corvane_KeyGen/")));
-    EXPECT_EQ(terminal.screen(), Info("Corvane Key Generator [Version v2.16.0] <'-? for help>\n"
+    EXPECT_EQ(terminal.screen(), Info(std::string("Corvane Key Generator [Version ") + versionShown +
+                                      "] <'-? for help>\n"
                                       "Copyright (C) Halvex. All rights reserved.\n") +
                                      Success("Interactive mode...\n") +
                                      question::Folder("/home/user/Corvane_KeyGen/"));

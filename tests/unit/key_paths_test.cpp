@@ -89,7 +89,7 @@ protected:
 private:
     static void set(const char *folder, const char *publicKey, const char *privateKey, const char *hash)
     {
-        Reset();
+        ResetSettings();
         absolutePath = folder;
         publicKeyPath = publicKey;
         privateKeyPath = privateKey;
@@ -154,7 +154,7 @@ TEST_F(KeyPaths, StayAsTypedWhereAllThreeAreGiven)
 TEST_F(KeyPaths, TurnKeyGenerationOnWhereSomeAreGiven)
 {
     for (const auto &given : {&publicKeyPath, &privateKeyPath, &hashPath}) {
-        Reset();
+        ResetSettings();
         isKeyGeneration = false;
         *given = "a/";
         CompleteKeyPaths();
