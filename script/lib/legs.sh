@@ -17,10 +17,7 @@ leg() {
     (set -e; "$@") </dev/null 2>&1 | tee "$log"
     status=${PIPESTATUS[0]}
     set -e
-    if ((status != 0)); then
-        outcome=FAILED
-        failures=$((failures + 1))
-    fi
+    ((status == 0)) || outcome=FAILED failures=$((failures + 1))
     results+=("$(printf '%-6s %6d s  %s' "$outcome" $((SECONDS - start)) "$title")")
     printf '=== %s\n' "${results[-1]}"
     mapfile -t tests < <(grep '% tests passed' "$log")

@@ -46,34 +46,20 @@ stop() {
     exit 1
 }
 
-trimmed() {
-    local text=$1
-    text=${text#"${text%%[! ]*}"}
-    printf '%s' "${text%"${text##*[! ]}"}"
-}
-
 # A cheap look, without the package manager: it runs at every start. What stands in an unusual place is not seen
 # here; then the package manager knows better, or CMake does.
 is_there() {
-    local kind=$1 prefix name prefixes
+    local kind=$1 prefix name prefixes folders=(lib lib64 'lib/*')
     shift
     IFS=: read -r -a prefixes <<<"${CMAKE_PREFIX_PATH:-}"
-    prefixes+=(/usr /usr/local)
     case $kind in
     command)
         for name; do command -v "$name" >/dev/null && return; done
         ;;
-    file)
-        for prefix in "${prefixes[@]}"; do
-            compgen -G "$prefix/lib/$1" >/dev/null && return
-            compgen -G "$prefix/lib64/$1" >/dev/null && return
-            compgen -G "$prefix/lib/*/$1" >/dev/null && return
-        done
-        ;;
-    header)
-        for prefix in "${prefixes[@]}"; do
-            compgen -G "$prefix/include/$1" >/dev/null && return
-            compgen -G "$prefix/include/*/$1" >/dev/null && return
+    file | header)
+        [[ $kind == file ]] || folders=(include 'include/*')
+        for prefix in "${prefixes[@]}" /usr /usr/local; do
+            for name in "${folders[@]}"; do compgen -G "$prefix/$name/$1" >/dev/null && return; done
         done
         ;;
     python)
@@ -84,18 +70,11 @@ is_there() {
     return 1
 }
 
-package_is_installed() {
-    [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
-}
-
 as_root() {
+    local sudo=()
+    ((EUID == 0)) || sudo=(sudo)
     # The tools of the package manager stand in folders that an ordinary user's PATH may leave out.
-    local path=$PATH:/usr/local/sbin:/usr/sbin:/sbin
-    if ((EUID == 0)); then
-        env PATH="$path" DEBIAN_FRONTEND=noninteractive "$@"
-    else
-        sudo env PATH="$path" DEBIAN_FRONTEND=noninteractive "$@"
-    fi
+    "${sudo[@]}" env PATH="$PATH:/usr/local/sbin:/usr/sbin:/sbin" DEBIAN_FRONTEND=noninteractive "$@"
 }
 
 # What the system installs is for all its users, however private the caller's own files are.
@@ -109,28 +88,23 @@ install_packages() (
 
 # Takes needs, and installs those that are missing.
 ensure() {
-    local need name probe package names=() packages=()
+    local need name probe package names='' packages=()
     for need; do
         IFS='|' read -r name probe package <<<"$need"
         # shellcheck disable=SC2086 # the probe is words
         is_there $probe && continue
-        package=$(trimmed "$package")
-        package_is_installed "$package" && continue
-        names+=("$(trimmed "$name")")
+        read -r package <<<"$package"
+        [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) == installed ]] && continue
+        read -r name <<<"$name"
+        names+=", $name"
         packages+=("$package")
     done
-    ((${#names[@]})) || return 0
-
-    local list
-    list=$(printf ', %s' "${names[@]}")
-    if ! command -v apt-get >/dev/null; then
-        say "not found: ${list:2}. The package manager of this system is not known here;" \
-            "should the build fail, install them yourself. Going on."
-    elif ((EUID != 0)) && ! command -v sudo >/dev/null; then
-        say "not found: ${list:2}. Should the build fail, let root run:" \
-            "apt-get install --no-install-recommends ${packages[*]}. Going on."
-    else
+    ((${#packages[@]})) || return 0
+    if command -v apt-get >/dev/null && { ((EUID == 0)) || command -v sudo >/dev/null; }; then
         install_packages "${packages[@]}" || stop "could not install: ${packages[*]}"
+    else
+        say "not found: ${names:2}. Going on; should the build fail, install them. On Debian root does so by:" \
+            "apt-get install --no-install-recommends ${packages[*]}"
     fi
 }
 
@@ -140,15 +114,13 @@ cached_value() {
 
 # Configures the preset; takes further options of CMake. More of them may stand in KEYGEN_CMAKE_OPTIONS, as words.
 configure() {
-    local first=no words
+    local first='' words
     [[ -e $build/CMakeCache.txt ]] || first=yes
-    if [[ $first == yes ]] && command -v ninja >/dev/null; then
-        export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
-    fi
+    [[ ! $first ]] || ! command -v ninja >/dev/null || export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
     read -r -a words <<<"${KEYGEN_CMAKE_OPTIONS:-}"
     (cd "$tree" && cmake --preset "$preset" "$@" "${words[@]}") && return
     # What CMake found out at the first, failed time must not stand in the way of the next: a compiler, say.
-    [[ $first == yes ]] && rm -rf "$build"/CMakeCache.txt "$build"/CMakeFiles/[0-9]*
+    [[ ! $first ]] || rm -rf "$build"/CMakeCache.txt "$build"/CMakeFiles/[0-9]*
     stop "configuring failed"
 }
 
