@@ -6,7 +6,9 @@ import os
 import pathlib
 import re
 
-TRANSCRIPTS = pathlib.Path(__file__).resolve().parents[1] / "transcripts"
+TREE = pathlib.Path(__file__).resolve().parents[2]
+TRANSCRIPTS = TREE / "tests" / "transcripts"
+VERSION = re.search(r"^project\(keygen VERSION (\S+)", (TREE / "CMakeLists.txt").read_text("utf-8"), re.MULTILINE)[1]
 # What ends each message.
 RESET = "\x1b[0m\x1b[39;49m"
 
@@ -23,7 +25,7 @@ ARGUMENTS = {
 
 def messages(name, *replacements):
     """The messages of a transcript, with other paths or sizes in place of those that it shows."""
-    text = (TRANSCRIPTS / f"{name}.txt").read_text("utf-8")
+    text = (TRANSCRIPTS / f"{name}.txt").read_text("utf-8").replace("@VERSION@", VERSION)
     for there, here in replacements:
         assert there in text, (name, there)
         text = text.replace(there, here)
