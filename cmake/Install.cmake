@@ -1,7 +1,10 @@
-# What an installation holds: the program, its manual, completions for the shells, and the documents.
+# What an installation holds: the programs, their manuals, completions for the shells, and the documents.
 include(GNUInstallDirs)
 
 configure_file(man/keygen.1.in man/keygen.1 @ONLY)
+configure_file(man/keygen-verify.1.in man/keygen-verify.1 @ONLY)
+set(KEYGEN_VERIFY "${PROJECT_BINARY_DIR}/bin/keygen-verify")
+configure_file(verify/keygen-verify "${KEYGEN_VERIFY}" @ONLY)
 
 # What was built against an OpenSSL of its own finds it after the installation too.
 if(OPENSSL_ROOT_DIR)
@@ -10,18 +13,22 @@ if(OPENSSL_ROOT_DIR)
 endif()
 
 install(TARGETS keygen RUNTIME)
-install(FILES "${PROJECT_BINARY_DIR}/man/keygen.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+install(PROGRAMS "${KEYGEN_VERIFY}" TYPE BIN)
+install(FILES "${PROJECT_BINARY_DIR}/man/keygen.1" "${PROJECT_BINARY_DIR}/man/keygen-verify.1"
+  DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 
 # Each shell looks for a file of its own name in a folder of its own.
 install(FILES completions/keygen.bash
   DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME keygen)
-install(FILES completions/_keygen DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
-install(FILES completions/keygen.fish DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
+install(FILES completions/keygen-verify.bash
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME keygen-verify)
+install(FILES completions/_keygen completions/_keygen-verify
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
+install(FILES completions/keygen.fish completions/keygen-verify.fish
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 
 # The documents lie to each other as they do in the tree, so that their links lead somewhere.
 install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
-install(FILES docs/files.md docs/verify.md docs/security.md docs/testing.md docs/performance.md
+install(FILES docs/files.md docs/many.md docs/security.md docs/testing.md docs/performance.md
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")
 install(FILES docs/screens/pair.svg docs/screens/dialogue.svg DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/screens")
-install(PROGRAMS docs/verify/check-pair.sh docs/verify/check_packet.py
-  DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs/verify")

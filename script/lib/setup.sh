@@ -26,6 +26,8 @@ needs_of_the_tests=(
     "cryptography for Python | python cryptography             | python3-cryptography"
     "valgrind        | command valgrind                        | valgrind"
     "pkg-config      | command pkg-config                      | pkgconf"
+    "busybox         | command busybox                         | busybox"
+    "GNU parallel    | command parallel                        | parallel"
 )
 # For the tests of the manual, and of the completions in these shells. Where they are not to be had, the others run.
 needs_of_the_documents=(

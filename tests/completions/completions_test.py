@@ -20,6 +20,8 @@ OPTIONS = set("""-pwd --password -prvk --private-key -pubk --public-key -hash --
 if SHELL == "bash":
     OPTIONS -= {"--public-key-hash", "--prvkey-enc"}
 
+VERIFY_OPTIONS = {"--passwords", "--public-only", "--packet", "--help", "--version"}
+
 FILES = ["key.pem", "other key.pem", "hash.bin", "notes.txt", "keys/inner.pem", "keys/inner.bin", "work/notes.txt"]
 
 ENVIRONMENT = {"PATH": os.environ["PATH"], "TERM": "dumb", "LC_ALL": "C.UTF-8", "COLUMNS": "200"}
@@ -89,7 +91,8 @@ class TerminalShell:
         os.waitpid(self.pid, 0)
 
 
-PROGRAM = """keygen() { printf ARGUMENTS; printf '|%s' "$@"; echo; }"""
+PROGRAM = """keygen() { printf ARGUMENTS; printf '|%s' "$@"; echo; }
+keygen-verify() { keygen "$@"; }"""
 
 
 class Bash(TerminalShell):
@@ -98,7 +101,8 @@ class Bash(TerminalShell):
             ["bash", "--noprofile", "--norc", "-i"],
             ["PS1='PROMPT>'", "bind 'set show-all-if-ambiguous on'", "bind 'set page-completions off'",
              "bind 'set completion-query-items 0'", "bind 'set enable-bracketed-paste off'",
-             "bind 'set completion-display-width 0'", PROGRAM, f"source '{COMPLETIONS}/keygen.bash'"], folder)
+             "bind 'set completion-display-width 0'", *PROGRAM.splitlines(),
+             f"source '{COMPLETIONS}/keygen.bash'; source '{COMPLETIONS}/keygen-verify.bash'"], folder)
 
     @staticmethod
     def words_of(line):
@@ -112,7 +116,8 @@ class Zsh(TerminalShell):
             ["PROMPT='PROMPT>'; unsetopt ZLE_BRACKETED_PASTE 2>/dev/null; unset zle_bracketed_paste",
              "setopt NO_BEEP NO_ALWAYS_LAST_PROMPT LIST_PACKED NO_LIST_AMBIGUOUS; LISTMAX=1000; bindkey -e",
              f"fpath=('{COMPLETIONS}' $fpath); autoload -Uz compinit; compinit -u -D",
-             "zstyle ':completion:*' list-separator '#'; zstyle ':completion:*' insert-tab false", PROGRAM], folder)
+             "zstyle ':completion:*' list-separator '#'; zstyle ':completion:*' insert-tab false",
+             *PROGRAM.splitlines()], folder)
 
     @staticmethod
     def words_of(line):
@@ -128,7 +133,7 @@ class Fish:
         self.folder = folder
 
     def run(self, line):
-        script = f"source '{COMPLETIONS}/keygen.fish'; complete -C $argv[1]"
+        script = f"source '{COMPLETIONS}/keygen.fish'; source '{COMPLETIONS}/keygen-verify.fish'; complete -C $argv[1]"
         return subprocess.run(["fish", "--no-config", "-c", script, line], cwd=self.folder, check=True,
                               env=dict(ENVIRONMENT, HOME=self.folder), stdout=subprocess.PIPE,
                               universal_newlines=True).stdout
@@ -218,6 +223,29 @@ class Completion(unittest.TestCase):
                               ["-pwd", "1111", "2222", "3333", "4444", "5555", "6666", "7777", "8888", "-abs"])
         self.assert_candidates(["keygen -pwd first -"], OPTIONS - {"-pwd", "--password"}
                                if SHELL == "zsh" else OPTIONS)
+
+    PEM_FILES = {"key.pem", "other key.pem" if SHELL != "zsh" else "other\\ key.pem", "keys/", "work/"}
+
+    def test_verify_offers_its_options(self):
+        self.assert_candidates(["keygen-verify -", "keygen-verify --"], VERIFY_OPTIONS)
+        self.assert_completed("keygen-verify --pub", ["--public-only"])
+        self.assert_candidates(["keygen-verify --passwords notes.txt -"],
+                               VERIFY_OPTIONS - {"--passwords", "--public-only"} if SHELL == "zsh" else VERIFY_OPTIONS)
+
+    def test_verify_offers_folders_and_key_files(self):
+        self.assert_candidates(["keygen-verify ", "keygen-verify --packet ", "keygen-verify key.pem ",
+                                "keygen-verify --passwords notes.txt "], self.PEM_FILES)
+        self.assert_completed("keygen-verify keys/i", ["keys/inner.pem"])
+
+    def test_verify_offers_folders_and_hash_files_after_two_keys(self):
+        self.assert_candidates(["keygen-verify key.pem key.pem ",
+                                "keygen-verify --passwords notes.txt --packet key.pem key.pem "],
+                               {"hash.bin", "keys/", "work/"})
+
+    def test_verify_offers_any_file_for_the_passwords(self):
+        self.assert_completed("keygen-verify --passwords n", ["--passwords", "notes.txt"])
+        self.assert_candidates(["keygen-verify --passwords keys/"],
+                               {"inner.pem", "inner.bin"} if SHELL != "fish" else {"keys/inner.pem", "keys/inner.bin"})
 
 
 if __name__ == "__main__":

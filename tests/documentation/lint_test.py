@@ -1,44 +1,56 @@
 #!/usr/bin/python3
-"""The tools that show manuals find nothing to complain about: lint_test.py KEYGEN.1"""
+"""The tools that show manuals find nothing to complain about: lint_test.py MANUAL..."""
 
 import os
 import subprocess
 import sys
 import unittest
 
-MANUAL = sys.argv.pop(1)
+MANUALS = sys.argv[1:]
+del sys.argv[1:]
 
 
-class Manual(unittest.TestCase):
+class Manuals(unittest.TestCase):
     def run_tool(self, *command):
         environment = dict(os.environ, LC_ALL="C.UTF-8", MANROFFSEQ="", MANWIDTH="80")
         return subprocess.run(command, env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, universal_newlines=True)
 
+    def for_each_manual(self):
+        self.assertEqual([os.path.basename(each) for each in MANUALS], ["keygen.1", "keygen-verify.1"])
+        for manual in MANUALS:
+            with self.subTest(manual=manual):
+                yield manual
+
     def test_man_warns_of_nothing(self):
-        result = self.run_tool("man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", MANUAL)
-        self.assertEqual((result.returncode, result.stderr), (0, ""))
-        self.assertIn("keygen", result.stdout)
+        for manual in self.for_each_manual():
+            result = self.run_tool("man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", manual)
+            self.assertEqual((result.returncode, result.stderr), (0, ""))
+            self.assertIn("keygen", result.stdout)
 
     def test_mandoc_finds_nothing(self):
-        result = self.run_tool("mandoc", "-T", "lint", MANUAL)
-        # Which other manuals are installed is no matter of this one.
-        found = [line for line in (result.stdout + result.stderr).splitlines()
-                 if "referenced manual not found: Xr" not in line and not line.startswith("mandoc: outdated mandoc.db")]
-        self.assertEqual(found, [])
+        for manual in self.for_each_manual():
+            result = self.run_tool("mandoc", "-T", "lint", manual)
+            # Which other manuals are installed is no matter of this one.
+            found = [line for line in (result.stdout + result.stderr).splitlines()
+                     if "referenced manual not found: Xr" not in line
+                     and not line.startswith("mandoc: outdated mandoc.db")]
+            self.assertEqual(found, [])
 
     def test_no_line_is_wider_than_the_usual_terminal(self):
-        shown = self.run_tool("man", "-E", "UTF-8", "-l", "-P", "cat", MANUAL).stdout
-        self.assertIn("EXAMPLES", shown)
-        # Without a terminal, man writes no bold letters.
-        self.assertEqual([line for line in shown.splitlines() if len(line) > 80], [])
+        for manual in self.for_each_manual():
+            shown = self.run_tool("man", "-E", "UTF-8", "-l", "-P", "cat", manual).stdout
+            self.assertIn("EXAMPLES", shown)
+            # Without a terminal, man writes no bold letters.
+            self.assertEqual([line for line in shown.splitlines() if len(line) > 80], [])
 
     def test_each_part_of_the_manual_is_there(self):
-        shown = self.run_tool("mandoc", "-T", "ascii", MANUAL).stdout.replace("\b", "")
-        for title in ("NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "FILES", "EXIT STATUS", "EXAMPLES"):
-            # Bold letters are written twice.
-            doubled = "".join(letter if letter == " " else letter * 2 for letter in title)
-            self.assertIn(f"\n{doubled}\n", shown)
+        for manual in self.for_each_manual():
+            shown = self.run_tool("mandoc", "-T", "ascii", manual).stdout.replace("\b", "")
+            for title in ("NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "EXAMPLES"):
+                # Bold letters are written twice.
+                doubled = "".join(letter if letter == " " else letter * 2 for letter in title)
+                self.assertIn(f"\n{doubled}\n", shown)
 
 
 if __name__ == "__main__":

@@ -9,7 +9,7 @@ import subprocess
 import textwrap
 import unittest
 
-from tree import InTemporaryFolder, PROGRAM, TREE, help_options
+from tree import InTemporaryFolder, PROGRAM, TREE, Terminal, VERIFY, help_options
 
 README = (TREE / "README.md").read_text("utf-8")
 IGNORED = {"--public-key-hash", "--prvkey-enc"}
@@ -40,6 +40,7 @@ class Commands(InTemporaryFolder):
         for link in (self.clone / "script/run", self.home / ".local/bin/keygen"):
             link.parent.mkdir(parents=True)
             os.symlink(PROGRAM, link)
+        os.symlink(VERIFY, self.home / ".local/bin/keygen-verify")
 
     def type(self, commands, answers=""):
         """What the commands show, typed in a clone."""
@@ -81,6 +82,13 @@ class Commands(InTemporaryFolder):
         self.assertEqual({each.name for each in self.home.iterdir()},
                          {".local", "example-keys", "example-packet", "example.bin"})
         self.assertEqual([each.name for each in self.clone.iterdir()], ["script"])
+
+    def test_the_check_asks_for_the_password(self):
+        self.type(block("'correct horse'\n"))
+        run = Terminal(self.home, "-c", "PATH=~/.local/bin:$PATH\n" + block("keygen-verify"), program="/bin/bash")
+        run.answer("Enter Password:", "correct horse\n")
+        self.assertEqual(run.end(), 0)
+        self.assertIn("\nall agrees: 1 pair\r\n", run.shown)
 
     def test_checks_of_a_pair(self):
         self.type(block("'correct horse'\n"))

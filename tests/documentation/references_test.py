@@ -37,7 +37,7 @@ class References(unittest.TestCase):
                     self.assertTrue(packaged & {found, *found.parents})
 
     def test_files_that_are_named_are_there(self):
-        folders = "bench|cmake|completions|docs|keygen|man|script|src|tests|[.]ci"
+        folders = "bench|cmake|completions|docs|keygen|man|script|src|tests|verify|[.]ci"
         for document in DOCUMENTS:
             # A part in capitals stands for any name.
             for name in re.findall(r"`((?:%s)/[a-z0-9_./-]*)" % folders, document.read_text("utf-8")):

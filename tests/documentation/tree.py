@@ -11,6 +11,7 @@ import unittest
 
 TREE = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = os.environ["KEYGEN_PROGRAM"]
+VERIFY = os.environ["KEYGEN_VERIFY"]
 CURVES = ("prime256v1", "brainpoolP256t1")
 CIPHERS = ("aes256", "aes128")
 PASSWORDS = ["first1", "second2", "third3", "fourth4", "fifth5", "sixth6", "seventh7", "eighth8"]
@@ -40,14 +41,14 @@ class InTemporaryFolder(unittest.TestCase):
 
 
 class Terminal:
-    """A run of the program on a terminal of its own, in `folder`, which is the user's home, too."""
+    """A run of the program, or of another one, on a terminal of its own, in `folder`, which is the user's home, too."""
 
-    def __init__(self, folder, *arguments):
+    def __init__(self, folder, *arguments, program=PROGRAM):
         self.shown, self.seen = "", 0
         self.pid, self.descriptor = pty.fork()
         if self.pid == 0:
             os.chdir(folder)
-            os.execve(PROGRAM, ["keygen", *arguments], dict(os.environ, HOME=str(folder)))
+            os.execve(program, [os.path.basename(program), *arguments], dict(os.environ, HOME=str(folder)))
 
     def type(self, keys):
         os.write(self.descriptor, keys.encode())

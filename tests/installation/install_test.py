@@ -17,20 +17,23 @@ TREE = pathlib.Path(__file__).resolve().parents[2]
 
 PROGRAMS = {
     "bin/keygen",
-    "share/doc/keygen/docs/verify/check-pair.sh",
-    "share/doc/keygen/docs/verify/check_packet.py",
+    "bin/keygen-verify",
 }
 DATA = {
     "share/man/man1/keygen.1",
+    "share/man/man1/keygen-verify.1",
     "share/bash-completion/completions/keygen",
+    "share/bash-completion/completions/keygen-verify",
     "share/zsh/site-functions/_keygen",
+    "share/zsh/site-functions/_keygen-verify",
     "share/fish/vendor_completions.d/keygen.fish",
+    "share/fish/vendor_completions.d/keygen-verify.fish",
     "share/doc/keygen/LICENSE",
     "share/doc/keygen/README.md",
     "share/doc/keygen/CHANGELOG.md",
     "share/doc/keygen/CONTRIBUTING.md",
     "share/doc/keygen/docs/files.md",
-    "share/doc/keygen/docs/verify.md",
+    "share/doc/keygen/docs/many.md",
     "share/doc/keygen/docs/security.md",
     "share/doc/keygen/docs/testing.md",
     "share/doc/keygen/docs/performance.md",
@@ -61,7 +64,7 @@ def sources():
     """The files of the tree, without the tests, and without what was built or made there."""
     for pattern in ("CMake*", "*.md", "LICENSE", "debian/c*", "debian/rules", "debian/*.install"):
         yield from TREE.glob(pattern)
-    for folder in (".ci", ".github", "bench", "cmake", "completions", "docs", "keygen", "man", "script", "src"):
+    for folder in (".ci", ".github", "bench", "cmake", "completions", "docs", "keygen", "man", "script", "src", "verify"):
         yield from (each for each in (TREE / folder).rglob("*") if each.is_file())
 
 
@@ -84,6 +87,8 @@ class Installation(unittest.TestCase):
         result = run(str(prefix / "bin/keygen"), "--version")
         self.assertEqual(result.returncode, 0, result.stdout)
         self.assertIn(f"Version: v{VERSION}\n", result.stdout)
+        result = run(str(prefix / "bin/keygen-verify"), "--version")
+        self.assertEqual((result.returncode, result.stdout), (0, f"keygen-verify {VERSION}\n"))
 
     def test_goes_into_any_prefix(self):
         prefix = self.folder / "a prefix" / "with a blank"
@@ -110,11 +115,20 @@ class Installation(unittest.TestCase):
                 self.assertTrue((document.parent / target).is_file(), f"{document.name}: {target}")
         self.assertGreater(links, 5)
 
-    def test_the_manual_carries_the_version(self):
+    def test_the_manuals_carry_the_version(self):
         self.install(self.folder)
-        manual = (self.folder / "share/man/man1/keygen.1").read_text("utf-8")
-        self.assertIn(f"This is the manual of version {VERSION}.\n", manual)
-        self.assertNotIn("@", manual)
+        for name in ("keygen.1", "keygen-verify.1"):
+            manual = (self.folder / "share/man/man1" / name).read_text("utf-8")
+            self.assertIn(f"This is the manual of version {VERSION}.\n", manual)
+            self.assertNotIn("@", manual)
+
+    def test_keygen_verify_checks_what_keygen_makes(self):
+        self.install(self.folder)
+        for name in ("keygen", "keygen-verify"):
+            self.assertTrue(os.access(self.folder / "bin" / name, os.X_OK))
+        run(str(self.folder / "bin/keygen"), "-abs", str(self.folder / "keys"), "-pwd", "secret", check=True)
+        result = run(str(self.folder / "bin/keygen-verify"), "--public-only", str(self.folder / "keys"))
+        self.assertEqual(result.returncode, 0, result.stdout)
 
     def test_the_program_does_not_look_for_libraries_in_the_build_folder(self):
         self.install(self.folder)

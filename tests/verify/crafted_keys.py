@@ -98,7 +98,8 @@ def private_der(curve, number, point=None):
 
 def encrypted_der(plain, password, key_size=32, rounds=2048, salt_size=8, cipher=None):
     salt, vector = os.urandom(salt_size), os.urandom(16)
-    key = hashlib.pbkdf2_hmac("sha256", password.encode(), salt, min(rounds, 4096), key_size)
+    secret = password if isinstance(password, bytes) else password.encode()
+    key = hashlib.pbkdf2_hmac("sha256", secret, salt, rounds, key_size)
     padding = 16 - len(plain) % 16
     encryptor = Cipher(algorithms.AES(key), modes.CBC(vector)).encryptor()
     content = encryptor.update(plain + bytes([padding]) * padding) + encryptor.finalize()
@@ -110,3 +111,8 @@ def encrypted_der(plain, password, key_size=32, rounds=2048, salt_size=8, cipher
 
 def encrypted(plain, password, **choices):
     return pem("ENCRYPTED PRIVATE KEY", encrypted_der(plain, password, **choices))
+
+
+def point_of(content):
+    """X and Y in a public key file."""
+    return base64.b64decode(b"".join(content.splitlines()[1:-1]))[-64:]
