@@ -113,8 +113,8 @@ class InstalledLibrary(unittest.TestCase):
         run("cmake", "-S", str(source), "-B", str(self.folder), env=self.environment)
         run("cmake", "--build", str(self.folder), "--target", "plain_program", env=self.environment)
         flags = shlex.split(self.pkg_config("--cflags", "--libs", "key_engine"))
-        run(os.environ["KEYGEN_COMPILER"], str(source / "own_messages.cpp"), str(source / "first_program.cpp"), *flags,
-            "-o", str(self.folder / "by_pkg_config"))
+        run(os.environ["KEYGEN_COMPILER"], "-std=c++17", str(source / "own_messages.cpp"),
+            str(source / "first_program.cpp"), *flags, "-o", str(self.folder / "by_pkg_config"))
         (self.folder / "letter").write_text("Dear reader,\n")
         for program in ("plain_program", "by_pkg_config"):
             made = subprocess.run([str(self.folder / program), "letter"], cwd=self.folder, input=b"correct horse\n",
@@ -157,10 +157,16 @@ class InstalledLibrary(unittest.TestCase):
                 str(source), flags[0], *(each.replace("-I", "-isystem", 1) for each in flags[1:]))
 
     def test_nothing_names_where_it_was_built(self):
+        # An OpenSSL that callers would not find is named by its place.
+        openssl = [option.split("=")[1].encode() for option in OPTIONS if "OPENSSL_ROOT_DIR=" in option]
         found = files_in(self.prefix)
         self.assertGreater(len(found), 10)
-        for place in (TREE, *self.first_places):
-            self.assertEqual([str(each) for each in found if bytes(place) in each.read_bytes()], [])
+        for each in found:
+            content = each.read_bytes()
+            for place in openssl:
+                content = content.replace(place, b"")
+            for place in (TREE, *self.first_places):
+                self.assertNotIn(bytes(place), content, each.name)
 
     def test_callers_choose_the_level_of_openssls_interface(self):
         self.assertEqual([each.name for each in files_in(self.prefix) if b"OPENSSL_API_COMPAT" in each.read_bytes()], [])
