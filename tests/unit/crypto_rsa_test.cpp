@@ -469,18 +469,6 @@ TEST_F(RsaGenerateKeys, FlushesBeforeAndAfterTheGenerationAndAtTheEnd)
               order);
 }
 
-TEST_F(RsaGenerateKeys, LeavesAnOldHashFilesContentAndMode)
-{
-    WriteFile(hashPath, "old");
-    fs::permissions(hashPath, fs::perms(0444));
-    Crypto engine;
-    LibraryFaults faults;
-    generateInstead(faults, stored.get());
-    EXPECT_EQ(generate(engine, AES256_CBC, faults), 1);
-    EXPECT_EQ(ModeOf(hashPath), 0444);
-    EXPECT_EQ(ReadFile(hashPath), "old");
-}
-
 TEST_F(RsaGenerateKeys, GeneratesTheKeyOfItsOwnClass)
 {
     EC_Crypto engine(prime256v1);
