@@ -1,4 +1,5 @@
 #include "tests/support/captured_output.h"
+#include "tests/support/coverage.h"
 #include "tests/support/transcript.h"
 #include "tests/support/user_run.h"
 
@@ -136,6 +137,8 @@ TEST(Packet, EndsTheRunWithoutATableHash)
 
 TEST(Packet, TellsEachFileBeyondALimit)
 {
+    if (countsCoverage)
+        GTEST_SKIP() << "the counts of what is reached are beyond the limit, too";
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(
         RunInShell(folder, "ulimit -f 0; exec \"$@\"", {"-n", "1", "-pwd", "p111", "-abs", "packet"}), 1,

@@ -7,6 +7,8 @@ import pathlib
 import re
 
 TRANSCRIPTS = pathlib.Path(__file__).resolve().parents[1] / "transcripts"
+BUILD = (TRANSCRIPTS.parents[1] / "CMakeLists.txt").read_text("utf-8")
+VERSION = re.search(r"^project\(\w+ VERSION (\S+)", BUILD, re.M)[1]
 # What ends each message.
 RESET = "\x1b[0m\x1b[39;49m"
 
@@ -23,7 +25,7 @@ ARGUMENTS = {
 
 def messages(name, *replacements):
     """The messages of a transcript, with other paths or sizes in place of those that it shows."""
-    text = (TRANSCRIPTS / f"{name}.txt").read_text("utf-8")
+    text = (TRANSCRIPTS / f"{name}.txt").read_text("utf-8").replace("@VERSION@", VERSION)
     for there, here in replacements:
         assert there in text, (name, there)
         text = text.replace(there, here)
