@@ -44,7 +44,7 @@ std::string without(std::string text, const std::string &line)
     return at == std::string::npos ? text : text.erase(at, line.size() + 1);
 }
 
-TEST(Packet, OfEightIsMadeOnEachCurveUnderEachCipher)
+TEST(Packet, APacketOfEightIsMadeOnEachCurveUnderEachCipher)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, packetWith({})), 0, "packet_prime256v1_aes256.txt"));
@@ -68,7 +68,7 @@ TEST(Packet, TakesTheNumberInAnyDecimalSpelling)
     }
 }
 
-TEST(Packet, OfOneHasANumberAndATableOfOne)
+TEST(Packet, APacketOfOneHasANumberAndATableOfOne)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(

@@ -33,7 +33,7 @@ std::string failed(const std::string &size, const std::string &path, const std::
 
 const char *const notCreated = "Failed to create output file : ";
 
-TEST(RandomData, IsWrittenInTheSizeThatIsAskedFor)
+TEST(RandomData, RandomDataIsWrittenInTheSizeThatIsAskedFor)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));
@@ -46,7 +46,7 @@ TEST(RandomData, IsWrittenInTheSizeThatIsAskedFor)
     }
 }
 
-TEST(RandomData, MayBeLargerThanTheStack)
+TEST(RandomData, RandomDataMayBeLargerThanTheStack)
 {
     const TemporaryFolder folder;
     const ProgramResult run =
@@ -96,7 +96,7 @@ TEST(RandomData, FollowsTheKeys)
     EXPECT_EQ(fs::file_size(folder / "other.bin"), 16U);
 }
 
-TEST(RandomData, IsMadeThoughThePairFails)
+TEST(RandomData, RandomDataIsMadeThoughThePairFails)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "keys/privateKey.pem");
@@ -190,7 +190,7 @@ TEST(RandomData, RefusesANegativeSizeAndTouchesNoFile)
     EXPECT_EQ(ReadFile(folder / "old.bin"), "contents");
 }
 
-TEST(RandomData, MayHaveAnyNameThatEndsInBin)
+TEST(RandomData, RandomDataMayHaveAnyNameThatEndsInBin)
 {
     const TemporaryFolder folder;
     for (const char *path : {".bin", "bruit é €.bin", "a.bin.bin", " .bin", "new\nline.bin"}) {

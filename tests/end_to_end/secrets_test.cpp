@@ -26,26 +26,13 @@ namespace {
 
 const std::string marker = "marker pass phrase";
 
-/// Becomes the key generator, working in `folder`, with `arguments`.
-void becomeKeygen(const std::string &folder, std::vector<std::string> arguments)
-{
-    const std::string program = KeygenProgram();
-    arguments.insert(arguments.begin(), program);
-    std::vector<char *> pointers;
-    for (std::string &argument : arguments)
-        pointers.push_back(argument.data());
-    pointers.push_back(nullptr);
-    if (chdir(folder.c_str()) == 0)
-        execv(program.c_str(), pointers.data());
-    _exit(127);
-}
-
 TEST(ArgumentList, PasswordsAreGoneFromItWhileTheRunGoesOn)
 {
     const TemporaryFolder folder;
     PseudoTerminal terminal([&folder] {
         dprintf(STDOUT_FILENO, "%d\n", getpid());
-        becomeKeygen(folder.path(), {"-pwd", marker, "-abs", "missing/folder"});
+        Become(KeygenProgram(),
+               {.arguments = {"-pwd", marker, "-abs", "missing/folder"}, .folder = folder.path()});
     });
     ASSERT_TRUE(terminal.shows(std::string("(y/n)") + messageEnd));
     const std::string arguments =
@@ -118,7 +105,7 @@ EndOfRun endOf(const std::string &folder, const std::vector<std::string> &argume
         dup2(open((elsewhere / "input").c_str(), O_RDONLY), STDIN_FILENO);
         ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
         raise(SIGSTOP);
-        becomeKeygen(folder, arguments);
+        Become(KeygenProgram(), {.arguments = arguments, .folder = folder});
     }
     EndOfRun end;
     std::optional<Memory> memory;
