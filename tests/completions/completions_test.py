@@ -2,6 +2,7 @@
 """Completes command lines in a real shell: completions_test.py bash|zsh|fish FOLDER_OF_THE_COMPLETIONS"""
 
 import os
+import pathlib
 import pty
 import re
 import select
@@ -11,14 +12,14 @@ import tempfile
 import time
 import unittest
 
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from option_table import IGNORED, known_options
+
 SHELL, COMPLETIONS = sys.argv.pop(1), os.path.realpath(sys.argv.pop(1))
 
-OPTIONS = set("""-pwd --password -prvk --private-key -pubk --public-key -hash --public-key-hash -abs
-    --absolute-path -pe --prvkey-enc -ecc --ecc-algo -n --number-key -rand --random -h -? --help -v
-    --version""".split())
-# bash shows no descriptions, so nothing there could tell the user that these two do nothing.
+OPTIONS = set(known_options())
 if SHELL == "bash":
-    OPTIONS -= {"--public-key-hash", "--prvkey-enc"}
+    OPTIONS -= IGNORED
 
 VERIFY_OPTIONS = {"--passwords", "--public-only", "--packet", "--help", "--version"}
 

@@ -6,13 +6,16 @@ import os
 import re
 import shutil
 import subprocess
+import sys
 import textwrap
 import unittest
 
 from tree import InTemporaryFolder, PROGRAM, TREE, Terminal, VERIFY, help_options
 
+sys.path.append(str(TREE / "tests/support"))
+from option_table import IGNORED
+
 README = (TREE / "README.md").read_text("utf-8")
-IGNORED = {"--public-key-hash", "--prvkey-enc"}
 
 PAIR = {"privateKey.pem": (399, 0o400), "publicKey.pem": (178, 0o444), "publicKeyhash.bin": (32, 0o444)}
 PACKET = {"publicKeysHashHashes.bin": (32, 0o444)}

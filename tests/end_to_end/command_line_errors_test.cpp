@@ -28,11 +28,6 @@ void expectRefusalWithHelp(const std::vector<Arguments> &commandLines, const std
     expectRefusal(commandLines, messages + Transcript("help.txt"));
 }
 
-std::string invalidCommand(const std::string &name)
-{
-    return Error("Error: Invalid command ") + Info("'" + name + "'\n\n");
-}
-
 std::string wrongCount(const char *expectation)
 {
     return Error("Wrong parameter with command --password/-pwd, permitted password number must be "
@@ -70,13 +65,13 @@ std::string repeated(const std::string &text, int times)
     return result;
 }
 
-TEST(CommandLineErrors, RefuseAnArgumentThatIsNoOptionWithoutTheHelp)
+TEST(CommandLineErrors, RefusesAnArgumentThatIsNoOptionWithoutTheHelp)
 {
     expectRefusal({{"key.pem"}, {""}, {"", "-h"}, {" -h"}, {"key.pem", "-v"}},
                   Error("Error: Argument error.Use -? for help.\n"));
 }
 
-TEST(CommandLineErrors, TakeTwentyFiveValuesAndRefuseTheTwentySixth)
+TEST(CommandLineErrors, TakesTwentyFiveValuesAndRefusesTheTwentySixth)
 {
     const TemporaryFolder folder;
     Arguments most = with({"-pubk"}, 25, "value");
@@ -86,35 +81,35 @@ TEST(CommandLineErrors, TakeTwentyFiveValuesAndRefuseTheTwentySixth)
                   Error("Error: Argument error.Use -? for help.\n"));
 }
 
-TEST(CommandLineErrors, NameTheFirstUnknownOption)
+TEST(CommandLineErrors, NamesTheFirstUnknownOption)
 {
-    expectRefusalWithHelp({{"-Xyz"}, {"-Xyz", "value"}, {"-pwd", "pass", "-Xyz"}, {"-Xyz", "-abc"}},
-                          invalidCommand("-Xyz"));
-    expectRefusalWithHelp({{"-"}}, invalidCommand("-"));
-    expectRefusalWithHelp({{"--"}}, invalidCommand("--"));
-    expectRefusalWithHelp({{"-pw"}}, invalidCommand("-pw"));
-    expectRefusalWithHelp({{"-pwdd", "pass"}}, invalidCommand("-pwdd"));
-    expectRefusalWithHelp({{"-pwd=pass"}}, invalidCommand("-pwd=pass"));
+    expectRefusal({{"-Xyz"}, {"-Xyz", "value"}, {"-pwd", "pass", "-Xyz"}, {"-Xyz", "-abc"}},
+                  InvalidCommand("-Xyz"));
+    expectRefusal({{"-"}}, InvalidCommand("-"));
+    expectRefusal({{"--"}}, InvalidCommand("--"));
+    expectRefusal({{"-pw"}}, InvalidCommand("-pw"));
+    expectRefusal({{"-pwdd", "pass"}}, InvalidCommand("-pwdd"));
+    expectRefusal({{"-pwd=pass"}}, InvalidCommand("-pwd=pass"));
 }
 
-TEST(CommandLineErrors, TakeAValueThatBeginsWithAHyphenForAnOption)
+TEST(CommandLineErrors, TakesAValueThatBeginsWithAHyphenForAnOption)
 {
-    expectRefusalWithHelp({{"-pwd", "-abc"}, {"-abs", "keys", "-pwd", "-abc"}}, invalidCommand("-abc"));
-    expectRefusalWithHelp({{"-rand", "-5", "noise.bin"}}, invalidCommand("-5"));
+    expectRefusal({{"-pwd", "-abc"}, {"-abs", "keys", "-pwd", "-abc"}}, InvalidCommand("-abc"));
+    expectRefusal({{"-rand", "-5", "noise.bin"}}, InvalidCommand("-5"));
 }
 
-TEST(CommandLineErrors, NameAnUnknownOptionRatherThanAnswerHelpOrVersion)
+TEST(CommandLineErrors, NamesAnUnknownOptionRatherThanAnswerHelpOrVersion)
 {
-    expectRefusalWithHelp({{"-x", "-v"}, {"-v", "-x"}, {"-h", "-x"}, {"-x", "--help"}}, invalidCommand("-x"));
+    expectRefusal({{"-x", "-v"}, {"-v", "-x"}, {"-h", "-x"}, {"-x", "--help"}}, InvalidCommand("-x"));
 }
 
-TEST(CommandLineErrors, RefuseTheTwoLongNamesThatAreNotInTheTable)
+TEST(CommandLineErrors, RefusesTheTwoLongNamesThatAreNotInTheTable)
 {
-    expectRefusalWithHelp({{"--hash-image", "h.bin"}}, invalidCommand("--hash-image"));
-    expectRefusalWithHelp({{"--prvkey-enc ", "aes128"}}, invalidCommand("--prvkey-enc "));
+    expectRefusal({{"--hash-image", "h.bin"}}, InvalidCommand("--hash-image"));
+    expectRefusal({{"--prvkey-enc ", "aes128"}}, InvalidCommand("--prvkey-enc "));
 }
 
-TEST(CommandLineErrors, RefuseANumberOfKeysOtherThanOneAndEight)
+TEST(CommandLineErrors, RefusesANumberOfKeysOtherThanOneAndEight)
 {
     const std::string message = Error(
         "Wrong parameter with command --number-key/-n, permitted number value must be respected {1 or 8}.\n");
@@ -141,7 +136,7 @@ TEST(CommandLineErrors, RefuseANumberOfKeysOtherThanOneAndEight)
                           message);
 }
 
-TEST(CommandLineErrors, RefuseRandomDataWithoutExactlyTwoValues)
+TEST(CommandLineErrors, RefusesRandomDataWithoutExactlyTwoValues)
 {
     const std::string message = Error("Wrong parameters with command --random/-rand.\n");
     expectRefusalWithHelp({{"-rand"},
@@ -153,7 +148,7 @@ TEST(CommandLineErrors, RefuseRandomDataWithoutExactlyTwoValues)
     expectRefusalWithHelp({{"-rand", "16", "-n", "2"}, {"-pe", "des", "-rand", "16"}}, message);
 }
 
-TEST(CommandLineErrors, RefuseRandomDataInAFileThatIsNotNamedBin)
+TEST(CommandLineErrors, RefusesRandomDataInAFileThatIsNotNamedBin)
 {
     const std::string message =
         Error("Wrong parameters with command --random/-rand. Output file extension should be .bin\n");
@@ -168,7 +163,7 @@ TEST(CommandLineErrors, RefuseRandomDataInAFileThatIsNotNamedBin)
         {{"-rand", "16", "noise.txt", "-n", "2"}, {"-ecc", "p521", "-rand", "16", "noise.txt"}}, message);
 }
 
-TEST(CommandLineErrors, RefuseAnUnknownCipherAfterAllOptionsAreApplied)
+TEST(CommandLineErrors, RefusesAnUnknownCipherAfterAllOptionsAreApplied)
 {
     const std::string message = Error("Error: wrong parameter with command -pe.\n");
     expectRefusalWithHelp({{"-pe", "aes192"},
@@ -187,7 +182,7 @@ TEST(CommandLineErrors, RefuseAnUnknownCipherAfterAllOptionsAreApplied)
                           message);
 }
 
-TEST(CommandLineErrors, RefuseAnUnknownCurveAfterAllOptionsAreApplied)
+TEST(CommandLineErrors, RefusesAnUnknownCurveAfterAllOptionsAreApplied)
 {
     expectRefusalWithHelp({{"-ecc", "secp256k1"},
                            {"-ecc"},
@@ -202,7 +197,7 @@ TEST(CommandLineErrors, RefuseAnUnknownCurveAfterAllOptionsAreApplied)
                           Error("Error: wrong parameter with command -ecc.\n"));
 }
 
-TEST(CommandLineErrors, RefuseAnAbsolutePathUnderABaseFolderWithoutTheHelp)
+TEST(CommandLineErrors, RefusesAnAbsolutePathUnderABaseFolderWithoutTheHelp)
 {
     const auto refused = [](const char *key, const char *folder) {
         return Error("Error: Absolute path for " + std::string(key) +
@@ -219,7 +214,7 @@ TEST(CommandLineErrors, RefuseAnAbsolutePathUnderABaseFolderWithoutTheHelp)
     expectRefusal({{"-abs", "out", "-hash", "/h/", "-prvk", "/k/"}}, refused("private Key", "/k/"));
 }
 
-TEST(CommandLineErrors, RefuseAPacketOfEightWithoutEightPasswords)
+TEST(CommandLineErrors, RefusesAPacketOfEightWithoutEightPasswords)
 {
     expectRefusalWithHelp({{"-n", "8"},
                            {"-n", "8", "-pwd"},
@@ -231,7 +226,7 @@ TEST(CommandLineErrors, RefuseAPacketOfEightWithoutEightPasswords)
                           wrongCount(eight));
 }
 
-TEST(CommandLineErrors, RefuseAPacketOfOneWithSeveralPasswords)
+TEST(CommandLineErrors, RefusesAPacketOfOneWithSeveralPasswords)
 {
     expectRefusalWithHelp({{"-n", "1", "-pwd", "pass", "word"},
                            with({"-abs", "out", "-n", "1", "-pwd"}, 8, "pass"),
@@ -239,7 +234,7 @@ TEST(CommandLineErrors, RefuseAPacketOfOneWithSeveralPasswords)
                           wrongCount(one));
 }
 
-TEST(CommandLineErrors, RefuseAPasswordOfLessThanFourCharacters)
+TEST(CommandLineErrors, RefusesAPasswordOfLessThanFourCharacters)
 {
     expectRefusalWithHelp({{"-pwd", "abc"},
                            {"-abs", "out", "-pwd", "abc"},
@@ -252,7 +247,7 @@ TEST(CommandLineErrors, RefuseAPasswordOfLessThanFourCharacters)
     expectRefusalWithHelp({{"-pwd", "é€z"}}, tooShort("é€z"));
 }
 
-TEST(CommandLineErrors, CountCharactersOutsideTheBasicPlaneTwice)
+TEST(CommandLineErrors, CountsCharactersOutsideTheBasicPlaneTwice)
 {
     expectRefusalWithHelp({{"-pwd", "🔑a"}}, tooShort("🔑a"));
     const TemporaryFolder folder;
@@ -261,14 +256,14 @@ TEST(CommandLineErrors, CountCharactersOutsideTheBasicPlaneTwice)
     expectRefusalWithHelp({{"-pwd", repeated("🔑", 512)}}, tooLong());
 }
 
-TEST(CommandLineErrors, RefuseAPasswordOf1024CharactersAndDoNotShowIt)
+TEST(CommandLineErrors, RefusesAPasswordOf1024CharactersAndDoesNotShowIt)
 {
     expectRefusalWithHelp({{"-pwd", repeated("a", 1024)}, {"-pwd", repeated("€", 1024)}}, tooLong());
     const TemporaryFolder folder;
     EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", repeated("€", 1023)}), 0, Transcript("banner.txt")));
 }
 
-TEST(CommandLineErrors, RefuseAMissingPassword)
+TEST(CommandLineErrors, RefusesAMissingPassword)
 {
     expectRefusalWithHelp({{"-pwd", ""},
                            {"-pwd"},
@@ -280,7 +275,7 @@ TEST(CommandLineErrors, RefuseAMissingPassword)
                           missing());
 }
 
-TEST(CommandLineErrors, CheckEachOfEightPasswordsAndNoOther)
+TEST(CommandLineErrors, ChecksEachOfEightPasswordsAndNoOther)
 {
     const Arguments packet = {"-abs", "out",  "-n",   "8",    "-pwd", "p111",
                               "p222", "p333", "p444", "p555", "p666", "p777"};
@@ -296,7 +291,7 @@ TEST(CommandLineErrors, CheckEachOfEightPasswordsAndNoOther)
     EXPECT_TRUE(Ended(RunIn(folder, with({"-pwd", "password"}, 7, "abc")), 0, Transcript("banner.txt")));
 }
 
-TEST(CommandLineErrors, CheckTheLatestPasswordAlone)
+TEST(CommandLineErrors, ChecksTheLatestPasswordAlone)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", "abc", "-pwd", "password"}), 0, Transcript("banner.txt")));

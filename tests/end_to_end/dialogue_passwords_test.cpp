@@ -50,7 +50,7 @@ std::string passwordTalk(const std::string &folder, const std::string &typed)
     return run.output.substr(begin, run.output.find(question::curve) - begin);
 }
 
-TEST_F(DialoguePasswords, MayHoldAnyCharacterButALineEnd)
+TEST_F(DialoguePasswords, PasswordsMayHoldAnyCharacterButALineEnd)
 {
     const std::vector<std::string> passwords = {
         "clé à molette €",
@@ -78,7 +78,7 @@ TEST_F(DialoguePasswords, MayHoldAnyCharacterButALineEnd)
     }
 }
 
-TEST_F(DialoguePasswords, KeepOpeningTheirKeysWhenTheyAreLong)
+TEST_F(DialoguePasswords, PasswordsKeepOpeningTheirKeysWhenTheyAreLong)
 {
     std::string password;
     for (int i = 0; i < 1023; ++i)
@@ -87,7 +87,7 @@ TEST_F(DialoguePasswords, KeepOpeningTheirKeysWhenTheyAreLong)
     EXPECT_TRUE(OpensPrivateKey(folder / "keys/privateKey.pem", password));
 }
 
-TEST_F(DialoguePasswords, CountInUtf16)
+TEST_F(DialoguePasswords, PasswordsAreCountedInUtf16)
 {
     // One character of two units; two of them are accepted in the list above.
     const std::string key = "\xF0\x9F\x94\x91";
@@ -97,7 +97,7 @@ TEST_F(DialoguePasswords, CountInUtf16)
                   question::RepeatPassword());
 }
 
-TEST_F(DialoguePasswords, ThatAreNoTextAreAskedForAgain)
+TEST_F(DialoguePasswords, PasswordsThatAreNoTextAreAskedForAgain)
 {
     const std::vector<std::string> refused = {
         "abcd\xFF",             // never part of UTF-8
@@ -117,7 +117,7 @@ TEST_F(DialoguePasswords, ThatAreNoTextAreAskedForAgain)
     }
 }
 
-TEST_F(DialoguePasswords, ThatAreNoTextRepeatNone)
+TEST_F(DialoguePasswords, PasswordsThatAreNoTextRepeatNone)
 {
     // Each stands as U+FFFD where it is shown.
     const std::string mark = "\xEF\xBF\xBD";
@@ -126,7 +126,7 @@ TEST_F(DialoguePasswords, ThatAreNoTextRepeatNone)
                   question::RepeatPassword());
 }
 
-TEST_F(DialoguePasswords, MatchOnlyWhenTypedExactlyAlike)
+TEST_F(DialoguePasswords, PasswordsMatchOnlyWhenTypedExactlyAlike)
 {
     const std::string mismatch = Error("Error: password doesn't match\n");
     for (const char *again : {"Abcd", "abcd ", " abcd", "abc", "abcde", "", "ábcd"})
@@ -134,7 +134,7 @@ TEST_F(DialoguePasswords, MatchOnlyWhenTypedExactlyAlike)
                   question::RepeatPassword() + mismatch + question::Password() + question::RepeatPassword());
 }
 
-TEST_F(DialoguePasswords, AreNotEditedOnATerminal)
+TEST_F(DialoguePasswords, PasswordsAreNotEditedOnATerminal)
 {
     // Keys that erase, end the input or quote elsewhere.
     const std::string password = "abc\x7F\x15\x17\x04\x16\x08\x12 end";
@@ -150,7 +150,7 @@ TEST_F(DialoguePasswords, AreNotEditedOnATerminal)
 
 // What is shown
 
-TEST_F(DialoguePasswords, AreNotShownWhileTheyAreTyped)
+TEST_F(DialoguePasswords, PasswordsAreNotShownWhileTheyAreTyped)
 {
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(choosesOnePair(terminal));
@@ -184,7 +184,7 @@ TEST_F(DialoguePasswords, AreNotShownWhileTheyAreTyped)
     EXPECT_FALSE(terminal.editsLines());
 }
 
-TEST_F(DialoguePasswords, LeaveOtherQuestionsShownAndEdited)
+TEST_F(DialoguePasswords, PasswordsLeaveOtherQuestionsShownAndEdited)
 {
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(terminal.shows(question::Folder("home/Corvane_KeyGen/")));
@@ -204,7 +204,7 @@ TEST_F(DialoguePasswords, LeaveOtherQuestionsShownAndEdited)
     EXPECT_TRUE(OpensPrivateKey(folder / "new/keys/privateKey.pem", "abcd"));
 }
 
-TEST_F(DialoguePasswords, AreHiddenWhenStandardOutputIsAPipe)
+TEST_F(DialoguePasswords, PasswordsAreHiddenWhenStandardOutputIsAPipe)
 {
     PseudoTerminal terminal([&] {
         Become("sh",
@@ -221,7 +221,7 @@ TEST_F(DialoguePasswords, AreHiddenWhenStandardOutputIsAPipe)
 
 // Signals
 
-TEST_F(DialoguePasswords, LeaveTheTerminalShownWhenASignalEndsTheRun)
+TEST_F(DialoguePasswords, PasswordsLeaveTheTerminalShownWhenASignalEndsTheRun)
 {
     for (const int number : {SIGINT, SIGHUP, SIGTERM, SIGQUIT}) {
         PseudoTerminal terminal(keygen());
@@ -240,7 +240,7 @@ TEST_F(DialoguePasswords, LeaveTheTerminalShownWhenASignalEndsTheRun)
     EXPECT_FALSE(std::filesystem::exists(folder / "keys"));
 }
 
-TEST_F(DialoguePasswords, LeaveTheTerminalShownAtAnInterruptTyped)
+TEST_F(DialoguePasswords, PasswordsLeaveTheTerminalShownAtAnInterruptTyped)
 {
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(isAskedForOne(terminal));
@@ -252,7 +252,7 @@ TEST_F(DialoguePasswords, LeaveTheTerminalShownAtAnInterruptTyped)
     EXPECT_EQ(terminal.screen(), screen);
 }
 
-TEST_F(DialoguePasswords, CanBeTypedAfterAStop)
+TEST_F(DialoguePasswords, PasswordsCanBeTypedAfterAStop)
 {
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(isAskedForOne(terminal));
@@ -271,7 +271,7 @@ TEST_F(DialoguePasswords, CanBeTypedAfterAStop)
     EXPECT_TRUE(OpensPrivateKey(folder / "keys/privateKey.pem", "secret"));
 }
 
-TEST_F(DialoguePasswords, AreStillAskedForAfterSignalsThatAreIgnored)
+TEST_F(DialoguePasswords, PasswordsAreStillAskedForAfterSignalsThatAreIgnored)
 {
     PseudoTerminal terminal([&] {
         signal(SIGHUP, SIG_IGN); // as nohup has it

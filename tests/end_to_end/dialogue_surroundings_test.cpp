@@ -212,7 +212,7 @@ std::string noFolder(const std::string &home)
            Error("Please make sure you have entered the correct path.\n");
 }
 
-TEST(DialogueHome, IsTheFolderThatTheEnvironmentNames)
+TEST(DialogueHome, TheHomeFolderIsTheFolderThatTheEnvironmentNames)
 {
     const TemporaryFolder folder;
     const std::string home = folder / "at home";
@@ -223,7 +223,7 @@ TEST(DialogueHome, IsTheFolderThatTheEnvironmentNames)
     EXPECT_TRUE(OpensPrivateKey(home + "/Corvane_KeyGen/privateKey.pem", "abcd"));
 }
 
-TEST(DialogueHome, IsTheRootWhereTheEnvironmentNamesNone)
+TEST(DialogueHome, TheHomeFolderIsTheRootWhereTheEnvironmentNamesNone)
 {
     const TemporaryFolder folder;
     for (const std::vector<std::string> &arguments : {std::vector<std::string>{"-u", "HOME", KeygenProgram()},
@@ -237,7 +237,7 @@ TEST(DialogueHome, IsTheRootWhereTheEnvironmentNamesNone)
     }
 }
 
-TEST(DialogueHome, IsCreatedWhenItIsMissingAndTheUserAgrees)
+TEST(DialogueHome, TheHomeFolderIsCreatedWhenItIsMissingAndTheUserAgrees)
 {
     const TemporaryFolder folder;
     const ProgramResult run = RunOnPipe(std::string(everyAnswer) + "y\n", folder.path(), "no/home");

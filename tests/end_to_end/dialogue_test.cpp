@@ -3,6 +3,7 @@
 #include "tests/support/pseudo_terminal.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/transcript.h"
+#include "tests/support/user_run.h"
 #include "tests/support/written_keys.h"
 
 #include <gtest/gtest.h>
@@ -134,20 +135,22 @@ void expectPair(const std::string &privateKey, const std::string &publicKey, con
 void expectPacket(const std::string &keys, const std::string &curve, const std::string &cipher)
 {
     std::string files;
-    for (const char *name : {"privateKey0# 0400\n", "publicKey0# 0444\n", "publicKeyHash0# 0444\n"}) {
+    for (const char *name : {"0400 399 privateKey0#", "0444 178 publicKey0#", "0444 32 publicKeyHash0#"}) {
         for (int i = 0; i < 8; ++i) {
             std::string line = name;
-            files += line.replace(line.find('#'), 1,
-                                  std::to_string(i) + (line.find("Hash") == line.npos ? ".pem" : ".bin"));
+            line.back() = static_cast<char>('0' + i);
+            files += line + (line.find("Hash") == line.npos ? ".pem\n" : ".bin\n");
         }
     }
-    EXPECT_EQ(FilesIn(keys), files + "publicKeysHashHashes.bin 0444\n");
+    EXPECT_EQ(FilesIn(keys), files + "0444 32 publicKeysHashHashes.bin\n");
     for (int i = 0; i < 8; ++i)
         expectPair(keys + "/privateKey0" + std::to_string(i) + ".pem",
                    keys + "/publicKey0" + std::to_string(i) + ".pem", packetPassword(i), curve, cipher);
 }
 
-const char *const onePairFiles = "privateKey.pem 0400\npublicKey.pem 0444\npublicKeyhash.bin 0444\n";
+const char *const onePairFiles = "0400 399 privateKey.pem\n"
+                                 "0444 178 publicKey.pem\n"
+                                 "0444 32 publicKeyhash.bin\n";
 
 TEST_F(Dialogue, MakesOnePairOnATerminal)
 {

@@ -203,22 +203,22 @@ void expectSameWithAnyStreams(const StreamedRun &run)
     }
 }
 
-TEST(StandardStreams, DoNotChangeAPair)
+TEST(StandardStreams, TheStreamsDoNotChangeAPair)
 {
     expectSameWithAnyStreams(pairRun);
 }
 
-TEST(StandardStreams, DoNotChangeAPacket)
+TEST(StandardStreams, TheStreamsDoNotChangeAPacket)
 {
     expectSameWithAnyStreams(packetRun);
 }
 
-TEST(StandardStreams, DoNotChangeRandomData)
+TEST(StandardStreams, TheStreamsDoNotChangeRandomData)
 {
     expectSameWithAnyStreams(randomRun);
 }
 
-TEST(StandardStreams, DoNotChangeTheStatusOfAFailure)
+TEST(StandardStreams, TheStreamsDoNotChangeTheStatusOfAFailure)
 {
     for (const char *redirections : {"", ">&-", ">/dev/full", "<&- >&- 2>&-", ">/dev/full 2>/dev/full"}) {
         for (const std::vector<std::string> &arguments :

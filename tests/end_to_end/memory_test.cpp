@@ -1,5 +1,6 @@
-// Runs under valgrind and under a limit on memory; neither goes with a sanitizer in the program.
+// Runs under valgrind and under limits on memory.
 #include "tests/support/captured_output.h"
+#include "tests/support/sanitizer.h"
 #include "tests/support/transcript.h"
 #include "tests/support/user_run.h"
 
@@ -11,6 +12,17 @@ namespace {
 
 namespace fs = std::filesystem;
 using Arguments = std::vector<std::string>;
+
+class Memory : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (builtWithAddressSanitizer)
+            GTEST_SKIP() << "the sanitizer watches memory itself, and reserves more than any limit";
+    }
+};
+
+class SmallStack : public Memory {};
 
 constexpr int memoryError = 99;
 
@@ -33,19 +45,19 @@ const Arguments packet = {"-n",   "8",      "-abs", "packet", "-ecc", "brainpool
                           "-pe",  "aes128", "-pwd", "p111",   "p222", "p333",
                           "p444", "p555",   "p666", "p777",   "p888"};
 
-TEST(Memory, IsCleanOverOnePairAndRandomData)
+TEST_F(Memory, ARunOnOnePairAndRandomDataIsClean)
 {
     const TemporaryFolder folder;
     expectCleanRun(folder, {"-pwd", "password", "-abs", "keys", "-rand", "70000", "noise.bin"}, 0);
     EXPECT_EQ(fs::file_size(folder / "noise.bin"), 70000U);
 }
 
-TEST(Memory, IsCleanOverAPacket)
+TEST_F(Memory, APacketIsClean)
 {
     expectCleanRun(TemporaryFolder(), packet, 0);
 }
 
-TEST(Memory, IsCleanOverAPacketWithPairsThatFail)
+TEST_F(Memory, APacketWithPairsThatFailIsClean)
 {
     const TemporaryFolder folder;
     // Folders in the files' places, and a public key on the other curve for the table.
@@ -58,30 +70,30 @@ TEST(Memory, IsCleanOverAPacketWithPairsThatFail)
     expectCleanRun(folder, packet, 1);
 }
 
-TEST(Memory, IsCleanOverAWrongOption)
+TEST_F(Memory, AWrongOptionIsClean)
 {
     expectCleanRun(TemporaryFolder(), {"-pwd", "password", "-abs", "keys", "-\xE2\x82"}, 1);
 }
 
-TEST(Memory, IsCleanOverAPasswordThatIsRefused)
+TEST_F(Memory, ARefusedPasswordIsClean)
 {
     expectCleanRun(TemporaryFolder(),
                    {"-n", "8", "-pwd", "p111", "p222", "p333", "p444", "p555", "p666", "p777", "abc"}, 1);
 }
 
-TEST(Memory, IsCleanOverAFolderThatIsDeclined)
+TEST_F(Memory, ADeclinedFolderIsClean)
 {
     expectCleanRun(TemporaryFolder(), {"-pwd", "password", "-pubk", "new/p.pem"}, 1, "maybe\nn\n");
 }
 
-TEST(Memory, IsCleanWithoutAPasswordAndOverRandomDataThatCannotBeWritten)
+TEST_F(Memory, ARunWithoutAPasswordAndWithRandomDataThatCannotBeWrittenIsClean)
 {
     const TemporaryFolder folder;
     fs::create_symlink("/dev/full", folder.path() / "full.bin");
     expectCleanRun(folder, {"-abs", "keys", "-rand", "100", "full.bin"}, 1);
 }
 
-TEST(Memory, ThatIsMissingForRandomDataIsReported)
+TEST_F(Memory, RandomDataThatDoesNotFitIsReported)
 {
     const TemporaryFolder folder;
     PutFile(folder, "old.bin", "contents");
@@ -107,7 +119,7 @@ ProgramResult runOnSmallStack(const TemporaryFolder &folder, const Arguments &ar
     return Run("sh", {.arguments = words, .input = input, .folder = folder.path().string(), .umask = 022});
 }
 
-TEST(SmallStack, IsEnoughForEveryKindOfRun)
+TEST_F(SmallStack, EveryKindOfRunFits)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(runOnSmallStack(folder, {"-v"}), 0, "version.txt"));
@@ -118,7 +130,7 @@ TEST(SmallStack, IsEnoughForEveryKindOfRun)
     EXPECT_TRUE(EndedAsIn(runOnSmallStack(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));
 }
 
-TEST(SmallStack, IsEnoughForQuestions)
+TEST_F(SmallStack, QuestionsFit)
 {
     const TemporaryFolder folder;
     const ProgramResult dialogue = runOnSmallStack(

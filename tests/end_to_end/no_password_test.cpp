@@ -38,7 +38,7 @@ TEST(NoPassword, EmptiesTheKeyOfAnEarlierRunAndKeepsItsOtherFiles)
     EXPECT_EQ(ReadFile(folder / "keys/publicKeyhash.bin"), hash);
 }
 
-TEST(NoPassword, IsNoHindranceToRandomData)
+TEST(NoPassword, RandomDataIsMadeWithoutAPassword)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));

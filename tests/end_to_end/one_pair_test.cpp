@@ -1,4 +1,5 @@
 #include "tests/support/captured_output.h"
+#include "tests/support/coverage.h"
 #include "tests/support/transcript.h"
 #include "tests/support/user_run.h"
 
@@ -31,12 +32,12 @@ void expectPair(const Arguments &arguments, const std::string &transcript)
     EXPECT_EQ(FilesIn(folder), onePair) << testing::PrintToString(arguments);
 }
 
-TEST(OnePair, IsMadeOnPrime256v1UnderAes256ByDefault)
+TEST(OnePair, APairIsMadeOnPrime256v1UnderAes256ByDefault)
 {
     expectPair(pairWith({}), "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, IsMadeUnderTheCipherThatIsAskedFor)
+TEST(OnePair, APairIsMadeUnderTheCipherThatIsAskedFor)
 {
     for (const char *cipher : {"aes128", "AES128", "Aes128"})
         expectPair(pairWith({"-pe", cipher}), "pair_prime256v1_aes128.txt");
@@ -46,7 +47,7 @@ TEST(OnePair, IsMadeUnderTheCipherThatIsAskedFor)
     expectPair(pairWith({"-pe", "aes128", "-pe", "aes256"}), "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, IsMadeOnTheCurveThatIsAskedFor)
+TEST(OnePair, APairIsMadeOnTheCurveThatIsAskedFor)
 {
     // The numbers run against the help text's list.
     for (const char *curve : {"brainpoolP256t1", "BRAINPOOLP256T1", "1"})
@@ -57,7 +58,7 @@ TEST(OnePair, IsMadeOnTheCurveThatIsAskedFor)
     expectPair(pairWith({"-ecc", "1", "-ecc", "2"}), "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, IsMadeWithOptionsInAnySpelling)
+TEST(OnePair, APairIsMadeWithOptionsInAnySpelling)
 {
     expectPair({"-PWD", "correct horse", "-Abs", "keys"}, "pair_prime256v1_aes256.txt");
     expectPair({"--password", "correct horse", "--absolute-path", "keys/"}, "pair_prime256v1_aes256.txt");
@@ -86,7 +87,7 @@ TEST(OnePair, TakesMoreThanTwentyOptions)
     expectPair(pairWith(arguments), "pair_prime256v1_aes128.txt");
 }
 
-TEST(OnePair, IsMadeUnderTheFirstOfEightPasswords)
+TEST(OnePair, APairIsMadeUnderTheFirstOfEightPasswords)
 {
     expectPair(
         {"-abs", "keys", "-pwd", "correct horse", "p222", "p333", "p444", "p555", "p666", "p777", "p888"},
@@ -180,6 +181,8 @@ TEST(OnePair, TellsAHashThatDoesNotFit)
 
 TEST(OnePair, TellsAFileBeyondALimit)
 {
+    if (countsCoverage)
+        GTEST_SKIP() << "the counts of what is reached are beyond the limit, too";
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunInShell(folder, "ulimit -f 0; exec \"$@\"", pairWith({})), 0,
                           "pair_private_key_unwritten.txt"));

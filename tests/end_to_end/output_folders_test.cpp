@@ -21,7 +21,7 @@ const char *const newFolderFiles = "new/\n"
                                    "0400 399 new/sub/privateKey.pem\n"
                                    "0444 32 new/sub/publicKeyhash.bin\n";
 
-TEST(OutputFolders, AreCreatedWithTheirParentsAfterConsent)
+TEST(OutputFolders, FoldersAreCreatedWithTheirParentsAfterConsent)
 {
     for (const char *answer : {"y\n", "Y\n", "y", "\n\n  y \n", "y\r\n"}) {
         const TemporaryFolder folder;
@@ -32,7 +32,7 @@ TEST(OutputFolders, AreCreatedWithTheirParentsAfterConsent)
     }
 }
 
-TEST(OutputFolders, AreNotCreatedWithoutConsent)
+TEST(OutputFolders, FoldersAreNotCreatedWithoutConsent)
 {
     for (const char *answer : {"n\n", "N\n", "n", "n y\n", "N\ny\n"}) {
         const TemporaryFolder folder;
@@ -41,7 +41,7 @@ TEST(OutputFolders, AreNotCreatedWithoutConsent)
     }
 }
 
-TEST(OutputFolders, AreAskedForAgainUntilTheAnswerIsOneOfFour)
+TEST(OutputFolders, FoldersAreAskedForAgainUntilTheAnswerIsOneOfFour)
 {
     for (const char *answers : {"x\nyes\nY\n", "x yes Y\n", "x\tyes\n\n Y", "x yes\nY\n"}) {
         const TemporaryFolder folder;
@@ -54,7 +54,7 @@ TEST(OutputFolders, AreAskedForAgainUntilTheAnswerIsOneOfFour)
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(OutputFolders, AreAskedForOneByOne)
+TEST(OutputFolders, FoldersAreAskedForOneByOne)
 {
     const Arguments arguments = {"-pwd",  "password", "-hash", "c/h.bin",
                                  "-prvk", "b/k.pem",  "-pubk", "a/p.pem"};
@@ -74,7 +74,7 @@ TEST(OutputFolders, AreAskedForOneByOne)
     EXPECT_EQ(FilesIn(third), "a/\nb/\n");
 }
 
-TEST(OutputFolders, ThatCannotBeCreatedEndTheRun)
+TEST(OutputFolders, FoldersThatCannotBeCreatedEndTheRun)
 {
     const TemporaryFolder folder;
     PutFile(folder, "new", "a file");
@@ -82,7 +82,7 @@ TEST(OutputFolders, ThatCannotBeCreatedEndTheRun)
     EXPECT_EQ(FilesIn(folder), "0644 6 new\n");
 }
 
-TEST(OutputFolders, ThatExistAreNotAskedFor)
+TEST(OutputFolders, FoldersThatExistAreNotAskedFor)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "new/sub");
@@ -91,7 +91,7 @@ TEST(OutputFolders, ThatExistAreNotAskedFor)
     EXPECT_EQ(FilesIn(folder), newFolderFiles);
 }
 
-TEST(OutputFolders, OfRandomDataAreNotAskedFor)
+TEST(OutputFolders, FoldersOfRandomDataAreNotAskedFor)
 {
     const TemporaryFolder folder;
     const ProgramResult run = RunIn(folder, {"-rand", "5", "new/noise.bin"}, "y\n");
@@ -99,7 +99,7 @@ TEST(OutputFolders, OfRandomDataAreNotAskedFor)
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(BaseFolder, IsCreatedWithoutAQuestion)
+TEST(BaseFolder, TheBaseFolderIsCreatedWithoutAQuestion)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(
@@ -107,7 +107,7 @@ TEST(BaseFolder, IsCreatedWithoutAQuestion)
     EXPECT_EQ(ModeOf(folder / "keys"), 0755);
 }
 
-TEST(BaseFolder, IsAskedForWhenItsParentIsMissing)
+TEST(BaseFolder, TheBaseFolderIsAskedForWhenItsParentIsMissing)
 {
     const TemporaryFolder folder;
     const Arguments arguments = {"-pwd", "password", "-abs", "new/sub"};
@@ -145,7 +145,7 @@ double processorSeconds()
     return seconds(used.ru_utime) + seconds(used.ru_stime);
 }
 
-TEST(OutputFolders, AreAskedForTwentyTimesASecondAtTheEndOfInput)
+TEST(OutputFolders, FoldersAreAskedForTwentyTimesASecondAtTheEndOfInput)
 {
     const TemporaryFolder folder;
     const double before = processorSeconds();

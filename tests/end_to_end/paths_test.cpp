@@ -56,7 +56,7 @@ void expectPair(Arguments arguments, Paths paths)
     EXPECT_EQ(FilesIn(folder), "a/\nb/\nc/\nout/\nout/a/\n") << testing::PrintToString(arguments);
 }
 
-TEST(Paths, GetDefaultNamesUnderABaseFolder)
+TEST(Paths, PathsGetDefaultNamesUnderABaseFolder)
 {
     for (const char *base : {"out", "out/"})
         expectPair({"-abs", base}, {"out/privateKey.pem", "out/publicKey.pem", "out/publicKeyhash.bin"});
@@ -66,7 +66,7 @@ TEST(Paths, GetDefaultNamesUnderABaseFolder)
     expectPair({"-abs", "."}, {"./privateKey.pem", "./publicKey.pem", "./publicKeyhash.bin"});
 }
 
-TEST(Paths, AreTakenRelativeToABaseFolder)
+TEST(Paths, PathsAreTakenRelativeToABaseFolder)
 {
     expectPair({"-abs", "out", "-pubk", "a/"},
                {"out/privateKey.pem", "out/a/publicKey.pem", "out/publicKeyhash.bin"});
@@ -80,14 +80,14 @@ TEST(Paths, AreTakenRelativeToABaseFolder)
                {"out/../a/k.pem", "out/a/p.pem", "out/h.bin"});
 }
 
-TEST(Paths, AreDerivedFromTheHashAlone)
+TEST(Paths, PathsAreDerivedFromTheHashAlone)
 {
     expectPair({"-hash", "c/"}, {"c/privateKey.pem", "c/publicKey.pem", "c/publicKeyhash.bin"});
     expectPair({"-hash", "c/h.bin"}, {"c/privateKey.pem", "c/publicKey.pem", "c/h.bin"});
     expectPair({"-hash", "h.bin"}, {"privateKey.pem", "publicKey.pem", "h.bin"});
 }
 
-TEST(Paths, AreDerivedFromThePrivateKey)
+TEST(Paths, PathsAreDerivedFromThePrivateKey)
 {
     expectPair({"-prvk", "b/"}, {"b/privateKey.pem", "b/publicKey.pem", "b/publicKeyhash.bin"});
     expectPair({"-prvk", "b/k.pem"}, {"b/k.pem", "b/publicKey.pem", "b/publicKeyhash.bin"});
@@ -96,7 +96,7 @@ TEST(Paths, AreDerivedFromThePrivateKey)
     expectPair({"-prvk", "k.pem", "-hash", "h.bin"}, {"k.pem", "publicKey.pem", "h.bin"});
 }
 
-TEST(Paths, AreDerivedFromThePublicKey)
+TEST(Paths, PathsAreDerivedFromThePublicKey)
 {
     expectPair({"-pubk", "a/p.pem"}, {"a/privateKey.pem", "a/p.pem", "a/publicKeyhash.bin"});
     expectPair({"-PUBK", "a/"}, {"a/privateKey.pem", "a/publicKey.pem", "a/publicKeyhash.bin"});
@@ -105,14 +105,14 @@ TEST(Paths, AreDerivedFromThePublicKey)
     expectPair({"-pubk", "a/", "-hash", "c/h.bin"}, {"a/privateKey.pem", "a/publicKey.pem", "c/h.bin"});
 }
 
-TEST(Paths, AreTakenAsTheyStandWhenAllThreeAreGiven)
+TEST(Paths, PathsAreTakenAsTheyStandWhenAllThreeAreGiven)
 {
     expectPair({"-pubk", "a/1.pem", "-prvk", "b/2.pem", "-hash", "c/3.bin"},
                {"b/2.pem", "a/1.pem", "c/3.bin"});
     expectPair({"-pubk", "1", "-prvk", "2", "-hash", "3"}, {"2", "1", "3"});
 }
 
-TEST(Paths, AreTakenFromTheLongOptionsToo)
+TEST(Paths, PathsAreTakenFromTheLongOptionsToo)
 {
     expectPair({"--public-key", "a/1.pem", "--Private-Key", "b/2.pem"},
                {"b/2.pem", "a/1.pem", "a/publicKeyhash.bin"});
@@ -120,7 +120,7 @@ TEST(Paths, AreTakenFromTheLongOptionsToo)
                {"out/privateKey.pem", "out/publicKey.pem", "out/publicKeyhash.bin"});
 }
 
-TEST(Paths, TakeTheLaterOfTwo)
+TEST(Paths, OfTwoPathsTheLaterOneCounts)
 {
     expectPair({"-pubk", "a/1.pem", "-pubk", "b/2.pem"},
                {"b/privateKey.pem", "b/2.pem", "b/publicKeyhash.bin"});
@@ -145,7 +145,7 @@ void expectFailure(const Arguments &paths, const std::string &messages, const st
     EXPECT_EQ(FilesIn(folder), files);
 }
 
-TEST(Paths, GetNoDefaultNameWhenTheyDoNotGiveTheFolder)
+TEST(Paths, PathsGetNoDefaultNameWhenTheyDoNotGiveTheFolder)
 {
     const std::string noPrivateKey =
         Error("Error: creating Key File fails\n") + Error("Error occured while creating PEM file!\n");
@@ -165,7 +165,7 @@ TEST(Paths, GetNoDefaultNameWhenTheyDoNotGiveTheFolder)
                   "a/\nb/\n0400 399 b/k.pem\nc/\n");
 }
 
-TEST(Paths, AreNeededForKeysToBeMade)
+TEST(Paths, PathsAreNeededForKeysToBeMade)
 {
     const TemporaryFolder folder;
     for (const Arguments &arguments : {Arguments{"-pwd", "password"},

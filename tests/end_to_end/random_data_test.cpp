@@ -1,4 +1,5 @@
 #include "tests/support/captured_output.h"
+#include "tests/support/coverage.h"
 #include "tests/support/transcript.h"
 #include "tests/support/user_run.h"
 
@@ -32,7 +33,7 @@ std::string failed(const std::string &size, const std::string &path, const std::
 
 const char *const notCreated = "Failed to create output file : ";
 
-TEST(RandomData, IsWrittenInTheSizeThatIsAskedFor)
+TEST(RandomData, RandomDataIsWrittenInTheSizeThatIsAskedFor)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));
@@ -45,7 +46,7 @@ TEST(RandomData, IsWrittenInTheSizeThatIsAskedFor)
     }
 }
 
-TEST(RandomData, MayBeLargerThanTheStack)
+TEST(RandomData, RandomDataMayBeLargerThanTheStack)
 {
     const TemporaryFolder folder;
     const ProgramResult run =
@@ -95,7 +96,7 @@ TEST(RandomData, FollowsTheKeys)
     EXPECT_EQ(fs::file_size(folder / "other.bin"), 16U);
 }
 
-TEST(RandomData, IsMadeThoughThePairFails)
+TEST(RandomData, RandomDataIsMadeThoughThePairFails)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "keys/privateKey.pem");
@@ -144,6 +145,8 @@ TEST(RandomData, TellsAFullDevice)
 
 TEST(RandomData, TellsAFileBeyondALimit)
 {
+    if (countsCoverage)
+        GTEST_SKIP() << "the counts of what is reached are beyond the limit, too";
     const TemporaryFolder folder;
     // The limit is counted in blocks of 512 bytes, or of 1024.
     EXPECT_TRUE(
@@ -187,7 +190,7 @@ TEST(RandomData, RefusesANegativeSizeAndTouchesNoFile)
     EXPECT_EQ(ReadFile(folder / "old.bin"), "contents");
 }
 
-TEST(RandomData, MayHaveAnyNameThatEndsInBin)
+TEST(RandomData, RandomDataMayHaveAnyNameThatEndsInBin)
 {
     const TemporaryFolder folder;
     for (const char *path : {".bin", "bruit é €.bin", "a.bin.bin", " .bin", "new\nline.bin"}) {

@@ -191,13 +191,13 @@ TEST(Certtool, DerivesThePublicKeyFromThePrivateKey)
     }
 }
 
-TEST(KeyFileChecks, ConfirmAPairOfEachKind)
+TEST(KeyFileChecks, TheChecksConfirmAPairOfEachKind)
 {
     for (const Kind &kind : kinds)
         EXPECT_TRUE(pairPassesChecks(Pair(kind), kind, "correct horse"));
 }
 
-TEST(KeyFileChecks, CanFail)
+TEST(KeyFileChecks, TheChecksCanFail)
 {
     const Pair pair(kinds[0]);
     EXPECT_FALSE(pairPassesChecks(pair, kinds[0], "Correct horse"));
@@ -212,7 +212,7 @@ TEST(KeyFileChecks, CanFail)
                                             other.folder / "keys/publicKeyhash.bin", "correct horse"}));
 }
 
-TEST(KeyFileChecks, ConfirmPasswordsOfEveryLengthAndScript)
+TEST(KeyFileChecks, TheChecksConfirmPasswordsOfEveryLengthAndScript)
 {
     std::string longest;
     for (int i = 0; i < 1023; ++i)
@@ -223,7 +223,7 @@ TEST(KeyFileChecks, ConfirmPasswordsOfEveryLengthAndScript)
         EXPECT_TRUE(pairPassesChecks(Pair(kinds[0], password), kinds[0], password));
 }
 
-TEST(KeyFileChecks, ConfirmAPacketOnEachCurveUnderEachCipher)
+TEST(KeyFileChecks, TheChecksConfirmAPacketOnEachCurveUnderEachCipher)
 {
     for (const Kind &kind : kinds) {
         const TemporaryFolder folder;
@@ -236,7 +236,7 @@ TEST(KeyFileChecks, ConfirmAPacketOnEachCurveUnderEachCipher)
     }
 }
 
-TEST(KeyFileChecks, ConfirmAPacketOfOne)
+TEST(KeyFileChecks, TheChecksConfirmAPacketOfOne)
 {
     for (const char *curve : {"prime256v1", "brainpoolP256t1"}) {
         const TemporaryFolder folder;
@@ -245,7 +245,7 @@ TEST(KeyFileChecks, ConfirmAPacketOfOne)
     }
 }
 
-TEST(KeyFileChecks, ConfirmThatPasswordsOfEarlierOptionsComeFirst)
+TEST(KeyFileChecks, TheChecksConfirmThatPasswordsOfEarlierOptionsComeFirst)
 {
     const TemporaryFolder folder;
     Arguments arguments = {"-n", "8", "-abs", "packet", "-pwd", "zero", "-pwd"};
@@ -255,7 +255,7 @@ TEST(KeyFileChecks, ConfirmThatPasswordsOfEarlierOptionsComeFirst)
                                       "p333", "p444", "p555", "p666", "p777"}));
 }
 
-TEST(KeyFileChecks, ConfirmThatOnePairTakesTheFirstOfEightAndTheLatestOption)
+TEST(KeyFileChecks, TheChecksConfirmThatOnePairTakesTheFirstOfEightAndTheLatestOption)
 {
     const TemporaryFolder folder;
     Arguments arguments = {"-abs", "keys", "-pwd", "zero", "-pwd"};
@@ -284,7 +284,7 @@ void expectTableHash(const char *curve, const std::string &left)
     EXPECT_TRUE(passesChecks(folder, {"table", curve, "packet", "8"})) << curve << left;
 }
 
-TEST(KeyFileChecks, ConfirmTheTableHashOfAPacketWithAPairThatFailed)
+TEST(KeyFileChecks, TheChecksConfirmTheTableHashOfAPacketWithAPairThatFailed)
 {
     for (const char *curve : {"prime256v1", "brainpoolP256t1"}) {
         expectTableHash(curve, "");
@@ -293,7 +293,7 @@ TEST(KeyFileChecks, ConfirmTheTableHashOfAPacketWithAPairThatFailed)
     }
 }
 
-TEST(KeyFileChecks, ConfirmTheTableHashOfAPacketWithoutAnyPair)
+TEST(KeyFileChecks, TheChecksConfirmTheTableHashOfAPacketWithoutAnyPair)
 {
     const TemporaryFolder folder;
     RunIn(folder, {"-n", "1", "-abs", "packet"});

@@ -1,29 +1,13 @@
 #include "tests/support/captured_output.h"
 
-#include <fcntl.h>
+#include "tests/support/temporary_folder.h"
+
 #include <unistd.h>
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
 
-namespace {
-
-int unnamedFile()
-{
-    std::string name = (std::filesystem::temp_directory_path() / "keygen-output-XXXXXX").string();
-    const int file = mkstemp(name.data());
-    if (file == -1)
-        throw std::runtime_error("no temporary file at " + name);
-    unlink(name.c_str());
-    return file;
-}
-
-} // namespace
-
-CapturedOutput::CapturedOutput(int captured) : descriptor(captured), original(-1), file(unnamedFile())
+CapturedOutput::CapturedOutput(int captured) : descriptor(captured), original(-1), file(UnnamedFile())
 {
     std::fflush(nullptr);
     original = dup(descriptor);

@@ -1,5 +1,7 @@
 #include "tests/support/child_run.h"
 
+#include "tests/support/temporary_folder.h"
+
 #include <fcntl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -9,7 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 
 namespace {
@@ -31,14 +32,6 @@ public:
 private:
     int number;
 };
-
-int unnamedFile()
-{
-    std::string name = (std::filesystem::temp_directory_path() / "keygen-child-XXXXXX").string();
-    const int file = mkstemp(name.data());
-    unlink(name.c_str());
-    return file;
-}
 
 /// The read end of a pipe that holds `content` and then ends.
 int filledPipe(const std::string &content)
@@ -90,9 +83,9 @@ std::string contentOf(int file)
 ChildRun RunInChild(const std::function<void()> &function, const ChildCall &call)
 {
     const Descriptor input(inputOf(call));
-    const Descriptor output(unnamedFile());
-    const Descriptor errors(unnamedFile());
-    const Descriptor returned(unnamedFile());
+    const Descriptor output(UnnamedFile());
+    const Descriptor errors(UnnamedFile());
+    const Descriptor returned(UnnamedFile());
 
     // What is still buffered would be written twice.
     std::fflush(nullptr);

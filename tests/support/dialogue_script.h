@@ -50,4 +50,4 @@ ProgramResult RunOnTerminal(const DialogueScript &script, const std::string &fol
 
 /// Runs the key generator with all of `input`, and then its end, on a pipe.
 ProgramResult RunOnPipe(const std::string &input, const std::string &folder, const std::string &home = "home",
-                        int secondsToLive = 60);
+                        int secondsToLive = 300);

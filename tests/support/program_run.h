@@ -14,7 +14,7 @@ struct ProgramCall {
     std::optional<std::map<std::string, std::string>> environment =
         std::nullopt;                        ///< in place of this process's
     std::optional<int> umask = std::nullopt; ///< in place of this process's
-    int secondsToLive = 60;                  ///< then it is killed
+    int secondsToLive = 300;                 ///< then it is killed
 };
 
 struct ProgramResult {

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include <stdlib.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -29,6 +30,16 @@ TemporaryFolder::~TemporaryFolder()
             fs::permissions(entry->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
     }
     fs::remove_all(folder, ignored);
+}
+
+int UnnamedFile()
+{
+    std::string name = (fs::temp_directory_path() / "keygen-test-XXXXXX").string();
+    const int file = mkstemp(name.data());
+    if (file == -1)
+        throw std::runtime_error("no temporary file at " + name);
+    unlink(name.c_str());
+    return file;
 }
 
 std::string ReadFile(const std::string &path)

@@ -21,6 +21,9 @@ private:
     std::filesystem::path folder;
 };
 
+/// The descriptor of a new file that no name leads to.
+int UnnamedFile();
+
 /// The whole content of the file at `path`; a failure of the test where it cannot be read.
 std::string ReadFile(const std::string &path);
 

@@ -1,5 +1,7 @@
 #include "tests/support/transcript.h"
 
+#include "tests/support/captured_output.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
@@ -22,6 +24,8 @@ std::vector<std::string> linesOf(const std::string &visible)
 
 /// Lines before and after those that differ.
 constexpr std::ptrdiff_t linesAround = 2;
+/// Of a longer line, the start is shown.
+constexpr std::size_t bytesShown = 400;
 
 std::string difference(const std::string &actual, const std::string &expected)
 {
@@ -36,8 +40,12 @@ std::string difference(const std::string &actual, const std::string &expected)
 
     std::ostringstream text;
     const auto show = [&](const char *mark, auto begin, auto end) {
-        for (; begin != end; ++begin)
-            text << mark << *begin << "\n";
+        for (; begin != end; ++begin) {
+            text << mark << begin->substr(0, bytesShown);
+            if (begin->size() > bytesShown)
+                text << "... (" << begin->size() << " bytes)";
+            text << "\n";
+        }
     };
     const auto sameBefore = firstBefore - before.begin();
     const auto sameAfter = before.end() - endBefore.base();
@@ -104,6 +112,11 @@ std::string Transcript(const std::string &name)
     const std::string text = replaced(contentOf(pathOf(name)), versionKept, versionShown);
     EXPECT_NE(text, "") << "no transcript " << name;
     return text;
+}
+
+std::string InvalidCommand(const std::string &name)
+{
+    return Error("Error: Invalid command ") + Info("'" + name + "'\n\n") + Transcript("help.txt");
 }
 
 testing::AssertionResult MatchesTranscript(const std::string &name, const std::string &actual)

@@ -17,6 +17,9 @@ testing::AssertionResult MatchesTranscript(const std::string &name, const std::s
 /// The content of tests/transcripts/`name`: a piece that several outputs have in common.
 std::string Transcript(const std::string &name);
 
+/// What an unknown option is refused with: its name, and the help text.
+std::string InvalidCommand(const std::string &name);
+
 /// Succeeds when the two are the same, byte for byte. Otherwise shows the lines from the first to the last
 /// that differ, expected ones marked "-", actual ones "+", with the lines around them.
 testing::AssertionResult Same(const std::string &actual, const std::string &expected);

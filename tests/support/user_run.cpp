@@ -12,7 +12,7 @@ namespace {
 
 constexpr int usualUmask = 022;
 /// Seconds after which a run that waits for an answer is given up.
-constexpr int patience = 60;
+constexpr int patience = 300;
 
 testing::AssertionResult endedWell(const ProgramResult &run, int status)
 {
@@ -78,15 +78,20 @@ testing::AssertionResult EndedAsIn(const ProgramResult &run, int status, const s
     return printed ? endedWell(run, status) : printed;
 }
 
-std::string FilesIn(const TemporaryFolder &folder)
+std::string FilesIn(const fs::path &folder)
 {
     std::vector<std::string> names;
-    for (const fs::directory_entry &entry : fs::recursive_directory_iterator(folder.path()))
-        names.push_back(entry.path().lexically_relative(folder.path()).string());
+    for (const fs::directory_entry &entry : fs::recursive_directory_iterator(folder))
+        names.push_back(entry.path().lexically_relative(folder).string());
     std::sort(names.begin(), names.end());
 
     std::string list;
     for (const std::string &name : names)
-        list += described(folder.path() / name, name) + "\n";
+        list += described(folder / name, name) + "\n";
     return list;
+}
+
+std::string FilesIn(const TemporaryFolder &folder)
+{
+    return FilesIn(folder.path());
 }

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -29,4 +30,5 @@ testing::AssertionResult EndedAsIn(const ProgramResult &run, int status, const s
 
 /// What is in `folder` and below, one line each, in the order of the names: "0444 178 keys/publicKey.pem" for
 /// a file, with its mode and size; "keys/" for a folder; "link -> target" for a link.
+std::string FilesIn(const std::filesystem::path &folder);
 std::string FilesIn(const TemporaryFolder &folder);

@@ -10,26 +10,6 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <filesystem>
-#include <set>
-
-namespace fs = std::filesystem;
-
-std::string FilesIn(const std::string &folder)
-{
-    std::set<std::string> lines;
-    for (const auto &entry : fs::directory_iterator(folder)) {
-        std::array<char, 8> mode;
-        std::snprintf(mode.data(), mode.size(), "%04o", static_cast<unsigned int>(ModeOf(entry.path())));
-        lines.insert(entry.path().filename().string() + " " + mode.data() + "\n");
-    }
-    std::string text;
-    for (const std::string &line : lines)
-        text += line;
-    return text;
-}
 
 namespace {
 
@@ -48,11 +28,6 @@ std::string pemContent(const std::string &path)
     OPENSSL_free(label);
     OPENSSL_free(header);
     return std::string(reinterpret_cast<const char *>(content), static_cast<std::size_t>(size));
-}
-
-const unsigned char *bytesOf(const std::string &content)
-{
-    return reinterpret_cast<const unsigned char *>(content.data());
 }
 
 int copyPassword(char *buffer, int size, int, void *password)
@@ -92,7 +67,7 @@ std::string PointOfPublicKey(const std::string &path)
 std::string CipherOf(const std::string &path)
 {
     const std::string content = pemContent(path);
-    const unsigned char *next = bytesOf(content);
+    const unsigned char *next = Bytes(content);
     const EncryptedKeyOwner key(d2i_X509_SIG(nullptr, &next, static_cast<long>(content.size())));
     if (!key)
         return "no encrypted key";
@@ -111,7 +86,7 @@ std::string CipherOf(const std::string &path)
 std::string CurveOf(const std::string &path)
 {
     const std::string content = pemContent(path);
-    const unsigned char *next = bytesOf(content);
+    const unsigned char *next = Bytes(content);
     const Owner<X509_PUBKEY, X509_PUBKEY_free> key(
         d2i_X509_PUBKEY(nullptr, &next, static_cast<long>(content.size())));
     if (!key)

@@ -1,10 +1,7 @@
-// What can be told of the key files in a folder.
+// What can be told of key files that were written.
 #pragma once
 
 #include <string>
-
-/// The names and permission bits of all files in `folder`, sorted, one per line, as in "publicKey.pem 0444".
-std::string FilesIn(const std::string &folder);
 
 /// True when `password`, byte for byte, opens the private key file at `path`.
 bool OpensPrivateKey(const std::string &path, const std::string &password);

@@ -1,6 +1,5 @@
 #include "keygen/command_line.h"
 
-#include "keygen/help.h"
 #include "keygen/run_settings.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/child_run.h"
@@ -25,18 +24,6 @@ const std::string randomExtensionError =
     Error("Wrong parameters with command --random/-rand. Output file extension should be .bin\n");
 
 const std::string versionLine = Info(std::string("Version: ") + versionShown + "\n");
-
-std::string helpText()
-{
-    CapturedOutput output;
-    ShowHelp();
-    return output.text();
-}
-
-std::string invalidCommand(const std::string &name)
-{
-    return Error("Error: Invalid command ") + Info("'" + name + "'\n\n") + helpText();
-}
 
 class CommandLine : public FreshSettings {
 protected:
@@ -67,7 +54,7 @@ protected:
 
     static void expectErrorWithHelp(const Arguments &arguments, const std::string &message)
     {
-        expectEnd(arguments, message + helpText(), 1);
+        expectEnd(arguments, message + Transcript("help.txt"), 1);
     }
 };
 
@@ -97,8 +84,8 @@ TEST_F(CommandLine, RefusesABadArgumentBeforeItAnswersHelp)
 
 TEST_F(CommandLine, TakesAnArgumentWithADashForAnOption)
 {
-    expectError({"-pwd", "-abc"}, invalidCommand("-abc"));
-    expectError({"-pwd", "good", "-"}, invalidCommand("-"));
+    expectError({"-pwd", "-abc"}, InvalidCommand("-abc"));
+    expectError({"-pwd", "good", "-"}, InvalidCommand("-"));
     EXPECT_EQ(settingsFrom({"-pubk", "-prvk", "k.pem"}), "privateKeyPath=\"k.pem\"\n");
 }
 
@@ -150,7 +137,7 @@ TEST_F(CommandLine, TakesAnArgumentOf128KiB)
     const std::string path(131071, 'p');
     EXPECT_EQ(settingsFrom({"-abs", path.c_str()}), "absolutePath=\"" + path + "\"\n");
     const std::string name = "-" + path;
-    expectError({name.c_str()}, invalidCommand(name));
+    expectError({name.c_str()}, InvalidCommand(name));
 }
 
 // Bytes
@@ -181,36 +168,36 @@ TEST_F(CommandLine, RefusesAValueThatIsNoUtf8)
 
 TEST_F(CommandLine, ReportsANameThatIsNoUtf8AsInvalid)
 {
-    expectError({"-p\xFFq"}, invalidCommand("-p\xEF\xBF\xBDq"));
-    expectError({"-pwd\xFF"}, invalidCommand("-pwd\xEF\xBF\xBD"));
+    expectError({"-p\xFFq"}, InvalidCommand("-p\xEF\xBF\xBDq"));
+    expectError({"-pwd\xFF"}, InvalidCommand("-pwd\xEF\xBF\xBD"));
 }
 
 // Names
 
 TEST_F(CommandLine, ReportsTheFirstUnknownName)
 {
-    expectError({"-x"}, invalidCommand("-x"));
-    expectError({"--"}, invalidCommand("--"));
-    expectError({"-pwd", "good", "-Unknown", "-other"}, invalidCommand("-Unknown"));
-    expectError({"-pwdx", "good"}, invalidCommand("-pwdx"));
-    expectError({"-pw", "good"}, invalidCommand("-pw"));
-    expectError({"--pwd", "good"}, invalidCommand("--pwd"));
-    expectError({"-pwd ", "good"}, invalidCommand("-pwd "));
-    expectError({"-pwd=good"}, invalidCommand("-pwd=good"));
-    expectError({"-clé"}, invalidCommand("-clé"));
+    expectError({"-x"}, InvalidCommand("-x"));
+    expectError({"--"}, InvalidCommand("--"));
+    expectError({"-pwd", "good", "-Unknown", "-other"}, InvalidCommand("-Unknown"));
+    expectError({"-pwdx", "good"}, InvalidCommand("-pwdx"));
+    expectError({"-pw", "good"}, InvalidCommand("-pw"));
+    expectError({"--pwd", "good"}, InvalidCommand("--pwd"));
+    expectError({"-pwd ", "good"}, InvalidCommand("-pwd "));
+    expectError({"-pwd=good"}, InvalidCommand("-pwd=good"));
+    expectError({"-clé"}, InvalidCommand("-clé"));
 }
 
 TEST_F(CommandLine, ReportsAnUnknownNameBeforeHelpVersionAndWrongValues)
 {
-    expectError({"-x", "-v"}, invalidCommand("-x"));
-    expectError({"-h", "-x"}, invalidCommand("-x"));
-    expectError({"-n", "2", "-x"}, invalidCommand("-x"));
+    expectError({"-x", "-v"}, InvalidCommand("-x"));
+    expectError({"-h", "-x"}, InvalidCommand("-x"));
+    expectError({"-n", "2", "-x"}, InvalidCommand("-x"));
 }
 
 TEST_F(CommandLine, RefusesTheNamesThatOnlyTheApplyingKnows)
 {
-    expectError({"--hash-image", "h.bin"}, invalidCommand("--hash-image"));
-    expectError({"--prvkey-enc ", "aes128"}, invalidCommand("--prvkey-enc "));
+    expectError({"--hash-image", "h.bin"}, InvalidCommand("--hash-image"));
+    expectError({"--prvkey-enc ", "aes128"}, InvalidCommand("--prvkey-enc "));
 }
 
 TEST_F(CommandLine, IgnoresTheNamesThatOnlyTheTableKnows)
@@ -245,7 +232,7 @@ TEST_F(CommandLine, AcceptsEveryNameOfTheTableInAnyLetterCase)
 TEST_F(CommandLine, AnswersHelp)
 {
     for (const char *name : {"-?", "-h", "--help", "-H", "--HELP", "--Help"})
-        expectEnd({name}, helpText(), 0);
+        expectEnd({name}, Transcript("help.txt"), 0);
 }
 
 TEST_F(CommandLine, AnswersVersion)
@@ -259,7 +246,7 @@ TEST_F(CommandLine, AnswersTheFirstOfHelpAndVersion)
     for (const char *help : {"-?", "-h", "--help"}) {
         for (const char *version : {"-v", "--version"}) {
             expectEnd({version, help}, versionLine, 0);
-            expectEnd({help, version}, helpText(), 0);
+            expectEnd({help, version}, Transcript("help.txt"), 0);
         }
     }
 }
@@ -267,7 +254,7 @@ TEST_F(CommandLine, AnswersTheFirstOfHelpAndVersion)
 TEST_F(CommandLine, AnswersHelpAndVersionBeforeItAppliesAnything)
 {
     expectEnd({"-n", "2", "-rand", "-v", "ignored"}, versionLine, 0);
-    expectEnd({"-pe", "nonsense", "-h", "ignored", "values"}, helpText(), 0);
+    expectEnd({"-pe", "nonsense", "-h", "ignored", "values"}, Transcript("help.txt"), 0);
 }
 
 // Applying
@@ -501,7 +488,7 @@ TEST_F(CommandLine, RefusesRandomDataWithoutExactlyTwoValues)
         expectErrorWithHelp(withValues("-rand", count), randomCountError);
     expectErrorWithHelp({"-rand", "16", "data.bin", "more"}, randomCountError);
     // A negative size is taken for an option.
-    expectError({"-rand", "-16", "data.bin"}, invalidCommand("-16"));
+    expectError({"-rand", "-16", "data.bin"}, InvalidCommand("-16"));
 }
 
 TEST_F(CommandLine, RefusesARandomDataFileWithAnotherExtension)

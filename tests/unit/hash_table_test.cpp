@@ -82,7 +82,7 @@ private:
     std::array<std::array<unsigned char, 70>, 8> keys;
 };
 
-TEST(HashTableSizes, AreThoseOfPointDigestAndRecord)
+TEST(HashTableSizes, TheSizesAreThoseOfPointDigestAndRecord)
 {
     EXPECT_EQ(publicPointSize, 64U);
     EXPECT_EQ(digestSize, 32U);
@@ -128,20 +128,20 @@ TEST_F(HashTable, FillsAllEightEntriesForAPacketOfOne)
     EXPECT_EQ(hashes(), ofEight);
 }
 
-TEST_F(HashTable, IsHashedAsAWholeForAPacketOfEight)
+TEST_F(HashTable, TheTableIsHashedAsAWholeForAPacketOfEight)
 {
     numberKeys = 8;
     EXPECT_EQ(tableHash(), "542aa83a869e7105352cb780e120a6e414205b17b777707cb153a593f80bf5f8");
 }
 
-TEST_F(HashTable, IsHashedAsAWholeForAPacketOfEightOnBrainpoolP256t1)
+TEST_F(HashTable, TheTableIsHashedAsAWholeForAPacketOfEightOnBrainpoolP256t1)
 {
     numberKeys = 8;
     brainpoolP256t1 = true;
     EXPECT_EQ(tableHash(), "f8cefb045fb3d8e1451157a710335195fcd9a872a8768a28a1ef0e1b1dfd61ea");
 }
 
-TEST_F(HashTable, IsHashedUpToItsFirstEntryForAPacketOfOne)
+TEST_F(HashTable, TheTableIsHashedUpToItsFirstEntryForAPacketOfOne)
 {
     numberKeys = 1;
     EXPECT_EQ(tableHash(), "766f69a85787abb315a4c09494c1f6d49f5d814998531d2fe2dd8d77259250a2");
@@ -156,20 +156,20 @@ protected:
     }
 };
 
-TEST_F(TableHashFile, IsNamedAfterTheHashFile)
+TEST_F(TableHashFile, TheFileIsNamedAfterTheHashFile)
 {
     EXPECT_EQ(pathFor("publicKeyhash.bin"), "publicKeysHashHashes.bin");
     EXPECT_EQ(pathFor("/out/hash/publicKeyhash.bin"), "/out/hash/publicKeysHashHashes.bin");
     EXPECT_EQ(pathFor("my-publicKeyhash-file"), "my-publicKeysHashHashes-file");
 }
 
-TEST_F(TableHashFile, HasTheNameReplacedInFoldersToo)
+TEST_F(TableHashFile, TheFileHasTheNameReplacedInFoldersToo)
 {
     EXPECT_EQ(pathFor("/publicKeyhash/publicKeyhashpublicKeyhash.bin"),
               "/publicKeysHashHashes/publicKeysHashHashespublicKeysHashHashes.bin");
 }
 
-TEST_F(TableHashFile, IsTheHashFileItselfUnderAnotherName)
+TEST_F(TableHashFile, TheFileIsTheHashFileItselfUnderAnotherName)
 {
     EXPECT_EQ(pathFor("out/h.bin"), "out/h.bin");
     EXPECT_EQ(pathFor("out/publickeyhash.bin"), "out/publickeyhash.bin");

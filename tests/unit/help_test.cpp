@@ -65,7 +65,7 @@ TEST_F(Banner, ShowsTheVersionOfTheSettings)
 
 class Version : public FreshSettings {};
 
-TEST_F(Version, IsOneMessage)
+TEST_F(Version, TheVersionIsOneMessage)
 {
     CapturedOutput output;
     ShowVersion();

@@ -11,7 +11,7 @@
 
 namespace {
 
-TEST(DefaultNames, AreThoseOfThreeFiles)
+TEST(DefaultNames, TheDefaultNamesAreThoseOfThreeFiles)
 {
     EXPECT_STREQ(defaultPublicKeyName, "publicKey.pem");
     EXPECT_STREQ(defaultPrivateKeyName, "privateKey.pem");
@@ -99,12 +99,12 @@ private:
 
 // Without a base folder
 
-TEST_F(KeyPaths, TurnKeyGenerationOffWhereNoneIsGiven)
+TEST_F(KeyPaths, ThePathsTurnKeyGenerationOffWhereNoneIsGiven)
 {
     EXPECT_EQ(completed("", "", "", ""), "isKeyGeneration=false\n");
 }
 
-TEST_F(KeyPaths, FollowTheHashPath)
+TEST_F(KeyPaths, ThePathsFollowTheHashPath)
 {
     EXPECT_EQ(completed("", "", "", "h/"),
               paths("h/publicKey.pem", "h/privateKey.pem", "h/publicKeyhash.bin"));
@@ -114,7 +114,7 @@ TEST_F(KeyPaths, FollowTheHashPath)
     EXPECT_EQ(completed("", "", "", "/"), paths("/publicKey.pem", "/privateKey.pem", "/publicKeyhash.bin"));
 }
 
-TEST_F(KeyPaths, FollowThePrivateKeyPath)
+TEST_F(KeyPaths, ThePathsFollowThePrivateKeyPath)
 {
     EXPECT_EQ(completed("", "", "k/", ""),
               paths("k/publicKey.pem", "k/privateKey.pem", "k/publicKeyhash.bin"));
@@ -122,13 +122,13 @@ TEST_F(KeyPaths, FollowThePrivateKeyPath)
     EXPECT_EQ(completed("", "", "x.pem", ""), paths("publicKey.pem", "x.pem", "publicKeyhash.bin"));
 }
 
-TEST_F(KeyPaths, FollowThePrivateKeyPathBesideAHashPathLeftAsTyped)
+TEST_F(KeyPaths, ThePathsFollowThePrivateKeyPathBesideAHashPathLeftAsTyped)
 {
     EXPECT_EQ(completed("", "", "k/", "h/x.bin"), paths("k/publicKey.pem", "k/privateKey.pem", "h/x.bin"));
     EXPECT_EQ(completed("", "", "k/x.pem", "h/"), paths("k/publicKey.pem", "k/x.pem", "h/"));
 }
 
-TEST_F(KeyPaths, FollowThePublicKeyPath)
+TEST_F(KeyPaths, ThePathsFollowThePublicKeyPath)
 {
     EXPECT_EQ(completed("", "a/pub.pem", "", ""),
               paths("a/pub.pem", "a/privateKey.pem", "a/publicKeyhash.bin"));
@@ -137,7 +137,7 @@ TEST_F(KeyPaths, FollowThePublicKeyPath)
     EXPECT_EQ(completed("", "pub.pem", "", ""), paths("pub.pem", "privateKey.pem", "publicKeyhash.bin"));
 }
 
-TEST_F(KeyPaths, FollowThePublicKeyPathBesideAnotherLeftAsTyped)
+TEST_F(KeyPaths, ThePathsFollowThePublicKeyPathBesideAnotherLeftAsTyped)
 {
     EXPECT_EQ(completed("", "p/", "k/", ""), paths("p/publicKey.pem", "k/", "p/publicKeyhash.bin"));
     EXPECT_EQ(completed("", "p/", "k/x.pem", ""), paths("p/publicKey.pem", "k/x.pem", "p/publicKeyhash.bin"));
@@ -145,13 +145,13 @@ TEST_F(KeyPaths, FollowThePublicKeyPathBesideAnotherLeftAsTyped)
     EXPECT_EQ(completed("", "p/x.pem", "", "h/x.bin"), paths("p/x.pem", "p/privateKey.pem", "h/x.bin"));
 }
 
-TEST_F(KeyPaths, StayAsTypedWhereAllThreeAreGiven)
+TEST_F(KeyPaths, ThePathsStayAsTypedWhereAllThreeAreGiven)
 {
     EXPECT_EQ(completed("", "x/", "y/", "z/"), paths("x/", "y/", "z/"));
     EXPECT_EQ(completed("", "p.pem", "k.pem", "h.bin"), paths("p.pem", "k.pem", "h.bin"));
 }
 
-TEST_F(KeyPaths, TurnKeyGenerationOnWhereSomeAreGiven)
+TEST_F(KeyPaths, ThePathsTurnKeyGenerationOnWhereSomeAreGiven)
 {
     for (const auto &given : {&publicKeyPath, &privateKeyPath, &hashPath}) {
         ResetSettings();
@@ -162,7 +162,7 @@ TEST_F(KeyPaths, TurnKeyGenerationOnWhereSomeAreGiven)
     }
 }
 
-TEST_F(KeyPaths, LeaveKeyGenerationAsItIsWhereAllAreGiven)
+TEST_F(KeyPaths, ThePathsLeaveKeyGenerationAsItIsWhereAllAreGiven)
 {
     publicKeyPath = privateKeyPath = hashPath = "a/";
     isKeyGeneration = false;
@@ -172,7 +172,7 @@ TEST_F(KeyPaths, LeaveKeyGenerationAsItIsWhereAllAreGiven)
 
 // Under a base folder
 
-TEST_F(KeyPaths, AreTheDefaultNamesInTheBaseFolder)
+TEST_F(KeyPaths, ThePathsAreTheDefaultNamesInTheBaseFolder)
 {
     EXPECT_EQ(completed("/data/", "", "", ""),
               pathsUnder("/data/", "/data/publicKey.pem", "/data/privateKey.pem", "/data/publicKeyhash.bin"));
@@ -184,7 +184,7 @@ TEST_F(KeyPaths, AreTheDefaultNamesInTheBaseFolder)
               pathsUnder("out//", "out//publicKey.pem", "out//privateKey.pem", "out//publicKeyhash.bin"));
 }
 
-TEST_F(KeyPaths, LieUnderTheBaseFolderAsTyped)
+TEST_F(KeyPaths, ThePathsLieUnderTheBaseFolderAsTyped)
 {
     EXPECT_EQ(completed("out", "keys/", "", ""),
               pathsUnder("out/", "out/keys/publicKey.pem", "out/privateKey.pem", "out/publicKeyhash.bin"));
@@ -197,7 +197,7 @@ TEST_F(KeyPaths, LieUnderTheBaseFolderAsTyped)
     EXPECT_EQ(completed("out", "../p", "./k", "h"), pathsUnder("out/", "out/../p", "out/./k", "out/h"));
 }
 
-TEST_F(KeyPaths, LeaveKeyGenerationAsItIsUnderABaseFolder)
+TEST_F(KeyPaths, ThePathsLeaveKeyGenerationAsItIsUnderABaseFolder)
 {
     absolutePath = "out";
     isKeyGeneration = false;
@@ -212,7 +212,7 @@ const std::string privateError =
 const std::string hashError =
     Error("Error: Absolute path for public Key Hash is not accepted when command '-abs' is used\t");
 
-TEST_F(KeyPaths, MayNotBeAbsoluteUnderABaseFolder)
+TEST_F(KeyPaths, ThePathsMayNotBeAbsoluteUnderABaseFolder)
 {
     expectError("out", "/tmp/p.pem", "", "", publicError + Info("/tmp/\n"));
     expectError("out", "", "/tmp/k.pem", "", privateError + Info("/tmp/\n"));
@@ -222,14 +222,14 @@ TEST_F(KeyPaths, MayNotBeAbsoluteUnderABaseFolder)
     expectError("out", "", "", "//tmp//a", hashError + Info("//tmp//\n"));
 }
 
-TEST_F(KeyPaths, AreCheckedInOrder)
+TEST_F(KeyPaths, ThePathsAreCheckedInOrder)
 {
     expectError("out", "/a/p", "/b/k", "/c/h", publicError + Info("/a/\n"));
     expectError("out", "p", "/b/k", "/c/h", privateError + Info("/b/\n"));
     expectError("out", "p", "k/", "/c/h", hashError + Info("/c/\n"));
 }
 
-TEST_F(KeyPaths, KeepLongNames)
+TEST_F(KeyPaths, ThePathsKeepLongNames)
 {
     const std::string name(100000, 'n');
     EXPECT_EQ(completed("", name.c_str(), "", ""), paths(name, "privateKey.pem", "publicKeyhash.bin"));

@@ -56,21 +56,21 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F(FolderOfAFile, IsThereForAFileThatExists)
+TEST_F(FolderOfAFile, TheFolderIsThereForAFileThatExists)
 {
     WriteFile(folder / "key.pem", "");
     EXPECT_EQ(outcome("key.pem"), "true");
     EXPECT_EQ(outcome(folder / "key.pem"), "true");
 }
 
-TEST_F(FolderOfAFile, IsThereForAFolderThatExists)
+TEST_F(FolderOfAFile, TheFolderIsThereForAFolderThatExists)
 {
     fs::create_directory(folder / "out");
     EXPECT_EQ(outcome("out"), "true");
     EXPECT_EQ(outcome("out/"), "true");
 }
 
-TEST_F(FolderOfAFile, IsThereWhereTheFileAloneIsMissing)
+TEST_F(FolderOfAFile, TheFolderIsThereWhereTheFileAloneIsMissing)
 {
     fs::create_directories(folder / "a/b");
     EXPECT_EQ(outcome("a/b/c.pem"), "true");
@@ -79,7 +79,7 @@ TEST_F(FolderOfAFile, IsThereWhereTheFileAloneIsMissing)
     EXPECT_FALSE(fs::exists(folder / "a/b/c.pem"));
 }
 
-TEST_F(FolderOfAFile, IsCreatedWithItsParents)
+TEST_F(FolderOfAFile, TheFolderIsCreatedWithItsParents)
 {
     EXPECT_EQ(outcome("a/b/c.pem", "y\n"), question("a/b") + "true");
     EXPECT_TRUE(isFolder("a/b"));
@@ -89,7 +89,7 @@ TEST_F(FolderOfAFile, IsCreatedWithItsParents)
     EXPECT_TRUE(isFolder("x/y/z"));
 }
 
-TEST_F(FolderOfAFile, IsCreatedWithTheDefaultMode)
+TEST_F(FolderOfAFile, TheFolderIsCreatedWithTheDefaultMode)
 {
     const mode_t mask = umask(027);
     outcome("a/b/c.pem", "y\n");
@@ -98,14 +98,14 @@ TEST_F(FolderOfAFile, IsCreatedWithTheDefaultMode)
     EXPECT_EQ(ModeOf(folder / "a/b"), 0750);
 }
 
-TEST_F(FolderOfAFile, IsNotCreatedWhenTheUserDeclines)
+TEST_F(FolderOfAFile, TheFolderIsNotCreatedWhenTheUserDeclines)
 {
     EXPECT_EQ(outcome("a/b/c.pem", "n\n"), question("a/b") + "false");
     EXPECT_EQ(outcome("a/b/c.pem", "N\n"), question("a/b") + "false");
     EXPECT_FALSE(fs::exists(folder / "a"));
 }
 
-TEST_F(FolderOfAFile, IsAskedForAgainUntilOneOfFourAnswers)
+TEST_F(FolderOfAFile, TheFolderIsAskedForAgainUntilOneOfFourAnswers)
 {
     EXPECT_EQ(outcome("a/c", "x\nyes\nY\n"), question("a") + again + again + "true");
     EXPECT_EQ(outcome("b/c", "no No YES ny yn 1 y"),
@@ -113,7 +113,7 @@ TEST_F(FolderOfAFile, IsAskedForAgainUntilOneOfFourAnswers)
     EXPECT_EQ(outcome("d/c", "\xC3\xBF\n\nn\n"), question("d") + again + "false");
 }
 
-TEST_F(FolderOfAFile, IsAskedForWithWordsOfOneLineOrOfSeveral)
+TEST_F(FolderOfAFile, TheFolderIsAskedForWithWordsOfOneLineOrOfSeveral)
 {
     for (const char *answers : {"x yes Y\n", "x\nyes\nY\n", "  x\n\n\tyes Y", "x yes\r\nY\r\n"}) {
         fs::remove_all(folder / "a");
@@ -135,7 +135,7 @@ TEST_F(FolderOfAFile, LeavesFurtherWordsToTheNextQuestion)
     EXPECT_FALSE(isFolder("b"));
 }
 
-TEST_F(FolderOfAFile, IsAskedForAtTheEndOfInputForEverButWithoutHurry)
+TEST_F(FolderOfAFile, TheFolderIsAskedForAtTheEndOfInputForEverButWithoutHurry)
 {
     const ChildRun run = RunInChild(
         [&] {
@@ -154,7 +154,7 @@ TEST_F(FolderOfAFile, IsAskedForAtTheEndOfInputForEverButWithoutHurry)
     EXPECT_FALSE(fs::exists(folder / "a"));
 }
 
-TEST_F(FolderOfAFile, CannotBeCreatedWhereAFileIsInTheWay)
+TEST_F(FolderOfAFile, TheFolderCannotBeCreatedWhereAFileIsInTheWay)
 {
     WriteFile(folder / "file", "");
     EXPECT_EQ(outcome("file/b/c.pem", "y\n"), question("file/b") + "false");
@@ -162,13 +162,13 @@ TEST_F(FolderOfAFile, CannotBeCreatedWhereAFileIsInTheWay)
     EXPECT_EQ(ReadFile(folder / "file"), "");
 }
 
-TEST_F(FolderOfAFile, IsABareNameItself)
+TEST_F(FolderOfAFile, ABareNameIsItsOwnFolder)
 {
     EXPECT_EQ(outcome("out", "y\n"), question("out") + "true");
     EXPECT_TRUE(isFolder("out"));
 }
 
-TEST_F(FolderOfAFile, IsTheFoldersParentForAPathWithATrailingSlash)
+TEST_F(FolderOfAFile, TheFolderIsTheFoldersParentForAPathWithATrailingSlash)
 {
     EXPECT_EQ(outcome("a/b/", "y\n"), question("a/") + "true");
     EXPECT_TRUE(isFolder("a"));
@@ -178,7 +178,7 @@ TEST_F(FolderOfAFile, IsTheFoldersParentForAPathWithATrailingSlash)
     EXPECT_FALSE(fs::exists(folder / "out"));
 }
 
-TEST_F(FolderOfAFile, IsTheWorkingFolderForAnEmptyPath)
+TEST_F(FolderOfAFile, TheFolderIsTheWorkingFolderForAnEmptyPath)
 {
     EXPECT_EQ(outcome(""), "true");
 }
@@ -190,7 +190,7 @@ TEST_F(FolderOfAFile, KeepsItsDoubledSlashes)
 }
 
 // No folder has so long a path, and none of its parents, nor of shorter ones, is created for it.
-TEST_F(FolderOfAFile, CannotBeCreatedUnderAPathOfMoreThan32KiB)
+TEST_F(FolderOfAFile, TheFolderCannotBeCreatedUnderAPathOfMoreThan32KiB)
 {
     const std::string longFolder = "a/" + std::string(70000, 'n');
     EXPECT_EQ(outcome(longFolder + "/c.pem", "y\n"), question(longFolder) + "false");
@@ -199,7 +199,7 @@ TEST_F(FolderOfAFile, CannotBeCreatedUnderAPathOfMoreThan32KiB)
     EXPECT_FALSE(fs::exists(folder / "b"));
 }
 
-TEST_F(FolderOfAFile, MayHaveANameThatIsNotAscii)
+TEST_F(FolderOfAFile, TheFolderMayHaveANameThatIsNotAscii)
 {
     EXPECT_EQ(outcome("clés/privée.pem", "y\n"), question("clés") + "true");
     EXPECT_TRUE(isFolder("clés"));
@@ -266,14 +266,14 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F(OutputFolders, AreNoneForBareNames)
+TEST_F(OutputFolders, BareNamesNeedNoFolder)
 {
     setPaths("p.pem", "k.pem", "h.bin");
     expectCreated("", "");
     EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
-TEST_F(OutputFolders, IncludeTheBaseFolderWithoutAQuestion)
+TEST_F(OutputFolders, FoldersIncludeTheBaseFolderWithoutAQuestion)
 {
     absolutePath = "out/";
     setPaths("out/p.pem", "out/k.pem", "out/h.bin");
@@ -282,7 +282,7 @@ TEST_F(OutputFolders, IncludeTheBaseFolderWithoutAQuestion)
     expectCreated("", "");
 }
 
-TEST_F(OutputFolders, AreAskedForWhereTheBaseFoldersParentIsMissing)
+TEST_F(OutputFolders, FoldersAreAskedForWhereTheBaseFoldersParentIsMissing)
 {
     absolutePath = "a/b/";
     setPaths("a/b/p.pem", "a/b/k.pem", "a/b/h.bin");
@@ -290,7 +290,7 @@ TEST_F(OutputFolders, AreAskedForWhereTheBaseFoldersParentIsMissing)
     EXPECT_TRUE(isFolder("a/b"));
 }
 
-TEST_F(OutputFolders, DoNotIncludeABaseFolderWithAFileInItsPlace)
+TEST_F(OutputFolders, FoldersDoNotIncludeABaseFolderWithAFileInItsPlace)
 {
     WriteFile(folder / "out", "");
     absolutePath = "out/";
@@ -298,7 +298,7 @@ TEST_F(OutputFolders, DoNotIncludeABaseFolderWithAFileInItsPlace)
     expectError("y\n", question("out") + failure("out/p.pem"));
 }
 
-TEST_F(OutputFolders, AreAskedForInTheOrderPublicPrivateHash)
+TEST_F(OutputFolders, FoldersAreAskedForInTheOrderPublicPrivateHash)
 {
     setPaths("p/p.pem", "k/k.pem", "h/h.bin");
     expectCreated("y y y", question("p") + question("k") + question("h"));
@@ -307,7 +307,7 @@ TEST_F(OutputFolders, AreAskedForInTheOrderPublicPrivateHash)
     EXPECT_TRUE(isFolder("h"));
 }
 
-TEST_F(OutputFolders, EndTheRunWhenTheUserDeclines)
+TEST_F(OutputFolders, FoldersEndTheRunWhenTheUserDeclines)
 {
     setPaths("p/p.pem", "k/k.pem", "h/h.bin");
     expectError("n", question("p") + failure("p/p.pem"));
@@ -316,7 +316,7 @@ TEST_F(OutputFolders, EndTheRunWhenTheUserDeclines)
     expectError("n", question("h") + hashFailure("h/h.bin"));
 }
 
-TEST_F(OutputFolders, EndTheRunWhenTheyCannotBeCreated)
+TEST_F(OutputFolders, FoldersEndTheRunWhenTheyCannotBeCreated)
 {
     WriteFile(folder / "file", "");
     setPaths("file/p.pem", "k.pem", "h.bin");
@@ -345,7 +345,7 @@ protected:
     }
 };
 
-TEST_F(NumberedNames, CarryTwoDigitsBeforeTheExtension)
+TEST_F(NumberedNames, NumberedNamesCarryTwoDigitsBeforeTheExtension)
 {
     setPaths("privateKey.pem", "publicKey.pem", "publicKeyhash.bin");
     expectNames(0, "privateKey00.pem", "publicKey00.pem", "publicKeyHash00.bin");
@@ -353,7 +353,7 @@ TEST_F(NumberedNames, CarryTwoDigitsBeforeTheExtension)
     expectNames(7, "privateKey07.pem", "publicKey07.pem", "publicKeyHash07.bin");
 }
 
-TEST_F(NumberedNames, SpellHashWithACapitalAllThroughTheHashPath)
+TEST_F(NumberedNames, NumberedNamesSpellHashWithACapitalAllThroughTheHashPath)
 {
     setPaths("/hashes/privateKey.pem", "/hashes/publicKey.pem", "/base/hashes/publicKeyhash.bin");
     expectNames(3, "/hashes/privateKey03.pem", "/hashes/publicKey03.pem", "/base/Hashes/publicKeyHash03.bin");
@@ -361,7 +361,7 @@ TEST_F(NumberedNames, SpellHashWithACapitalAllThroughTheHashPath)
     expectNames(0, "k00.pem", "p00.pem", "Hash/HASH/Hash/HashHash00.bin");
 }
 
-TEST_F(NumberedNames, CarryTheDigitsBeforeTheLastFourCharactersOfAnyPath)
+TEST_F(NumberedNames, NumberedNamesCarryTheDigitsBeforeTheLastFourCharactersOfAnyPath)
 {
     setPaths("private", "p.x", "out/hash");
     expectNames(5, "pri05vate", "05p.x", "out/05Hash");
@@ -371,20 +371,20 @@ TEST_F(NumberedNames, CarryTheDigitsBeforeTheLastFourCharactersOfAnyPath)
     expectNames(2, "a.key02.pem", "keys02.d/x", "h.02json");
 }
 
-TEST_F(NumberedNames, CarryTheDigitsInFrontOfAShorterPath)
+TEST_F(NumberedNames, NumberedNamesCarryTheDigitsInFrontOfAShorterPath)
 {
     setPaths("abc", "a", "");
     expectNames(7, "07abc", "07a", "07");
 }
 
 // The digits come first, so that they can part the word.
-TEST_F(NumberedNames, AreNumberedBeforeTheyAreRespelled)
+TEST_F(NumberedNames, NumberedNamesAreNumberedBeforeTheyAreRespelled)
 {
     setPaths("k.pem", "p.pem", "xhashes");
     expectNames(4, "k04.pem", "p04.pem", "xha04shes");
 }
 
-TEST_F(NumberedNames, LeaveTheRunsPathsAlone)
+TEST_F(NumberedNames, NumberedNamesLeaveTheRunsPathsAlone)
 {
     setPaths("k.pem", "p.pem", "hash.bin");
     NumberedKeyFiles(3);

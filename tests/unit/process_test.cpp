@@ -1,8 +1,10 @@
 #include "keygen/process.h"
 
 #include "tests/support/child_run.h"
+#include "tests/support/coverage.h"
 #include "tests/support/library_faults.h"
 #include "tests/support/pseudo_terminal.h"
+#include "tests/support/sanitizer.h"
 #include "tests/support/temporary_folder.h"
 
 #include <gtest/gtest.h>
@@ -118,6 +120,8 @@ TEST(PrepareProcess, KeepsMessagesForAClosedOutputOutOfFiles)
 
 TEST(PrepareProcess, EndsTheProcessWhereNoDescriptorIsLeft)
 {
+    if (builtWithAddressSanitizer)
+        GTEST_SKIP() << "the sanitizer needs a descriptor at the end of the process";
     const ChildRun run = RunInChild([] {
         close(STDIN_FILENO);
         const rlimit none = {0, 0};
@@ -215,6 +219,8 @@ TEST(PrepareProcess, ClosesTheMemoryToOtherProcessesOfTheUser)
 
 TEST(PrepareProcess, LetsAWriteBeyondALimitFail)
 {
+    if (countsCoverage)
+        GTEST_SKIP() << "the counts of what is reached are beyond the limit, too";
     const TemporaryFolder folder;
     const std::string path = folder / "limited";
     const ChildRun run = RunInChild([&path] {

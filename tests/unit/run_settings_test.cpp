@@ -75,7 +75,7 @@ TEST(RunSettings, ThereIsOnePairToGenerateAndNothingElseAtTheStart)
                                            "tableHashValue=false"}));
 }
 
-TEST(RunSettings, HoldNumbersOf32Bits)
+TEST(RunSettings, NumbersHave32Bits)
 {
     static_assert(std::is_same_v<decltype(numberKeys), std::int32_t>);
     static_assert(std::is_same_v<decltype(numberPassword), std::int32_t>);
@@ -151,14 +151,14 @@ protected:
     QList<QString> kept;
 };
 
-TEST_F(Passwords, AreWiped)
+TEST_F(Passwords, PasswordsAreWiped)
 {
     setPasswords();
     WipePasswords();
     expectWiped();
 }
 
-TEST_F(Passwords, AreWipedWhereTheListSharesThem)
+TEST_F(Passwords, PasswordsAreWipedWhereTheListSharesThem)
 {
     password = QString("pass");
     passwordTable.append(password);
