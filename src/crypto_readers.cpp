@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 namespace {
@@ -21,14 +22,15 @@ constexpr size_t largestKeyFile = size_t{16} << 20;
 
 /// Called by the library before and after each operation on a key file; the callback's argument is the number
 /// of bytes that may still be read. A line beyond them is the file's end.
-long endAtLimit(BIO *content, int operation, const char *, size_t, int, long, int result, size_t *size)
+long endAtLimit(BIO *content, int operation, const char *line, size_t, int, long, int result, size_t *)
 {
     if (operation != (BIO_CB_GETS | BIO_CB_RETURN) || result <= 0)
         return result;
     auto *const left = reinterpret_cast<size_t *>(BIO_get_callback_arg(content));
-    if (*size > *left)
+    const size_t size = std::strlen(line);
+    if (size > *left)
         return 0;
-    *left -= *size;
+    *left -= size;
     return result;
 }
 
