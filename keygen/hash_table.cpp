@@ -20,7 +20,7 @@ void copyDigest(const std::string &digest, unsigned char *destination)
 
 std::string sha256(const unsigned char *data, int length)
 {
-    std::array<unsigned char, digestSize> digest = {};
+    std::array<unsigned char, SHA256_DIGEST_LENGTH> digest = {};
     SHA256_CTX context;
     SHA256_Init(&context);
     SHA256_Update(&context, data, static_cast<std::size_t>(length));
@@ -40,7 +40,7 @@ void createHashTable()
     for (std::size_t i = 0; i < newPubKeysHashTable.size(); ++i) {
         std::array<unsigned char, hashRecordSize> record = {algorithm};
         std::copy_n(pubKeysTable[i], publicPointSize, record.begin() + 4);
-        newPubKeysHashTable[i] = new unsigned char[digestSize]();
+        newPubKeysHashTable[i] = new unsigned char[SHA256_DIGEST_LENGTH]();
         copyDigest(sha256(record.data(), record.size()), newPubKeysHashTable[i]);
     }
 }
@@ -49,8 +49,8 @@ void calculateTableHashValue()
 {
     std::vector<unsigned char> table;
     for (std::size_t i = 0; i < static_cast<std::size_t>(numberKeys); ++i)
-        table.insert(table.end(), newPubKeysHashTable[i], newPubKeysHashTable[i] + digestSize);
-    tableHashValue = new unsigned char[digestSize]();
+        table.insert(table.end(), newPubKeysHashTable[i], newPubKeysHashTable[i] + SHA256_DIGEST_LENGTH);
+    tableHashValue = new unsigned char[SHA256_DIGEST_LENGTH]();
     copyDigest(sha256(table.data(), static_cast<int>(table.size())), tableHashValue);
 }
 

@@ -8,8 +8,6 @@
 
 /// Bytes of a public key's binary form: X then Y.
 constexpr std::size_t publicPointSize = 64;
-/// Bytes of a SHA-256 digest.
-constexpr std::size_t digestSize = 32;
 /// Bytes of a hash record: algorithm identifier, three zero bytes, public point.
 constexpr std::size_t hashRecordSize = 4 + publicPointSize;
 

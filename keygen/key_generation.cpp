@@ -13,6 +13,7 @@
 
 #include <openssl/crypto.h>
 #include <openssl/obj_mac.h>
+#include <openssl/sha.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -41,7 +42,7 @@ private:
 
 bool generatePair(EC_Crypto &engine, const KeyFiles &files, const QString &pairPassword)
 {
-    const auto cipher = static_cast<CIHERTYPE>(static_cast<int>(aes128) ^ 1);
+    const auto cipher = aes128 ? AES128_CBC : AES256_CBC;
     const PasswordBytes passwordBytes(pairPassword);
     const bool generated =
         engine.GenerateKeys(bytesOf(files.privateKey.toUtf8()), bytesOf(files.publicKey.toUtf8()),
@@ -98,12 +99,9 @@ void readBackPublicKey(EC_Crypto &engine, const QString &path, unsigned char *en
     std::size_t length = 0;
     const int status = engine.GetPubKeyBin(bytesOf(path.toUtf8()), &binaryForm, &length);
     const BufferOwner owner(binaryForm);
-    if (status == 1) {
-        // The buffer is the whole encoding's: a form shorter than a point is followed by what the encoding
-        // left.
-        const std::size_t buffered = length + EC_Crypto::EncodingHeaderSize(engine.curveNID);
-        std::copy_n(binaryForm, std::min(buffered, publicPointSize), entry);
-    }
+    // A form shorter than a point is followed by what else the buffer holds, which is never shorter.
+    if (status == 1)
+        std::copy_n(binaryForm, publicPointSize, entry);
 }
 
 void generatePacketPair(EC_Crypto &engine, int index)
@@ -124,7 +122,8 @@ void writeTableHash(EC_Crypto &engine)
     calculateTableHashValue();
     const QString path = TableHashPath();
     // An older file, or a folder, at the path of one that could not be written is not the table's hash.
-    const bool saved = engine.SaveHashTableHash(tableHashValue, digestSize, bytesOf(path.toUtf8())) == 1;
+    const bool saved =
+        engine.SaveHashTableHash(tableHashValue, SHA256_DIGEST_LENGTH, bytesOf(path.toUtf8())) == 1;
     require(saved && QFileInfo::exists(path), "Error: Hash hashes file path does not exist\n");
     MessageOut("Hash of table of Hash of {algorithm + public Key} file generated successfully.\n",
                MSG_SUCCESS);
@@ -156,7 +155,7 @@ QStringList filesOfTheRun()
 
 } // namespace
 
-void GenerateKeyPackets(EC_Crypto &engine)
+void GenerateKeyFiles(EC_Crypto &engine)
 {
     CreateOutputFolders();
     const FolderLock lock(filesOfTheRun());

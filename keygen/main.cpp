@@ -49,7 +49,7 @@ int main(int argc, char *argv[])
 
     EC_Crypto engine;
     if (isKeyGeneration)
-        GenerateKeyPackets(engine);
+        GenerateKeyFiles(engine);
     WipePasswords();
     if (isRandomCmd)
         GenerateRandomData(engine);

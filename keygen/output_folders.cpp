@@ -89,6 +89,7 @@ void CreateOutputFolders()
 
 KeyFiles NumberedKeyFiles(int index)
 {
+    // Meant: "Hash" is spelled so in the names of folders, too.
     return {numbered(privateKeyPath, index), numbered(publicKeyPath, index),
             numbered(hashPath, index).replace("hash", "Hash")};
 }

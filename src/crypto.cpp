@@ -23,6 +23,10 @@
 
 namespace {
 
+/// Bytes of a public point. No buffer for an encoding or a binary form is smaller: whoever takes a point's
+/// bytes from it finds them, whatever the key.
+constexpr size_t smallestKeyBuffer = 64;
+
 /// Draws a value for each place of `values`; false where the system has none to give. The generator cannot
 /// tell: it then leaves places as they are, so a place that still holds zero counts as not drawn. By chance a
 /// drawn value is zero once in 2^64.
@@ -123,9 +127,11 @@ int Crypto::GetPubKeyDER(EVP_PKEY *key, unsigned char **der, size_t *derLen)
     *derLen = static_cast<size_t>(std::max(i2d_PUBKEY(key, nullptr), 0));
     if (*derLen == 0)
         return FailWith("Error: extracting public key fails\n");
-    *der = static_cast<unsigned char *>(OPENSSL_malloc(*derLen));
+    const size_t size = std::max(*derLen, smallestKeyBuffer);
+    *der = static_cast<unsigned char *>(OPENSSL_malloc(size));
     if (*der == nullptr)
         return FailWith("Error: creating buffer for DER fromat public key fails\n");
+    std::fill_n(*der, size, 0);
     unsigned char *cursor = *der;
     if (i2d_PUBKEY(key, &cursor) <= 0)
         return FailWith("Error: creating DER fromat public key fails\n");

@@ -113,10 +113,10 @@ public:
     /// opened or `key` is null.
     int ReadPubKey(const unsigned char *pemPath, EVP_PKEY **key);
 
-    /// The DER SubjectPublicKeyInfo of `key`. `*der` becomes a new buffer, the caller's, and `*derLen` its
-    /// length. 1 or -1. After a failure: where the key has no encoding, or is null, `*derLen` is 0 and `*der`
-    /// untouched; without memory `*der` is null; where the encoding fails `*der` is the caller's all the
-    /// same.
+    /// The DER SubjectPublicKeyInfo of `key`. `*der` becomes a new buffer, the caller's, and `*derLen` the
+    /// encoding's length; a buffer for less than 64 bytes has 64, and zeros behind the encoding. 1 or -1.
+    /// After a failure: where the key has no encoding, or is null, `*derLen` is 0 and `*der` untouched;
+    /// without memory `*der` is null; where the encoding fails `*der` is the caller's all the same.
     int GetPubKeyDER(EVP_PKEY *key, unsigned char **der, size_t *derLen);
 
     /// The same for the key in the public key PEM file at `path`. 1 or -1; where the file cannot be opened

@@ -42,7 +42,8 @@ public:
 
     /// The public key's binary form: X, then Y, big-endian, 32 bytes each. `*out` becomes a new buffer, the
     /// caller's, and `*outLen` 64. The encoding's header is cut off by the length that it has on the selected
-    /// curve, whatever the key's own: for a key of the other curve the length is 65 or 63. 1 or -1. After a
+    /// curve, whatever the key's own: for a key of the other curve the length is 65 or 63. The buffer has at
+    /// least 64 bytes: behind a shorter form stand the encoding's last bytes, then zeros. 1 or -1. After a
     /// failure: as with GetPubKeyDER, and where the encoding is shorter than the header `*out` is the
     /// caller's.
     int GetPubKeyBin(EVP_PKEY *key, unsigned char **out, size_t *outLen) override;

@@ -88,7 +88,7 @@ protected:
             if (chdir(folder.path().c_str()) != 0)
                 std::abort();
             EC_Crypto engine;
-            GenerateKeyPackets(engine);
+            GenerateKeyFiles(engine);
         });
     }
 
@@ -162,7 +162,7 @@ TEST_F(KeyGeneration, GivesTheEngineTheCurvesNumber)
                    if (chdir(folder.path().c_str()) != 0)
                        std::abort();
                    EC_Crypto engine;
-                   GenerateKeyPackets(engine);
+                   GenerateKeyFiles(engine);
                    std::printf("%d", engine.curveNID);
                })
             .output;
@@ -189,7 +189,7 @@ TEST_F(KeyGeneration, MakesTheFoldersBeforeItSelectsTheCurve)
             if (chdir(folder.path().c_str()) != 0)
                 std::abort();
             EC_Crypto engine;
-            GenerateKeyPackets(engine);
+            GenerateKeyFiles(engine);
         },
         {.input = "n"});
     EXPECT_EQ(run.status, 1);
@@ -351,7 +351,7 @@ protected:
                        faults.before(
                            "fopen", [&] { locked += lockedNow() + "\n"; }, LibraryFaults::everyCall);
                        EC_Crypto engine;
-                       GenerateKeyPackets(engine);
+                       GenerateKeyFiles(engine);
                    }
                    std::printf("%s%s", locked.c_str(), lockedNow().c_str());
                })
