@@ -167,7 +167,7 @@ TEST_F(BrokenOffRun, LeavesOlderRandomDataOrAllOfTheNew)
 }
 
 // Without a reader the opening of a pipe waits for ever, and the signal is all that ends it.
-TEST_F(BrokenOffRun, MayWaitForAPipesReader)
+TEST_F(BrokenOffRun, ARunMayWaitForAPipesReader)
 {
     fs::create_directory(folder / "keys");
     ASSERT_EQ(mkfifo((folder / "keys/publicKey.pem").c_str(), 0600), 0);

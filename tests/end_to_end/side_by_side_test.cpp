@@ -109,7 +109,7 @@ TEST_F(SideBySide, PacketsBelongTogetherAndWithTheirTablesHash)
 }
 
 // Each takes the folders of the other two in another order.
-TEST_F(SideBySide, InThreeFoldersDoNotWaitForEachOther)
+TEST_F(SideBySide, RunsInThreeFoldersDoNotWaitForEachOther)
 {
     for (const char *name : {"a", "b", "c"})
         fs::create_directory(folder / name);

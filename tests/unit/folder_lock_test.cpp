@@ -98,7 +98,7 @@ TEST_F(FolderLocks, HoldAFolderOnceWhateverItIsCalled)
     EXPECT_EQ(run.status, 40);
 }
 
-TEST_F(FolderLocks, AreTakenInTheOrderOfTheFoldersDevicesAndNumbers)
+TEST_F(FolderLocks, LocksAreTakenInTheOrderOfTheFoldersDevicesAndNumbers)
 {
     // Names in the reverse order of the numbers.
     std::vector<std::pair<ino_t, std::string>> made;
@@ -132,7 +132,7 @@ TEST_F(FolderLocks, AreTakenInTheOrderOfTheFoldersDevicesAndNumbers)
     EXPECT_EQ(order, numbers);
 }
 
-TEST_F(FolderLocks, DoWithoutFoldersThatCannotBeLocked)
+TEST_F(FolderLocks, LocksDoWithoutFoldersThatCannotBeLocked)
 {
     WriteFile(folder / "file", "");
     const FolderLock lock({file("missing/key"), file("file/key"), file("b/key")});
@@ -150,7 +150,7 @@ TEST_F(FolderLocks, DoWithoutFoldersThatCannotBeLocked)
     }
 }
 
-TEST_F(FolderLocks, AreWaitedForAgainAfterAnInterruption)
+TEST_F(FolderLocks, LocksAreWaitedForAgainAfterAnInterruption)
 {
     int calls = 0;
     LibraryFaults faults;
@@ -174,7 +174,7 @@ rlim_t limitWithFree(unsigned int count)
 }
 
 // A run opens one file at a time.
-TEST_F(FolderLocks, LeaveOneDescriptorForTheFiles)
+TEST_F(FolderLocks, LocksLeaveOneDescriptorForTheFiles)
 {
     const auto lockWith = [&](unsigned int descriptors) {
         return RunInChild([&] {

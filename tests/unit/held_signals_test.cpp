@@ -28,7 +28,7 @@ std::set<int> heldFor(const std::string &path)
     return BlockedSignals();
 }
 
-TEST(HeldSignals, AreThoseThatEndOrStopARunWhereAFileIsReplacedOrCreated)
+TEST(HeldSignals, HeldSignalsAreThoseThatEndOrStopARunWhereAFileIsReplacedOrCreated)
 {
     const TemporaryFolder folder;
     const OnlyBlocked none({});
@@ -42,7 +42,7 @@ TEST(HeldSignals, AreThoseThatEndOrStopARunWhereAFileIsReplacedOrCreated)
     }
 }
 
-TEST(HeldSignals, AreNoneWhereAPipeOrADeviceMayHaveToBeWaitedFor)
+TEST(HeldSignals, HeldSignalsAreNoneWhereAPipeOrADeviceMayHaveToBeWaitedFor)
 {
     const TemporaryFolder folder;
     const OnlyBlocked none({});
@@ -66,7 +66,7 @@ TEST(HeldSignals, JoinThoseThatTheCallerBlocksAndLeaveThemBlocked)
     EXPECT_EQ(BlockedSignals(), (std::set<int>{SIGINT, SIGCHLD}));
 }
 
-TEST(HeldSignals, TakeTheirEffectAfterwards)
+TEST(HeldSignals, HeldSignalsTakeTheirEffectAfterwards)
 {
     const TemporaryFolder folder;
     const ChildRun run = RunInChild([&] {
@@ -84,7 +84,7 @@ TEST(HeldSignals, TakeTheirEffectAfterwards)
     EXPECT_EQ(run.output, "held");
 }
 
-TEST(HeldSignals, AreTheCallingThreadsOnly)
+TEST(HeldSignals, HeldSignalsAreTheCallingThreadsOnly)
 {
     const TemporaryFolder folder;
     const OnlyBlocked none({});

@@ -262,7 +262,7 @@ TEST_F(PacketGeneration, TakesThePasswordsInTheirOrder)
         EXPECT_TRUE(opensUnder(numbered("privateKey", i, ".pem"), "password " + std::to_string(i))) << i;
 }
 
-TEST_F(PacketGeneration, MayHaveOnePair)
+TEST_F(PacketGeneration, APacketMayHaveOnePair)
 {
     wantPacket(1);
     password = "unused";
@@ -372,14 +372,14 @@ private:
     }
 };
 
-TEST_F(LockedFolders, OfOnePairAreItsThreeUntilItsLastFile)
+TEST_F(LockedFolders, FoldersOfOnePairAreItsThreeUntilItsLastFile)
 {
     EXPECT_EQ(lockedByARun(), "private public hash\n"
                               "private public hash\n"
                               "private public hash\n");
 }
 
-TEST_F(LockedFolders, OfAPacketAreThoseOfItsNumberedFilesAndOfTheTablesHash)
+TEST_F(LockedFolders, FoldersOfAPacketAreThoseOfItsNumberedFilesAndOfTheTablesHash)
 {
     wantPacket(1);
     // The three files of the pair, its public key once more, and the table's hash.
@@ -391,7 +391,7 @@ TEST_F(LockedFolders, OfAPacketAreThoseOfItsNumberedFilesAndOfTheTablesHash)
 }
 
 // In a short path the number is put in front, and the folder has another name for each pair.
-TEST_F(LockedFolders, OfAPacketAreThoseOfEachPair)
+TEST_F(LockedFolders, FoldersOfAPacketAreThoseOfEachPair)
 {
     publicKeyPath = "p/k";
     wantPacket(2);
@@ -443,78 +443,78 @@ protected:
     }
 };
 
-TEST_F(StalePublicKey, MayBeOfPrime256v1InARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfPrime256v1InARunOnPrime256v1)
 {
     expectTable(primeKey, "", "9cf4a93bee2d1c4a0f8f41ce9364405d90c375580fd01cb9b00731b9925de012");
 }
 
-TEST_F(StalePublicKey, MayBeOfBrainpoolP256t1InARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfBrainpoolP256t1InARunOnPrime256v1)
 {
     expectTable(brainpoolKey, "", "40f6556c269eb76a47d048961d873a27f122dfc58595ecc34525637dca0eb663");
 }
 
-TEST_F(StalePublicKey, MayBeOfSecP384R1InARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfSecP384R1InARunOnPrime256v1)
 {
     expectTable(p384Key, "", "b9e00b3e376f8e588c92e919c4b87cc476368a4bd175727ef9deafb037b96693");
 }
 
-TEST_F(StalePublicKey, MayBeOfEd25519InARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfEd25519InARunOnPrime256v1)
 {
     expectTable(ed25519Key, "", "b7c73342ffc54b6327c423711cdd4d0fe75f2aa8b9bc3f03d821b4ae695470f2");
 }
 
-TEST_F(StalePublicKey, MayBeOfRsaInARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfRsaInARunOnPrime256v1)
 {
     expectTable(rsaKey, "", "14c81af3e3e87b66834de93e7c465c38fe6249928aad01c3703014f27de555fb");
 }
 
-TEST_F(StalePublicKey, MayBeOfAnEncodingShorterThanItsHeaderInARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfAnEncodingShorterThanItsHeaderInARunOnPrime256v1)
 {
     expectTable(shortKey, noKeyInFile, "cf7084800c1a64f391f6e24ef6f60f7bdc690665f2b055fae91a6271b874d13d");
 }
 
-TEST_F(StalePublicKey, MayBeOfPrime256v1InARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfPrime256v1InARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(primeKey, "", "aeecf03e6a3bc886e31a9958c56e863af99895bdec13222bd1e62060615f5fbb");
 }
 
-TEST_F(StalePublicKey, MayBeOfBrainpoolP256t1InARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfBrainpoolP256t1InARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(brainpoolKey, "", "2d69f2fc4c437bf80efeb4f5bcb909e6b395bb9d9b42b11b9611e959493d9dc0");
 }
 
-TEST_F(StalePublicKey, MayBeOfSecP384R1InARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfSecP384R1InARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(p384Key, "", "79f09fffa75fb027b42752ddb5da6c8751f7a7d21063582ce88e61a0fc739660");
 }
 
-TEST_F(StalePublicKey, MayBeOfEd25519InARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfEd25519InARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(ed25519Key, "", "37441a5ca675604cf3d4974d193b04dac20f9fa51f3cef47b6d8ee395bb9cd1b");
 }
 
-TEST_F(StalePublicKey, MayBeOfRsaInARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfRsaInARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(rsaKey, "", "83897922ff6b71679c392fe7791ebf64798b78849112f85b23029592f1c93084");
 }
 
-TEST_F(StalePublicKey, MayBeOfAnEncodingShorterThanItsHeaderInARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOfAnEncodingShorterThanItsHeaderInARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(shortKey, noKeyInFile, "8d2b1cf74ecb214ce8ae0a21d0d8f5619e15524bbb1a502b503005f40c1d0241");
 }
 
-TEST_F(StalePublicKey, MayBeAnEmptyFile)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeAnEmptyFile)
 {
     expectTable("", noKeyInFile, "cf7084800c1a64f391f6e24ef6f60f7bdc690665f2b055fae91a6271b874d13d");
 }
 
-TEST_F(StalePublicKey, MayBeAFileWithoutAKey)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeAFileWithoutAKey)
 {
     expectTable("no key", noKeyInFile, "cf7084800c1a64f391f6e24ef6f60f7bdc690665f2b055fae91a6271b874d13d");
 }

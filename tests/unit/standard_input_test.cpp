@@ -255,7 +255,7 @@ int millisecondsAtTheEnd(const std::string &plan)
     return std::stoi(run.output);
 }
 
-TEST(EndOfInput, IsWaitedForTwentyTimesASecond)
+TEST(EndOfInput, TheEndOfInputIsWaitedForTwentyTimesASecond)
 {
     for (const char *plan : {"LLLL", "WWWW"}) {
         const int time = millisecondsAtTheEnd(plan);
@@ -279,7 +279,7 @@ TEST(EndOfInput, PassesWhenMoreArrives)
     EXPECT_EQ(run.output, "<one><><><two>< three><four><>");
 }
 
-TEST(AnswersThatComeLate, AreWaitedForOnANonBlockingDescriptor)
+TEST(AnswersThatComeLate, LateAnswersAreWaitedForOnANonBlockingDescriptor)
 {
     const ChildRun run = RunInChild([] {
         std::array<int, 2> ends = {};
@@ -296,7 +296,7 @@ TEST(AnswersThatComeLate, AreWaitedForOnANonBlockingDescriptor)
     EXPECT_EQ(run.output, "<answer>");
 }
 
-TEST(AnswersThatComeInPieces, AreReadAsTheyCome)
+TEST(AnswersThatComeInPieces, PiecesAreReadAsTheyCome)
 {
     const ChildRun run = RunInChild([] {
         std::array<int, 2> ends = {};
@@ -311,7 +311,7 @@ TEST(AnswersThatComeInPieces, AreReadAsTheyCome)
     EXPECT_EQ(run.output, "<one><two>< three>");
 }
 
-TEST(Questions, StandOnTheScreenBeforeTheAnswerIsWaitedFor)
+TEST(Questions, QuestionsStandOnTheScreenBeforeTheAnswerIsWaitedFor)
 {
     for (const char *plan : {"L", "W"}) {
         const ChildRun run = RunInChild([&] {

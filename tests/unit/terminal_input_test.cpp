@@ -37,7 +37,7 @@ void readTwoLines()
     std::fputs("end", stdout);
 }
 
-TEST(TypedLine, IsReturnedAtItsEnd)
+TEST(TypedLine, ATypedLineIsReturnedAtItsEnd)
 {
     PseudoTerminal terminal(readTwoLines);
     ASSERT_TRUE(terminal.answers("ready", "one\n"));
@@ -46,7 +46,7 @@ TEST(TypedLine, IsReturnedAtItsEnd)
     EXPECT_EQ(terminal.screen(), "readyone\n<one>two\n<two>end");
 }
 
-TEST(TypedLine, IsWaitedForToItsEndWhenItIsUnedited)
+TEST(TypedLine, ATypedLineIsWaitedForToItsEndWhenItIsUnedited)
 {
     PseudoTerminal terminal(readTwoLines);
     deliverAtOnce(terminal);
@@ -57,7 +57,7 @@ TEST(TypedLine, IsWaitedForToItsEndWhenItIsUnedited)
     EXPECT_EQ(terminal.screen(), "ready<one><tw\xE2\x82\xAC>end");
 }
 
-TEST(TypedLine, IsWaitedForWhereReadingDoesNotBlock)
+TEST(TypedLine, ATypedLineIsWaitedForWhereReadingDoesNotBlock)
 {
     PseudoTerminal terminal([] {
         fcntl(STDIN_FILENO, F_SETFL, O_RDWR | O_NONBLOCK);
@@ -71,7 +71,7 @@ TEST(TypedLine, IsWaitedForWhereReadingDoesNotBlock)
     EXPECT_EQ(terminal.screen(), "ready<one><two>end");
 }
 
-TEST(TypedLine, IsWaitedForAfterASignal)
+TEST(TypedLine, ATypedLineIsWaitedForAfterASignal)
 {
     PseudoTerminal terminal([] {
         struct sigaction interrupting = {};
@@ -89,7 +89,7 @@ TEST(TypedLine, IsWaitedForAfterASignal)
     EXPECT_EQ(terminal.screen(), "ready<one><two>end");
 }
 
-TEST(TypedLine, CanFollowTheEndOfATerminalsInput)
+TEST(TypedLine, ATypedLineCanFollowTheEndOfATerminalsInput)
 {
     PseudoTerminal terminal([] {
         std::fputs("ready", stdout);
@@ -122,7 +122,7 @@ std::string readWithValidity(const std::string &input, int lines)
     return terminal.end().output;
 }
 
-TEST(TypedLine, IsToldWhenItIsNotUtf8)
+TEST(TypedLine, ATypedLineIsToldWhenItIsNotUtf8)
 {
     const std::string mark = "\xEF\xBF\xBD";
     EXPECT_EQ(readWithValidity("a\xFF\n\xC3\xA9\nb\xE2\nend", 4),

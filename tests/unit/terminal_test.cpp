@@ -298,7 +298,7 @@ TEST(HiddenEntry, LeavesSignalsAndTheTerminalAsTheyAreAfterwards)
     EXPECT_FALSE(terminal.editsLines());
 }
 
-TEST(HiddenEntry, CanBeHadAgain)
+TEST(HiddenEntry, EntryCanBeHiddenAgain)
 {
     PseudoTerminal terminal([] {
         readHiddenThenShown();
