@@ -1,6 +1,7 @@
 // Runs that a signal ends or stops: at any moment each path holds the older file or the new one, whole and
 // with its final mode.
 #include "tests/support/background_run.h"
+#include "tests/support/sanitizer.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
 #include "tests/support/user_run.h"
@@ -30,9 +31,8 @@ class BrokenOffRun : public testing::Test {
 protected:
     void SetUp() override
     {
-#ifdef KEYGEN_UNDER_SANITIZERS
-        GTEST_SKIP() << "what raises the signals takes the place of malloc, as a sanitizer does";
-#endif
+        if (underSanitizers)
+            GTEST_SKIP() << "what raises the signals takes the place of malloc, as a sanitizer does";
     }
 
     /// Runs in `folder` with `signal` coming before call number `call` of the C library.

@@ -17,7 +17,7 @@ class Memory : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (builtWithAddressSanitizer)
+        if (underSanitizers)
             GTEST_SKIP() << "the sanitizer watches memory itself, and reserves more than any limit";
     }
 };

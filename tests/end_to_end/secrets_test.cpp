@@ -148,7 +148,7 @@ class Secrets : public testing::Test {
 protected:
     void SetUp() override
     {
-        if (builtWithAddressSanitizer)
+        if (underSanitizers)
             GTEST_SKIP()
                 << "the sanitizer keeps what was released, and looks for leaks by the means by which this "
                    "test reads the memory";
