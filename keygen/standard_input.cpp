@@ -46,7 +46,8 @@ bool interruptedOrTooEarly()
 class Device : public QIODevice {
 public:
     Device() { open(ReadOnly | Unbuffered); }
-    ~Device() override { OPENSSL_cleanse(block.data(), block.size()); }
+    // What was typed ahead, and never asked for, may be a password too.
+    ~Device() override { OPENSSL_cleanse(block.data() + next, end - next); }
     bool isSequential() const override { return true; }
 
     /// Drops the rest of a line; false where `most` bytes of it were dropped and it goes on.
@@ -104,10 +105,10 @@ public:
             const std::optional<QByteArrayView> taken = takeBytes();
             const bool isTooLong = taken && taken->size() > longestLine;
             const bool isRest = std::exchange(goesOn, isTooLong && !device.dropLine(longestRest));
-            if (!taken || goesOn)
+            if (!taken) {
                 std::this_thread::sleep_for(endOfInputPause);
-            if (!taken)
                 return std::nullopt;
+            }
             InputLine line = decoded(*taken);
             line.isTooLong = isTooLong;
             OPENSSL_cleanse(bytes.data(), static_cast<std::size_t>(taken->size()));

@@ -12,7 +12,7 @@ struct InputLine {
 };
 
 /// The next line. Empty at the end of input, after a pause: questions are asked again without limit, and must
-/// not spin. A line that goes on for ever is returned as too long again and again, after the same pause.
+/// not spin. A line that goes on for ever is returned as too long again and again.
 InputLine ReadLine();
 
 /// The next word delimited by white space, read across lines where need be. The rest of its line is what
