@@ -153,6 +153,14 @@ class Installation(unittest.TestCase):
         changes = (TREE / "debian/changelog").read_text("utf-8")
         self.assertEqual(re.match(r"keygen \((\S+)-\d+\) ", changes).group(1), VERSION)
 
+    def test_the_debian_packages_are_built_with_what_the_tests_need(self):
+        needs = re.findall(r'^    ".*\|.*\| (\S+)"$', (TREE / "script/lib/setup.sh").read_text("utf-8"), re.M)
+        self.assertGreater(len(needs), 10)
+        control = (TREE / "debian/control").read_text("utf-8")
+        listed = re.findall(r"^ ([^ ,]+)", control[:control.index("Standards-Version")], re.M)
+        # Every build on Debian has a compiler and make.
+        self.assertEqual(sorted(set(needs) - {"g++", "ninja-build"} - set(listed)), [])
+
 
 if __name__ == "__main__":
     unittest.main()
