@@ -43,10 +43,7 @@ say() {
     printf '%s: %s\n' "${this_script#"$tree"/}" "$*" >&2
 }
 
-stop() {
-    say "$@"
-    exit 1
-}
+stop() { say "$@"; exit 1; }
 
 # A cheap look, without the package manager: it runs at every start. What stands in an unusual place is not seen
 # here; then the package manager knows better, or CMake does.
