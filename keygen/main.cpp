@@ -17,7 +17,7 @@
 
 namespace {
 
-/// A run may end anywhere, most often by an error: nothing that it was told in confidence is left behind.
+/// A run may end anywhere, most often by an error: no secret is left behind.
 void wipeSecrets()
 {
     WipeCommandLine();

@@ -14,7 +14,7 @@ namespace {
 constexpr std::array watchedSignals = {SIGINT,  SIGHUP,  SIGQUIT, SIGTERM,   SIGPIPE, SIGALRM, SIGUSR1,
                                        SIGUSR2, SIGABRT, SIGXCPU, SIGVTALRM, SIGTSTP, SIGCONT};
 
-// Signal handlers take no arguments of ours, so what they need is process-wide.
+// Signal handlers take no arguments of our choice, so what they need is process-wide.
 bool hidden = false;
 termios found;
 termios modified;

@@ -40,7 +40,7 @@ bool draw(std::span<quint64> values)
 /// Bytes for random data, wiped when they are no longer needed: keys may be cut from them.
 class RandomBytes {
 public:
-    /// Holds nothing where `size` is negative or the memory is not to be had.
+    /// Holds nothing where `size` is negative or the allocation fails.
     explicit RandomBytes(int size)
         : count(size), bytes(size < 0 ? nullptr : new (std::nothrow) char[static_cast<size_t>(size)])
     {

@@ -87,7 +87,7 @@ public:
     /// The stream stays open until the process ends.
     void leaveOpen() { file.release(); }
 
-    /// Folders and devices keep their own: only a file was ever read-only by this program's doing.
+    /// Folders and devices keep their own: only files are ever made read-only by this program.
     void setPermissions(QFileDevice::Permissions permissions) const
     {
         if (QFileInfo(name).isFile())

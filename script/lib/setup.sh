@@ -29,7 +29,7 @@ needs_of_the_tests=(
     "busybox         | command busybox                         | busybox"
     "GNU parallel    | command parallel                        | parallel"
 )
-# For the tests of the manual, and of the completions in these shells. Where they are not to be had, the others run.
+# For the tests of the manual, and of the completions in these shells. Where they cannot be installed, the others run.
 needs_of_the_documents=(
     "man             | command man                             | man-db"
     "groff           | command groff                           | groff"

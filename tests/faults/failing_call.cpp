@@ -73,7 +73,7 @@ int raisedSignal = 0;
 unsigned long raisedAt = 0;
 unsigned long raisableCalls = 0;
 
-// Before main() the libraries set themselves up: some of them wait for ever where memory is missing.
+// Before main() the libraries set themselves up: some of them wait for ever where an allocation fails.
 std::atomic<bool> isRunning = false;
 std::atomic<bool> hasSpoken = false;
 
