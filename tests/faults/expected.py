@@ -192,8 +192,8 @@ def failures_of_pair(pair):
     no_hash = either(
         literal(pair.hash_not_written),
         either(literal(NO_BUFFER),
-               not_encoded + literal(NOT_CONVERTED),
-               either(literal(NOT_HASHED[0]), "") + literal(NOT_HASHED[1]) + literal(NOT_HASHED[2])) +
+               either(not_encoded + literal(NOT_CONVERTED),
+                      either(literal(NOT_HASHED[0]), "") + literal(NOT_HASHED[1])) + literal(NOT_HASHED[2])) +
         literal(HASH_FAILED + PAIR_FAILED))
     no_public_key = either(literal(PUBLIC_NOT_CREATED), literal(PUBLIC_NOT_WRITTEN))
     no_private_key = either(literal(PRIVATE_NOT_CREATED), literal(PRIVATE_NOT_WRITTEN))
