@@ -24,6 +24,15 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds longestWait(30);
 
+/// Of the screen, what a failure shows.
+std::string lastLines(const std::string &screen)
+{
+    std::size_t begin = screen.size();
+    for (int lines = 0; lines < 12 && begin != 0 && begin != std::string::npos; ++lines)
+        begin = screen.rfind('\n', begin - 1);
+    return begin == std::string::npos ? screen : screen.substr(begin);
+}
+
 int checked(int result, const char *what)
 {
     if (result == -1)
@@ -265,5 +274,6 @@ void PseudoTerminal::receive()
 
 testing::AssertionResult PseudoTerminal::failure(const std::string &expectation) const
 {
-    return testing::AssertionFailure() << "the program " << expectation << "\nscreen:\n" << Visible(received);
+    return testing::AssertionFailure() << "the program " << expectation << "\nend of the screen:\n"
+                                       << Visible(lastLines(received));
 }

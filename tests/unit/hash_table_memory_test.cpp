@@ -19,7 +19,7 @@ std::optional<int> allocationsLeft;
 } // namespace
 
 // A sanitizer has operators of its own.
-#if !KEYGEN_SANITIZED
+#ifndef KEYGEN_UNDER_SANITIZERS
 void *operator new(std::size_t size)
 {
     const bool fails = allocationsLeft && (*allocationsLeft)-- == 0;
