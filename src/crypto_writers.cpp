@@ -73,7 +73,7 @@ public:
 
     std::FILE *stream() const { return file.get(); }
 
-    bool flush() { return std::fflush(stream()) == 0 && std::ferror(stream()) == 0; }
+    bool flush() const { return std::fflush(stream()) == 0 && std::ferror(stream()) == 0; }
 
     bool close() { return std::fclose(file.release()) == 0; }
 
