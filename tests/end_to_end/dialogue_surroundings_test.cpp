@@ -143,8 +143,9 @@ TEST_P(DialogueInputsGoOnWithoutLineEndAt, RefusesThemInLittleMemory)
     const std::string expected = GetParam().question + GetParam().repeated;
     EXPECT_TRUE(terminal->reaches([&] { return terminal->screen().find(expected) != std::string::npos; }));
     // A sanitizer takes more.
-    if (!underSanitizers)
+    if (!underSanitizers) {
         EXPECT_LT(peakMemory(std::stoi(terminal->screen())), 64 * 1024);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
