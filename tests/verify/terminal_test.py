@@ -22,6 +22,8 @@ class Terminal:
     def __init__(self, folder, *arguments, **settings):
         self.pid, self.terminal = pty.fork()
         if self.pid == 0:
+            # Who runs the tests in the background may have it ignored, which is passed on.
+            signal.signal(signal.SIGINT, signal.SIG_DFL)
             os.chdir(folder)
             os.execvpe(SHELL[0], [*SHELL, VERIFY, *arguments], dict(os.environ, **settings))
         self.written = ""
@@ -138,6 +140,7 @@ class OnTheTerminal(InTemporaryFolder):
         """Seen from a shell on the same terminal, which lives on."""
         pid, terminal = pty.fork()
         if pid == 0:
+            signal.signal(signal.SIGINT, signal.SIG_DFL)
             os.chdir(self.folder)
             command = " ".join(f"'{each}'" for each in [*SHELL, VERIFY, "keys"])
             os.execvp("bash", ["bash", "--norc", "-c", f"trap : INT; {command}; echo ended $?; read -r line"])
