@@ -14,7 +14,7 @@ math(EXPR qt_limit "${Qt6_VERSION_MAJOR} + 1")
 if(OPENSSL_ROOT_DIR)
   # An OpenSSL that stands where no caller would look for it.
   get_target_property(openssl_folders OpenSSL::Crypto INTERFACE_INCLUDE_DIRECTORIES)
-  target_include_directories(key_engine INTERFACE "$<INSTALL_INTERFACE:${openssl_folders}>")
+  set(openssl_headers "target_include_directories(KeyEngine::key_engine INTERFACE \"${openssl_folders}\")")
   set(openssl_place "if(NOT OPENSSL_ROOT_DIR AND NOT OPENSSL_INCLUDE_DIR)
   set(OPENSSL_INCLUDE_DIR \"${OPENSSL_INCLUDE_DIR}\")
   set(OPENSSL_CRYPTO_LIBRARY \"${OPENSSL_CRYPTO_LIBRARY}\")

@@ -22,12 +22,15 @@ constexpr size_t largestKeyFile = size_t{16} << 20;
 
 /// Called by the library before and after each operation on a key file; the callback's argument is the number
 /// of bytes that may still be read. A line beyond them is the file's end.
-long endAtLimit(BIO *content, int operation, const char *line, size_t, int, long, int result, size_t *)
+long endAtLimit(BIO *content, int operation, const char *line, size_t space, int, long, int result, size_t *)
 {
     if (operation != (BIO_CB_GETS | BIO_CB_RETURN) || result <= 0)
         return result;
     auto *const left = reinterpret_cast<size_t *>(BIO_get_callback_arg(content));
-    const size_t size = std::strlen(line);
+    // A line that does not end in a line end filled its space, with bytes after a zero that are not in its
+    // length.
+    const size_t length = std::strlen(line);
+    const size_t size = line[length - 1] == '\n' ? length : space - 1;
     if (size > *left)
         return 0;
     *left -= size;
