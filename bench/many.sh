@@ -25,8 +25,8 @@ turn() {
     mkdir packets
     start=$(date +%s%N)
     case $contender in
-    nothing) parallel -j "$jobs" --pipe -N 8 'true {#}' <words.txt ;;
-    floor) parallel -j "$jobs" --pipe -N 8 floor plain prime256v1 8 "packets/{#}" <words.txt ;;
+    nothing) parallel -j "$jobs" --pipe -N 8 'cat >/dev/null' <words.txt ;;
+    floor) parallel -j "$jobs" --pipe -N 8 'cat >/dev/null; floor plain prime256v1 8 packets/{#}' <words.txt ;;
     made) parallel -j "$jobs" --pipe -N 8 ./make-only "packets/{#}" <words.txt ;;
     checked) parallel -j "$jobs" --pipe -N 8 ./make-packet "packets/{#}" <words.txt ;;
     esac >output

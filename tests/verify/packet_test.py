@@ -214,9 +214,8 @@ class Packet(InTemporaryFolder):
         for number in NUMBERS[1:]:
             self.path(f"publicKey{number}.pem").unlink()
             self.path(f"publicKeyHash{number}.bin").unlink()
-        alone = (0, self.lines(["00"]) + self.table_line(["00"]) + "all agrees: a packet of 1 (private keys left out)\n",
-                 "")
-        self.assertEqual(self.run_verify("--public-only", "keys"), alone)
+        alone = self.lines(["00"]) + self.table_line(["00"]) + "all agrees: a packet of 1 (private keys left out)\n"
+        self.assertEqual(self.run_verify("--public-only", "keys"), (0, alone, ""))
         # The private keys of the others count where private keys do.
         (self.folder / "words.txt").write_text("only one\n")
         status, _, errors = self.with_passwords("keys")

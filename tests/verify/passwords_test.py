@@ -32,8 +32,8 @@ class Passwords(InTemporaryFolder):
 
     def test_any_text(self):
         for text in ("a  b", " begins with a blank", "ends with a blank ", "\ttabs\t", "$(id) `id` ${PATH}",
-                     "'\"quotes\"'", "back\\slash\\n\\101", "50% of %s %d %n", "*?[a-z]", "Schlüssel", "鍵鍵鍵鍵", "=\\075",
-                     "zero", "long", "unread", "unread\x01"):
+                     "'\"quotes\"'", "back\\slash\\n\\101", "50% of %s %d %n", "*?[a-z]", "Schlüssel",
+                     "鍵鍵鍵鍵", "=\\075", "zero", "long", "unread", "unread\x01"):
             with self.subTest(password=text):
                 make_pair(self.folder, password=text)
                 self.words(text.encode() + b"\n")
@@ -166,9 +166,10 @@ class Passwords(InTemporaryFolder):
         for part in ("horse", "battery", "\\150\\157\\162", b"horse".hex(), "104 111 114"):
             self.assertNotIn(part, said)
         # Nor does the private number.
-        openssl = subprocess.run(["openssl", "pkey", "-in", PRIVATE, "-passin", "pass:horse battery", "-text", "-noout"],
-                                 cwd=self.folder, stdout=subprocess.PIPE, check=True, universal_newlines=True).stdout
-        number = openssl[openssl.index("priv:") + 5:openssl.index("pub:")].replace(":", "").split()
+        command = ["openssl", "pkey", "-in", PRIVATE, "-passin", "pass:horse battery", "-text", "-noout"]
+        shown = subprocess.run(command, cwd=self.folder, stdout=subprocess.PIPE, check=True,
+                               universal_newlines=True).stdout
+        number = shown[shown.index("priv:") + 5:shown.index("pub:")].replace(":", "").split()
         self.assertNotIn("".join(number)[-40:], said)
 
 

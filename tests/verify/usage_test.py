@@ -19,11 +19,13 @@ usage: keygen-verify [--passwords FILE | --public-only] FOLDER
 NAMES = ["-keys", "--help", "-", "a  b", " ", "*", "[a-z]?", "$HOME", "`id`", "a'b\"c", "a\\nb", "a%sb", "&1", "~", "#",
          "äöü鍵😀", "(", "!", ";", "=", "hash"]
 # And as they are shown: what a terminal would obey is a question mark.
-ODD_NAMES = {"new\nline": "new?line", "end\n": "end?", "\n": "?", "tab\t": "tab?", "\033[31mred": "?[31mred", "\x7f": "?",
-             "\u009b1m": "?1m", "ä\u0080\u009fß\u00a0": "ä??ß\u00a0", "a\rb": "a?b", "\x01\x1f": "??"}
+ODD_NAMES = {"new\nline": "new?line", "end\n": "end?", "\n": "?", "tab\t": "tab?", "\033[31mred": "?[31mred",
+             "\x7f": "?", "\u009b1m": "?1m", "ä\u0080\u009fß\u00a0": "ä??ß\u00a0", "a\rb": "a?b", "\x01\x1f": "??"}
 # Bytes that are no characters.
-BROKEN_NAMES = {b"\x9b31m": "?31m", b"\xff\xfe": "??", b"\xc3": "?", b"\xc3(": "?(", b"\xe2\x82": "??", b"\xe2\x82\x82": "₂",
-                b"\xc0\x80": "??", b"\xf5\x80\x80\x80": "????", b"\xf0\x9f\x98": "???", b"\xe2(\xa1": "?(?", b"\xc2\x85": "?"}
+BROKEN_NAMES = {b"\x9b31m": "?31m", b"\xff\xfe": "??", b"\xc3": "?", b"\xc3(": "?(", b"\xe2\x82": "??",
+                b"\xe2\x82\x82": "₂", b"\xc0\x80": "??", b"\xc1\x9b": "??", b"\xe0\x82\x9b": "???",
+                b"\xf0\x80\x82\x9b": "????", b"\xf5\x80\x80\x80": "????", b"\xf0\x9f\x98": "???",
+                b"\xe2(\xa1": "?(?", b"\xc2\x85": "?"}
 
 
 class Usage(InTemporaryFolder):
@@ -120,9 +122,10 @@ class Usage(InTemporaryFolder):
     def test_an_openssl_that_does_not_know_a_curve(self):
         """As on systems that leave brainpoolP256t1 out."""
         real = shutil.which("openssl")
-        environment = self.tools(openssl=f'case "$*" in *-pubcheck*) exit 1 ;; esac; exec "{real}" "$@"')
-        self.assertEqual(self.run_verify("--public-only", "keys", environment=environment),
-                         (2, "", "keys/publicKey.pem: the openssl command does not know the curve prime256v1\n"))
+        for said in ("exit 1", "echo Key is invalid; exit"):
+            environment = self.tools(openssl=f'case "$*" in *-pubcheck*) {said} ;; esac; exec "{real}" "$@"')
+            self.assertEqual(self.run_verify("--public-only", "keys", environment=environment),
+                             (2, "", "keys/publicKey.pem: the openssl command does not know the curve prime256v1\n"))
 
     def test_an_openssl_that_computes_nothing(self):
         real = shutil.which("openssl")
@@ -139,8 +142,8 @@ class Usage(InTemporaryFolder):
 
     def test_settings_of_the_shell_do_not_matter(self):
         for settings in ({"IFS": "e"}, {"LC_ALL": "C.UTF-8"}, {"LC_ALL": "tr_TR.UTF-8"}, {"CDPATH": "/:/tmp"},
-                         {"POSIXLY_CORRECT": "1"}, {"ENV": "/dev/null/x"}, {"digest": "x", "passwords": "=a", "name": "x",
-                                                                           "folder": "/", "public_block": "x"}):
+                         {"POSIXLY_CORRECT": "1"}, {"ENV": "/dev/null/x"},
+                         {"digest": "x", "passwords": "=a", "name": "x", "folder": "/", "public_block": "x"}):
             self.assertEqual(self.with_passwords("keys", environment=settings),
                              (0, self.line("keys/publicKey.pem") + "all agrees: 1 pair\n", ""))
 
@@ -150,7 +153,8 @@ class Usage(InTemporaryFolder):
             printf = subprocess.run(["bash", "-c", "enable -n printf; command -v printf"], stdout=subprocess.PIPE)
             self.assertTrue(printf.stdout.startswith(b"/"))
             status, output, errors = self.run_verify("--passwords", "words.txt", "keys", shell=shell)
-            self.assertEqual((status, output, errors), (2, "", "keygen-verify: the printf of this shell is not its own\n"))
+            self.assertEqual((status, output, errors),
+                             (2, "", "keygen-verify: the printf of this shell is not its own\n"))
         else:
             shown = subprocess.run([*SHELL, "-c", "command -v printf"], stdout=subprocess.PIPE).stdout
             self.assertEqual(shown, b"printf\n")
