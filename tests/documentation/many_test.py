@@ -10,7 +10,7 @@ import unittest
 from tree import InTemporaryFolder, PROGRAM, TREE, VERIFY
 
 DOCUMENT = (TREE / "docs/many.md").read_text("utf-8")
-# Stands in for the ssh client: a login is a home folder here.
+# Stands in for the ssh client: a login is a home folder here, with a shell of its own, whatever the caller's is.
 SSH = """\
 #!/bin/sh
 user=
@@ -24,8 +24,8 @@ done
 login=$user$1
 shift
 [ "$1" != -- ] || shift
-HOME=$LOGINS/$login
-cd "$HOME" && exec sh -c "$*"
+export HOME="$LOGINS/$login" SHELL=/bin/sh
+cd "$HOME" && exec "$SHELL" -c "$*"
 """
 
 
