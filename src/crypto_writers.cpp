@@ -138,11 +138,15 @@ bool writeEncryptedKey(std::FILE *file, EVP_PKEY *key, const unsigned char *pass
     return PEM_write_PKCS8(file, encrypted.get()) != 0;
 }
 
-/// Writes the 32 bytes or so of a hash file and closes it.
-bool writeAndClose(OutputFile &file, const unsigned char *bytes, size_t size)
+/// Writes a whole hash file. Once it is open it ends read-only, even if writing fails.
+bool writeHash(OutputFile &file, const unsigned char *bytes, size_t size)
 {
+    if (!file.open())
+        return false;
     std::fwrite(bytes, 1, size, file.stream());
-    return file.flushAndClose();
+    const bool written = file.flushAndClose();
+    file.setPermissions(readable);
+    return written;
 }
 
 } // namespace
@@ -203,21 +207,19 @@ int Crypto::SaveHashPubKey(EVP_PKEY *key, const unsigned char *hashPath)
         return FailWith("Error: calculating PubKey hash fails\n");
     // Only now is the old file lost. The message speaks of reading; it is the one that users know for a hash
     // file that cannot be written.
-    if (!file.open() || !writeAndClose(file, buffer, digestSize)) {
+    if (!writeHash(file, buffer, digestSize)) {
         PrintPathError("Error: Reading Device file fails: ", hashPath);
         return -1;
     }
-    file.setPermissions(readable);
     return 1;
 }
 
 int Crypto::SaveHashTableHash(const unsigned char *data, int length, const unsigned char *path)
 {
     OutputFile file(path, TextOf(CharsOf(path)));
-    if (!file.open() || !writeAndClose(file, data, static_cast<size_t>(length))) {
+    if (!writeHash(file, data, static_cast<size_t>(length))) {
         PrintPathError("Error: Creating file fails: ", path);
         return -1;
     }
-    file.setPermissions(readable);
     return 1;
 }

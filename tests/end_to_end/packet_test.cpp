@@ -145,7 +145,7 @@ TEST(Packet, TellsEachFileBeyondALimit)
         "packet_of_one_beyond_limit.txt"));
     EXPECT_EQ(FilesIn(folder), "packet/\n"
                                "0644 0 packet/privateKey00.pem\n"
-                               "0644 0 packet/publicKeysHashHashes.bin\n");
+                               "0444 0 packet/publicKeysHashHashes.bin\n");
 }
 
 TEST(Packet, EndsTheRunWhenAFileIsNotFoundAfterItWasMade)
