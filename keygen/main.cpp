@@ -29,9 +29,9 @@ void wipeSecrets()
 
 int main(int argc, char *argv[])
 {
+    QList<QByteArray> arguments = TakeArguments(argc, argv);
     PrepareProcess();
     std::atexit(wipeSecrets);
-    QList<QByteArray> arguments = TakeArguments(argc, argv);
 
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName("Corvane Key Generator");

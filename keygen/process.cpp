@@ -50,6 +50,15 @@ void keepMemoryPrivate()
 #endif
 }
 
+/// At start-up the C library searches the program's path for its last slash. It loads whole vector registers,
+/// and with them the first arguments, which follow the path in memory. The dynamic linker saves these
+/// registers on the stack.
+void wipeUnusedStack()
+{
+    std::array<char, 16384> unused;
+    OPENSSL_cleanse(unused.data(), unused.size());
+}
+
 } // namespace
 
 void PrepareProcess()
@@ -70,6 +79,7 @@ QList<QByteArray> TakeArguments(int argc, char *argv[])
         arguments.append(QByteArray(argv[i], static_cast<qsizetype>(std::strlen(argv[i]))));
         OPENSSL_cleanse(argv[i], static_cast<std::size_t>(arguments.last().size()));
     }
+    wipeUnusedStack();
     return arguments;
 }
 

@@ -8,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -60,12 +62,14 @@ public:
     Memory(const Memory &) = delete;
     Memory &operator=(const Memory &) = delete;
 
-    /// All that the process, which must be stopped, can write to: what it has put anywhere. To be called
-    /// once.
-    std::string writable()
+    /// All that the process, which must be stopped, can write to, or only what the system has named `name`.
+    /// To be called once.
+    std::string writable(const std::string &name = {})
     {
         std::string content;
         for (std::string line; std::getline(maps, line);) {
+            if (!line.ends_with(name))
+                continue;
             std::istringstream fields(line);
             unsigned long begin = 0;
             unsigned long end = 0;
@@ -86,15 +90,9 @@ private:
     int memory;
 };
 
-struct EndOfRun {
-    int status = -1;
-    std::string memory;
-};
-
-/// The end of a run with `arguments`, its standard input being `input`, when nothing of it is left to be
-/// done.
-EndOfRun endOf(const std::string &folder, const std::vector<std::string> &arguments,
-               const std::string &input = {})
+/// The process of a run with `arguments`, its standard input being `input`. It is stopped before its start.
+pid_t stoppedRun(const std::string &folder, const std::vector<std::string> &arguments,
+                 const std::string &input = {})
 {
     const TemporaryFolder elsewhere;
     WriteFile(elsewhere / "input", input);
@@ -109,17 +107,34 @@ EndOfRun endOf(const std::string &folder, const std::vector<std::string> &argume
         raise(SIGSTOP);
         Become(KeygenProgram(), {.arguments = arguments, .folder = folder});
     }
+    waitpid(id, nullptr, 0);
+    return id;
+}
+
+bool stoppedBy(int status, int event)
+{
+    return status >> 8 == (SIGTRAP | (event << 8));
+}
+
+struct EndOfRun {
+    int status = -1;
+    std::string memory;
+};
+
+/// The end of a run, when nothing of it is left to be done.
+EndOfRun endOf(const std::string &folder, const std::vector<std::string> &arguments,
+               const std::string &input = {})
+{
+    const pid_t id = stoppedRun(folder, arguments, input);
     EndOfRun end;
     std::optional<Memory> memory;
     int status = 0;
-    waitpid(id, &status, 0);
     ptrace(PTRACE_SETOPTIONS, id, nullptr, PTRACE_O_TRACEEXEC | PTRACE_O_TRACEEXIT | PTRACE_O_EXITKILL);
     ptrace(PTRACE_CONT, id, nullptr, nullptr);
-    const auto stoppedBy = [&status](int event) { return status >> 8 == (SIGTRAP | (event << 8)); };
     while (waitpid(id, &status, 0) == id && WIFSTOPPED(status)) {
-        if (stoppedBy(PTRACE_EVENT_EXEC))
+        if (stoppedBy(status, PTRACE_EVENT_EXEC))
             memory.emplace(id);
-        if (stoppedBy(PTRACE_EVENT_EXIT) && memory)
+        if (stoppedBy(status, PTRACE_EVENT_EXIT) && memory)
             end.memory = memory->writable();
         const int signal = WSTOPSIG(status) == SIGALRM ? SIGKILL : 0;
         ptrace(PTRACE_CONT, id, nullptr, signal);
@@ -128,6 +143,32 @@ EndOfRun endOf(const std::string &folder, const std::vector<std::string> &argume
         end.status = WEXITSTATUS(status);
     EXPECT_FALSE(end.memory.empty());
     return end;
+}
+
+/// The stack of a run that has taken its arguments and is about to close its memory to others.
+std::string stackAfterStartUp(const std::string &folder, const std::vector<std::string> &arguments)
+{
+    const pid_t id = stoppedRun(folder, arguments);
+    std::optional<Memory> memory;
+    std::string stack;
+    int status = 0;
+    ptrace(PTRACE_SETOPTIONS, id, nullptr, PTRACE_O_TRACEEXEC | PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    ptrace(PTRACE_CONT, id, nullptr, nullptr);
+    while (stack.empty() && waitpid(id, &status, 0) == id && WIFSTOPPED(status)) {
+        if (stoppedBy(status, PTRACE_EVENT_EXEC))
+            memory.emplace(id);
+        __ptrace_syscall_info call = {};
+        if (WSTOPSIG(status) == (SIGTRAP | 0x80))
+            ptrace(PTRACE_GET_SYSCALL_INFO, id, sizeof call, &call);
+        if (call.op == PTRACE_SYSCALL_INFO_ENTRY && call.entry.nr == SYS_prctl &&
+            call.entry.args[0] == PR_SET_DUMPABLE && memory)
+            stack = memory->writable("[stack]");
+        else
+            ptrace(memory ? PTRACE_SYSCALL : PTRACE_CONT, id, nullptr, 0);
+    }
+    kill(id, SIGKILL);
+    waitpid(id, nullptr, 0);
+    return stack;
 }
 
 /// The memory of a run that ends with success.
@@ -156,6 +197,17 @@ protected:
                    "test reads the memory";
     }
 };
+
+TEST_F(Secrets, PasswordsAreGoneFromTheStackBeforeTheRunBegins)
+{
+    // Where the arguments lie, and with them what the C library reads of them at once, is drawn by lot.
+    for (int i = 0; i < 10; ++i) {
+        const TemporaryFolder folder;
+        const std::string stack = stackAfterStartUp(folder.path(), {"-pwd", marker});
+        EXPECT_NE(stack.find("keygen"), std::string::npos);
+        EXPECT_EQ(stack.find(trace), std::string::npos);
+    }
+}
 
 TEST_F(Secrets, PasswordsAreGoneFromMemoryAtTheEndOfARun)
 {
