@@ -204,7 +204,7 @@ class Example(unittest.TestCase):
         self.assertEqual(figure("table"), "".join(each.hex() + "\n" for each in hashes))
         self.assertEqual(hex_figure("table hash"), table_hash("prime256v1", points))
 
-    def test_a_test_checks_every_figure(self):
+    def test_every_figure_is_checked_by_a_test(self):
         with open(os.path.abspath(__file__), encoding="utf-8") as source:
             text = source.read()
         for title in re.findall(r"<!-- figure: (.*?) -->", DOCUMENT):

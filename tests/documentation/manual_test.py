@@ -247,7 +247,7 @@ class Quirks(InTemporaryFolder):
         self.addCleanup(run.kill)
         run.wait_for("Size        : 2147483647 Bytes")
 
-    def test_random_data_keeps_the_mode_of_an_old_file(self):
+    def test_random_data_has_the_default_mode_or_that_of_the_old_file(self):
         self.assert_says("has the mode of any new file, or keeps that of the file it replaces.")
         (self.folder / "old.bin").touch()
         (self.folder / "old.bin").chmod(0o640)

@@ -39,7 +39,7 @@ class References(unittest.TestCase):
     def test_named_files_exist(self):
         folders = "bench|cmake|completions|docs|keygen|man|script|src|tests|verify|[.]ci"
         for document in DOCUMENTS:
-            # Capitals stand for any name.
+            # A part in capitals is a placeholder for any name.
             for name in re.findall(r"`((?:%s)/[a-z0-9_./-]*)" % folders, document.read_text("utf-8")):
                 with self.subTest(document=document.name, name=name):
                     self.assertTrue((TREE / name).exists() or (TREE / f"{name}.h").exists())
@@ -49,7 +49,7 @@ class References(unittest.TestCase):
         table = re.search(r"^## The map$(.*?)^## ", text, re.M | re.S)[1]
         shown = []
         for name in re.findall(r"^\| `(.*?)` \|", table, re.M):
-            # A name without an extension stands for a header and its source.
+            # A name without an extension means a header and its source.
             shown += [name] if "." in name else [f"{name}.cpp", f"{name}.h"]
         files = [str(each.relative_to(TREE)) for folder in ("keygen", "src") for each in (TREE / folder).iterdir()]
         self.assertEqual(sorted(shown), sorted(files))

@@ -12,7 +12,7 @@ TREE = pathlib.Path(__file__).resolve().parents[2]
 LOCK = 'source "$1/script/lib/setup.sh"; build=$2; lock_build_folder; echo locked'
 
 
-class BuildFolder(unittest.TestCase):
+class BuildDirectory(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)

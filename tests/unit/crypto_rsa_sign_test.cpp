@@ -80,7 +80,7 @@ protected:
         EXPECT_EQ(signatureSize, 12345u);
     }
 
-    /// Signs under faults, and expects this outcome and no leak.
+    /// Signs with injected faults, and expects this outcome and no leak.
     void expectOutcome(int status, const std::string &messages,
                        const std::function<void(LibraryFaults &)> &prepare)
     {

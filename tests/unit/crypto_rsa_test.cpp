@@ -72,7 +72,7 @@ protected:
             EVP_PKEY_free(key);
     }
 
-    /// Generates under faults, and expects this outcome and no leak.
+    /// Generates with injected faults, and expects this outcome and no leak.
     void expect(int expected, const std::string &messages, const Preparation &prepare)
     {
         const auto run = [&] {

@@ -29,7 +29,7 @@ const std::string plainLine = "Error: converting public Key to DER Format fails 
 const std::string hashError = Error("Error : calculating public Key (DER Format) hash fails\n");
 const std::string formerHashError = Error("Error: calculating PubKey hash fails\n");
 
-/// Writing the hash file of a key, under faults.
+/// Writing the hash file of a key, with injected faults.
 class HashFileUnderFaults : public testing::Test {
 protected:
     ~HashFileUnderFaults() override { ERR_clear_error(); }
@@ -152,7 +152,7 @@ TEST_F(HashFileUnderFaults, TheMessageNamesTheTableHashFileIfItCannotBeWritten)
     EXPECT_NE(ModeOf(path), 0444);
 }
 
-/// The two PEM writers, under faults.
+/// The two PEM writers, with injected faults.
 class KeyFileUnderFaults : public testing::Test {
 protected:
     ~KeyFileUnderFaults() override { ERR_clear_error(); }

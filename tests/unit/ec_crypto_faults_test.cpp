@@ -223,7 +223,7 @@ std::string privateNumberOf(EVP_PKEY *key)
     return bytes;
 }
 
-/// A generation and its three files, under faults.
+/// A generation and its three files, with injected faults.
 class EcGenerateKeysUnderFaults : public testing::Test {
 protected:
     ~EcGenerateKeysUnderFaults() override { ERR_clear_error(); }

@@ -294,7 +294,7 @@ TEST(EcSignature, EachStepFailsWithItsOwnMessage)
     }
 }
 
-/// Signs under faults and expects a signature regardless of the results of its verifications.
+/// Signs with injected faults, and expects a signature regardless of the results of its verifications.
 void expectVerification(const std::function<void(LibraryFaults &)> &prepare, int status,
                         const std::string &verdict)
 {

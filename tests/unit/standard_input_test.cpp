@@ -23,8 +23,8 @@ void show(const QString &answer)
     std::printf("<%s>", answer.toUtf8().constData());
 }
 
-/// Reads as `plan` says, an "L" for each line and a "W" for each word, and prints each answer between < and
-/// >.
+/// Reads as `plan` says, an "L" for each line and a "W" for each word, and prints each answer in angle
+/// brackets.
 void readBy(const std::string &plan)
 {
     for (const char step : plan)

@@ -115,7 +115,7 @@ class Agreement(InTemporaryFolder):
         self.assert_agrees(self.packet_lines("prime256v1", name="signer{}.pem", table="signer.bin") +
                            "all agrees: a packet of 8\n", "--packet", *names)
 
-    def test_every_hash_in_the_path_of_the_hash_becomes_another_word(self):
+    def test_every_hash_in_the_path_of_the_hash_is_capitalised(self):
         self.assert_packet_agrees("a.key", "hash/a.pem", "hash/hashes/my hash publicKeyhash.bin", "hash/a{}.pem",
                                   "hash/hashes/my hash publicKeysHashHashes.bin",
                                   made=["hash/hashes", "Hash/Hashes"])

@@ -98,7 +98,7 @@ class Passwords(InTemporaryFolder):
                 self.words(content)
                 self.assert_finds([f"{PRIVATE}: {reason}"], "keys", status=2)
 
-    def test_what_follows_the_last_pairs_password_does_not_matter(self):
+    def test_anything_after_the_last_password_is_ignored(self):
         for rest in (b"another\n", b"\n\n", b"\0", b"y" * 2000):
             self.words(b"correct horse\n" + rest)
             self.assert_agrees()
