@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Completes command lines in a real shell: completions_test.py bash|zsh|fish FOLDER_OF_THE_COMPLETIONS"""
+"""Completes command lines in a real shell: completions_test.py bash|zsh|fish DIRECTORY_OF_THE_COMPLETIONS"""
 
 import os
 import pathlib
@@ -42,7 +42,7 @@ class TerminalShell:
             os.execvpe(command[0], command, environment)
         self.pid = pid
         self.read = ""
-        # The prompt shows that the shell listens; what comes earlier, the terminal takes as plain text.
+        # The prompt shows that the shell reads input. The terminal would treat earlier input as plain text.
         for line in setup:
             self.type(line + "\n")
         self.type("echo end-of-''the-list\n")
@@ -52,7 +52,7 @@ class TerminalShell:
         os.write(self.terminal, text.encode())
 
     def read_to(self, pattern):
-        """What was written up to `pattern`."""
+        """The output up to `pattern`."""
         deadline = time.monotonic() + 60
         while not pattern.search(self.read):
             if not select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))[0]:
@@ -62,28 +62,28 @@ class TerminalShell:
         return before
 
     def read_to_end(self):
-        """What was written up to the end marker's own line."""
+        """The output up to the line with the end marker."""
         before = self.read_to(self.END)
         self.read_to(self.PROMPT)
-        # It belongs to the next line.
+        # The prompt belongs to the next line.
         self.read = "PROMPT>" + self.read
         return before
 
     def after_tab(self, line, rest):
-        """What the shell writes after `line`, the tab key, and `rest`."""
+        """The output of the shell after `line`, the tab key, and `rest`."""
         self.type(line + "\t" + rest)
         self.type("echo end-of-''the-list\n")
         return self.read_to_end()
 
     def candidates(self, line):
-        # The list that the tab key brings stands between the typed line and the prompt with the line again.
+        # The list that the tab key shows is between the typed line and the prompt with the line repeated.
         written = self.after_tab(line, "\x15")
         lines = [re.sub(r"\x1b\[[0-9;?]*[a-zA-Z]|[\r\x07]", "", each) for each in written.split("\n")]
         listed = [each for each in lines if each and "PROMPT>" not in each]
         return {word for each in listed for word in self.words_of(each)}
 
     def completed(self, line):
-        """The arguments that the program gets from `line`, the tab key and the enter key."""
+        """The arguments that the program receives after `line`, the tab key and the enter key."""
         written = self.after_tab(line, "\n")
         return re.search(r"^ARGUMENTS(.*?)\r?$", written, re.M).group(1).split("|")[1:]
 
@@ -123,12 +123,12 @@ class Zsh(TerminalShell):
     @staticmethod
     def words_of(line):
         names, separator, _ = line.partition(" #")
-        # Names that mean the same share a line with their description; files stand on one of their own.
+        # Names with the same meaning share a line with their description. Files have lines of their own.
         return names.split() if separator else [each for each in re.split(r"  +", line.strip()) if each]
 
 
 class Fish:
-    """fish tells the candidates of a line itself."""
+    """fish has a command that prints the candidates for a line."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -212,7 +212,7 @@ class Completion(unittest.TestCase):
     def test_offers_only_folders_for_the_base_folder(self):
         self.assert_candidates(["keygen -abs ", "keygen --absolute-path "], {"keys/", "work/"})
 
-    def test_offers_bin_files_for_the_second_value_of_random_data_only(self):
+    def test_offers_bin_files_only_for_the_second_value_of_random_data(self):
         self.assert_candidates(["keygen -rand 16 ", "keygen --random 16 "], {"hash.bin", "keys/", "work/"})
         self.assert_candidates(["keygen -rand 1"], set())
 

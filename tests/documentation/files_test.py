@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""docs/files.md says what is in the files: its layouts hold for new files, its example's figures are right."""
+"""docs/files.md: new files have its layouts, and the figures of its example are correct."""
 
 import base64
 import hashlib
@@ -19,7 +19,7 @@ DOCUMENT = (TREE / "docs/files.md").read_text("utf-8")
 
 
 def layout(title):
-    """The rows below a heading: offset, length, and the bytes cell."""
+    """The rows below a heading: offset, length, and the cell with the bytes."""
     section = re.search(r"^#+ %s$(.*?)(?=^#|\Z)" % re.escape(title), DOCUMENT, re.M | re.S).group(1)
     rows = re.findall(r"^\| (\d+) \| (\d+) \| ([^|]+?) \|", section, re.M)
     return [(int(offset), int(length), cell) for offset, length, cell in rows]
@@ -39,7 +39,7 @@ def pem(label, der):
 
 
 def der_of(path, label):
-    """The bytes in a PEM file, which is exactly as the document says."""
+    """The bytes in a PEM file, which must be exactly as the document says."""
     text = path.read_bytes().decode("ascii")
     der = base64.b64decode("".join(text.splitlines()[1:-1]), validate=True)
     assert text == pem(label, der), path
@@ -56,7 +56,7 @@ def sha256(data):
 
 class Layouts(InTemporaryFolder):
     def fields_of(self, data, title):
-        """The named fields of `data`, whose other bytes are those of the layout."""
+        """The named fields of `data`. Its other bytes must be those of the layout."""
         fields, end = {}, 0
         for offset, length, cell in layout(title):
             self.assertEqual(offset, end, f"{title}: a gap before {cell}")
@@ -73,7 +73,7 @@ class Layouts(InTemporaryFolder):
         return tool("openssl", "pkcs8", "-in", str(path), "-passin", f"pass:{password}", "-topk8", "-nocrypt",
                     "-outform", "DER")
 
-    def test_hold_for_new_files(self):
+    def test_new_files_have_the_documented_layouts(self):
         for curve in CURVES:
             for cipher in CIPHERS:
                 with self.subTest(curve=curve, cipher=cipher):
@@ -96,19 +96,19 @@ class Layouts(InTemporaryFolder):
             decrypted = self.decrypted(private_path, password)
             private = self.fields_of(decrypted, f"Decrypted private key on {curve}")
             self.assertEqual((private["X"], private["Y"]), (point["X"], point["Y"]))
-            self.assertEqual(self.decrypt_by_the_document(fields, password, cipher), decrypted)
+            self.assertEqual(self.decrypt_as_documented(fields, password, cipher), decrypted)
 
             record = bytes([CURVES.index(curve) + 1, 0, 0, 0]) + x_and_y
             self.fields_of(record, "Record")
         check_table(curve, str(folder), len(PASSWORDS))
 
-    def decrypt_by_the_document(self, fields, password, cipher):
+    def decrypt_as_documented(self, fields, password, cipher):
         length = int(cipher[3:]) // 8
         key = hashlib.pbkdf2_hmac("sha256", password.encode(), fields["salt"], 2048, length)
         return tool("openssl", "enc", "-d", f"-aes-{cipher[3:]}-cbc", "-K", key.hex(), "-iv",
                     fields["initial vector"].hex(), data=fields["encrypted"])
 
-    def test_sizes_and_modes_are_those_of_new_files(self):
+    def test_new_files_have_the_documented_sizes_and_modes(self):
         make_packet(self.folder / "packet", "prime256v1", "aes256")
         run_program("-abs", str(self.folder / "pair"), "-pwd", "first1", check=True)
         rows = re.findall(r"^\| (`.*?) \| (\d+) \| (0\d+) \|$", DOCUMENT, re.M)
@@ -124,7 +124,7 @@ class Layouts(InTemporaryFolder):
         self.assertEqual(described, found)
 
     def type(self, words, folder, changes=()):
-        """Runs the document's command that holds `words`, in a folder."""
+        """Runs the command of the document that contains `words`, in a directory."""
         found = [each for each in re.findall(r"(?<=\n\n)(?: {4}.*\n)+", DOCUMENT) if words in each]
         self.assertEqual(len(found), 1, words)
         commands = textwrap.dedent(found[0])
@@ -134,14 +134,14 @@ class Layouts(InTemporaryFolder):
         return subprocess.run(["bash", "-c", commands], cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                               universal_newlines=True)
 
-    def test_the_command_that_shows_the_cipher(self):
+    def test_the_documented_command_shows_the_cipher(self):
         for cipher in CIPHERS:
             run_program("-abs", str(self.folder / cipher), "-pe", cipher, "-pwd", "first1", check=True)
             shown = self.type("asn1parse", self.folder / cipher).stdout
             self.assertIn(f":aes-{cipher[3:]}-cbc\n", shown)
             self.assertIn(":PBES2\n", shown)
 
-    def test_the_command_that_recomputes_the_hash_of_the_table(self):
+    def test_the_documented_command_recomputes_the_hash_of_the_table(self):
         for curve, changes in zip(CURVES, ((), [("\\1", "\\2")])):
             folder = self.folder / curve
             make_packet(folder, curve, "aes256")
@@ -154,7 +154,7 @@ class Layouts(InTemporaryFolder):
 
 
 class Example(unittest.TestCase):
-    # The curves' object identifiers, in DER.
+    # The object identifiers of the curves, in DER.
     IDENTIFIERS = {"prime256v1": "06082a8648ce3d030107", "brainpoolP256t1": "06092b2403030208010108"}
 
     def public_key(self, curve, number):
@@ -166,14 +166,14 @@ class Example(unittest.TestCase):
     def point(self, curve, number):
         return self.public_key(curve, number)[-64:]
 
-    def test_public_keys_and_hashes(self):
+    def test_the_public_keys_and_hashes_are_correct(self):
         for curve in CURVES:
             with self.subTest(curve=curve):
                 self.assertEqual(figure(f"{curve} public key"), pem("PUBLIC KEY", self.public_key(curve, 1)))
                 self.assertEqual(hex_figure(f"{curve} x and y"), self.point(curve, 1))
                 self.assertEqual(hex_figure(f"{curve} hash"), sha256(self.point(curve, 1)))
 
-    def test_private_key(self):
+    def test_the_private_key_is_correct(self):
         salt, vector = bytes.fromhex("0001020304050607"), bytes(range(16))
         self.assertIn(f"the password `correct horse battery` with the salt `{salt.hex()}`", DOCUMENT)
         self.assertIn(f"the initial vector `{vector.hex()}`", DOCUMENT)
@@ -196,7 +196,7 @@ class Example(unittest.TestCase):
                       "pass:correct horse battery", data=file.encode())
         self.assertEqual(opened, hex_figure("decrypted private key"))
 
-    def test_table_of_hashes(self):
+    def test_the_table_of_hashes_is_correct(self):
         points = [self.point("prime256v1", number) for number in range(1, 9)]
         self.assertEqual(hex_figure("record"), b"\1\0\0\0" + points[0])
         hashes = hashes_of_records("prime256v1", points)
@@ -204,7 +204,7 @@ class Example(unittest.TestCase):
         self.assertEqual(figure("table"), "".join(each.hex() + "\n" for each in hashes))
         self.assertEqual(hex_figure("table hash"), table_hash("prime256v1", points))
 
-    def test_every_figure_is_looked_at_by_a_test(self):
+    def test_every_figure_is_checked_by_a_test(self):
         with open(os.path.abspath(__file__), encoding="utf-8") as source:
             text = source.read()
         for title in re.findall(r"<!-- figure: (.*?) -->", DOCUMENT):

@@ -12,7 +12,7 @@ def sources(folder):
 
 
 class Layout(unittest.TestCase):
-    def test_the_engine_includes_nothing_of_the_program_but_the_console(self):
+    def test_the_engine_includes_nothing_of_the_program_except_the_console(self):
         included = set()
         for path in sources("src"):
             included |= set(re.findall(r'^ *# *include *[<"](?:.*/)?keygen/(.*?)[>"]', path.read_text("utf-8"), re.M))

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The manual's examples do what it says, word for word as they stand there."""
+"""The examples in the manual, run word for word, do what it says."""
 
 import os
 import re
@@ -27,7 +27,7 @@ def displays():
 
 
 def example(words):
-    """The displayed commands that hold `words`."""
+    """The displayed commands that contain `words`."""
     found = [each for each in displays() if words in each]
     assert len(found) == 1, (words, found)
     return found[0]
@@ -39,7 +39,7 @@ class Examples(InTemporaryFolder):
         os.symlink(PROGRAM, self.folder / "keygen")
 
     def type(self, commands, answers=""):
-        """Runs commands in a shell that finds the program in the working folder."""
+        """Runs commands in a shell that finds the program in the working directory."""
         environment = dict(os.environ, PATH=f"{self.folder}:{os.environ['PATH']}", HOME=str(self.folder))
         return subprocess.run(["bash", "-c", commands], cwd=self.folder, env=environment, input=answers,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True, timeout=60)
@@ -51,12 +51,12 @@ class Examples(InTemporaryFolder):
         result = self.type(f"openssl pkey -in {path} -passin pass:'{password}' -noout")
         self.assertEqual((result.returncode, result.stderr), (0, ""))
 
-    def test_one_pair(self):
+    def test_the_example_makes_one_pair(self):
         self.assertEqual(self.type(ONE_PAIR).returncode, 0)
         self.assertEqual(self.modes("keys"), PAIR)
         self.assert_opens("keys/privateKey.pem", "correct horse battery")
 
-    def test_names_curve_and_cipher(self):
+    def test_the_example_sets_names_curve_and_cipher(self):
         self.type(example("signer.pem"))
         self.assertEqual(self.modes("keys"), {"signer.key.pem": 0o400, "signer.pem": 0o444, "signer.bin": 0o444})
         shown = self.type("openssl pkey -pubin -in keys/signer.pem -noout -text; openssl asn1parse -in "
@@ -64,55 +64,55 @@ class Examples(InTemporaryFolder):
         self.assertIn("brainpoolP256t1", shown)
         self.assertIn("aes-128-cbc", shown)
 
-    def test_packet(self):
+    def test_the_example_makes_a_packet(self):
         self.type(example("-abs packet"))
         self.assertEqual(self.modes("packet"), PACKET)
         for index, password in enumerate(PASSWORDS):
             self.assert_opens(f"packet/privateKey{index:02}.pem", password)
 
-    def test_password_from_a_pipe(self):
+    def test_the_example_reads_a_password_from_a_pipe(self):
         self.type(example("read -rs password"), answers="-begins with a hyphen\n")
         self.assertEqual(self.modes("keys"), PAIR)
         self.assert_opens("keys/privateKey.pem", "-begins with a hyphen")
 
-    def test_time_limit(self):
+    def test_the_example_sets_a_time_limit(self):
         commands = example("read -rs password")
         soon = commands.replace("timeout 60", "timeout 1")
         self.assertNotEqual(soon, commands)
         self.assertEqual(self.type("set -o pipefail; " + soon, answers="abc\n").returncode, 124)
         self.assertEqual(list(self.folder.glob("keys/*")), [])
 
-    def test_no_messages(self):
+    def test_the_example_suppresses_the_messages(self):
         self.assertIn(ONE_PAIR, displays())
         self.assertEqual(self.type(example("/dev/null")).stdout, "")
         self.assertEqual(self.modes("keys"), PAIR)
 
-    def test_no_colours(self):
+    def test_the_example_removes_the_colours(self):
         shown = self.type(example("sed")).stdout
         self.assertNotIn("\x1b", shown)
         self.assertIn("\n Keys generated successfully.\n + public key:       keys/publicKey.pem\n", shown)
 
-    def test_packet_with_answers_from_a_file(self):
+    def test_the_example_makes_a_packet_with_answers_from_a_file(self):
         answers = ["packet/", "2"] + [each for each in PASSWORDS for _ in range(2)] + ["1", "1"]
         (self.folder / "answers").write_text("".join(each + "\n" for each in answers))
         self.type(example("< answers"))
         self.assertEqual(self.modes("packet"), PACKET)
         self.assert_opens("packet/privateKey07.pem", PASSWORDS[7])
 
-    def test_random_bytes(self):
+    def test_the_example_writes_random_bytes(self):
         self.type(example("-rand 64"))
         self.assertEqual((self.folder / "seed.bin").stat().st_size, 64)
 
-    def test_look_whether_the_pair_was_made(self):
+    def test_the_example_tests_whether_the_pair_was_made(self):
         commands = "password=secret; " + example("no pair")
         self.assertEqual(self.type(commands).stderr, "")
-        # A folder in the private key's place: the pair fails, and the program's status is 0 all the same.
+        # A directory in place of the private key: the pair fails, but the status of the program is 0.
         (self.folder / "keys/privateKey.pem").unlink()
         (self.folder / "keys/privateKey.pem").mkdir()
         self.assertEqual(self.type(commands).stderr, "no pair\n")
         self.assertEqual(self.type("printf '%s\\n' keys/ 1 secret secret 1 1 | keygen").returncode, 0)
 
-    def test_names_sizes_and_modes_of_the_files(self):
+    def test_the_files_have_the_described_names_sizes_and_modes(self):
         rows = re.findall(r"^\.It Pa (\w+\.\w+)\n(.*?); mode (0\d+)$", MANUAL, re.M | re.S)
         self.assertEqual({name: int(mode, 8) for name, _, mode in rows}, {**PAIR, "publicKeysHashHashes.bin": 0o444})
         numbered = re.findall(r"^\.It Pa (\w+)00(\.\w+) \.\.\.\nto\n\.Pa (\S+)", MANUAL, re.M)
@@ -127,9 +127,9 @@ class Examples(InTemporaryFolder):
                 for folder in self.folder.glob("pa*/"):
                     self.assertEqual({each.stat().st_size for each in folder.glob(name)} - {32}, set())
 
-    def test_checks_of_the_files(self):
+    def test_the_examples_check_the_files(self):
         self.type("keygen -abs keys -pwd 1234")
-        # The terminal's answer to the question for the password.
+        # Replaces the answer on the terminal to the question for the password.
         opened = example("-pubout |").replace("-in keys/privateKey.pem", "-in keys/privateKey.pem -passin pass:1234")
         for command in (opened, example("-outform DER")):
             result = self.type(command)
@@ -140,7 +140,7 @@ class Examples(InTemporaryFolder):
 
 
 class Quirks(InTemporaryFolder):
-    """What a user can trip over: the sentence stands in the manual, and the program does as it says."""
+    """Surprising behaviour: the manual contains the sentence, and the program does what it says."""
 
     def assert_says(self, sentence):
         text = " ".join(re.sub(r"^\.[A-Z][a-z]\b ?", "", MANUAL, flags=re.M).split())
@@ -175,7 +175,7 @@ class Quirks(InTemporaryFolder):
         self.assertEqual(result.returncode, 1)
         self.assertIn("'-secret'\n", result.stdout)
 
-    def test_the_numbers_of_the_curves_run_against_the_help_text(self):
+    def test_the_numbers_of_the_curves_are_in_the_opposite_order_of_the_help_text(self):
         self.assert_says("1 is brainpoolP256t1 and 2 is prime256v1")
         for number, curve in (("1", "brainpoolP256t1"), ("2", "prime256v1")):
             self.keygen("-abs", number, "-pwd", "1234", "-ecc", number)
@@ -188,14 +188,14 @@ class Quirks(InTemporaryFolder):
         self.assertEqual({each.name for each in self.folder.glob("keys/*")}, set(PAIR))
         self.assertTrue(self.opens("keys/privateKey.pem", PASSWORDS[0]))
 
-    def test_a_password_given_twice(self):
+    def test_the_last_password_is_used_for_a_pair_and_the_first_ones_for_a_packet(self):
         self.assert_says("a packet takes the passwords in order from the first pwd on.")
         self.keygen("-abs", "pair", "-pwd", "first1", "-pwd", "second2")
         self.assertTrue(self.opens("pair/privateKey.pem", "second2"))
         self.keygen("-abs", "packet", "-n", "8", "-pwd", *PASSWORDS, "-pwd", *reversed(PASSWORDS))
         self.assertTrue(self.opens("packet/privateKey00.pem", PASSWORDS[0]))
 
-    def test_a_size_that_is_no_number_leaves_an_empty_file(self):
+    def test_a_size_that_is_not_a_number_leaves_an_empty_file(self):
         self.assert_says("The largest size is 2147483647; what is larger, or is not a plain number, counts as 0 and "
                          "leaves the file empty.")
         for size in ("2147483648", "1M"):
@@ -209,7 +209,7 @@ class Quirks(InTemporaryFolder):
         self.assertEqual([each.name for each in self.folder.iterdir()], ["hashes"])
         self.assertEqual([each.name for each in self.folder.glob("hashes/publicKeyHash*")], [])
 
-    def test_nothing_to_do(self):
+    def test_a_run_with_nothing_to_do_shows_only_the_banner(self):
         self.assert_says("there is nothing to do: only the banner is shown, and the status is 0.")
         for arguments in (["-pwd", "1234"], ["-n", "8", "-pwd", *PASSWORDS], ["-ecc", "prime256v1", "-pe", "aes128"]):
             with self.subTest(arguments=arguments):
@@ -218,7 +218,7 @@ class Quirks(InTemporaryFolder):
                 self.assertEqual(result.stdout, self.keygen("no option").stdout.partition("\x1b[00;31m")[0])
         self.assertEqual(list(self.folder.iterdir()), [])
 
-    def test_values_beyond_those_described(self):
+    def test_further_values_are_ignored_and_a_26th_is_refused(self):
         self.assert_says("no more than 25: a 26th is refused. Values beyond those described here are ignored: -abs my "
                          "keys writes to my.")
         self.assertEqual(self.keygen("-pwd", "1234", "-abs", *["my"] * 25).returncode, 0)
@@ -226,14 +226,14 @@ class Quirks(InTemporaryFolder):
         self.assertEqual(self.keygen("-pwd", "1234", "-abs", *["your"] * 26).returncode, 1)
         self.assertEqual([each.name for each in self.folder.iterdir()], ["my"])
 
-    def test_a_password_in_several_words(self):
+    def test_a_password_of_several_words_is_refused(self):
         self.assert_says("under the first of them; any other number ends in an error message.")
         for count in (2, 3, 4, 5, 6, 7, 9):
             with self.subTest(words=count):
                 self.assertEqual(self.keygen("-abs", "keys", "-pwd", *["word"] * count).returncode, 1)
                 self.assertEqual(list(self.folder.iterdir()), [])
 
-    def test_a_password_of_more_than_1024_bytes(self):
+    def test_a_password_of_more_than_1024_bytes_is_truncated(self):
         self.assert_says("cannot be opened with the password as typed, only with its first 1024 bytes")
         self.keygen("-abs", "keys", "-pwd", "\u00e9" * 512)
         self.assertTrue(self.opens("keys/privateKey.pem", "\u00e9" * 512))
@@ -241,13 +241,13 @@ class Quirks(InTemporaryFolder):
         self.assertFalse(self.opens("keys/privateKey.pem", "\u00e9" * 513))
         self.assertTrue(self.opens("keys/privateKey.pem", "\u00e9" * 512))
 
-    def test_the_largest_size(self):
+    def test_the_largest_size_is_accepted(self):
         self.assert_says("The largest size is 2147483647")
         run = Terminal(self.folder, "-rand", "2147483647", "large.bin")
         self.addCleanup(run.kill)
         run.wait_for("Size        : 2147483647 Bytes")
 
-    def test_the_mode_of_random_data(self):
+    def test_random_data_has_the_default_mode_or_that_of_the_old_file(self):
         self.assert_says("has the mode of any new file, or keeps that of the file it replaces.")
         (self.folder / "old.bin").touch()
         (self.folder / "old.bin").chmod(0o640)
@@ -257,7 +257,7 @@ class Quirks(InTemporaryFolder):
         modes = [(self.folder / name).stat().st_mode for name in ("old.bin", "new.bin", "other")]
         self.assertEqual((modes[0] & 0o777, modes[1]), (0o640, modes[2]))
 
-    def test_two_paths_to_one_file(self):
+    def test_the_later_of_two_files_with_one_path_is_kept(self):
         self.assert_says("the later file replaces the earlier one, in the order private key, public key, hash. The run "
                          "still reports success, also if it is the private key that is lost.")
         begins = {"-prvk": b"-----BEGIN ENC", "-pubk": b"-----BEGIN PUB"}
@@ -273,7 +273,7 @@ class Quirks(InTemporaryFolder):
                 else:
                     self.assertEqual(len(content), 32)
 
-    def test_links_and_fifos(self):
+    def test_links_are_followed_and_fifos_are_waited_for(self):
         self.assert_says("Links are followed. A FIFO is waited for until someone reads from it.")
         (self.folder / "keys").mkdir()
         for name in ("private", "hash"):
@@ -292,15 +292,15 @@ class Quirks(InTemporaryFolder):
         self.assertEqual(((self.folder / "hash").stat().st_size, (self.folder / "hash").stat().st_mode & 0o777),
                          (32, 0o444))
 
-    def test_a_private_key_that_cannot_be_written(self):
+    def test_an_old_private_key_is_lost_if_the_new_one_cannot_be_written(self):
         self.assert_says("A private key file that was there before is then lost, and left with the mode 0226")
         self.keygen("-abs", "keys", "-pwd", "1234")
-        # Without a password none can be written.
+        # Without a password no private key can be written.
         self.assertEqual(self.keygen("-abs", "keys").returncode, 0)
         found = (self.folder / "keys/privateKey.pem").stat()
         self.assertEqual((found.st_size, found.st_mode & 0o777), (0, 0o226))
 
-    def test_a_configuration_without_algorithms(self):
+    def test_every_pair_fails_if_the_configuration_provides_no_algorithms(self):
         self.assert_says("If it leaves the library without the algorithms that are needed, every pair fails, and the "
                          "status is 0.")
         (self.folder / "openssl.cnf").write_text("openssl_conf = all\n[all]\nproviders = none\n[none]\nnull = on\n"
@@ -310,13 +310,13 @@ class Quirks(InTemporaryFolder):
                              stderr=subprocess.DEVNULL)
         self.assertEqual(result.returncode, 0)
         libraries = subprocess.run(["ldd", PROGRAM], stdout=subprocess.PIPE, universal_newlines=True, check=True).stdout
-        # OpenSSL 1.1.1 knows no providers, and has all its algorithms built in.
+        # OpenSSL 1.1.1 has no providers, and all its algorithms are built in.
         made = set(PAIR) if "libcrypto.so.1.1" in libraries else set()
         self.assertEqual({each.name for each in self.folder.glob("keys/*")}, made)
 
 
     def dialogue(self, folder, password):
-        """Answers on a terminal. What it shows."""
+        """Runs the dialogue on a terminal, and returns what it shows."""
         run = Terminal(self.folder)
         run.answer("Please enter Path", folder)
         run.answer("Please select number of packets", "1\n")
@@ -337,14 +337,14 @@ class Quirks(InTemporaryFolder):
                 self.assertFalse(self.opens("keys/privateKey.pem", meant))
                 self.assertTrue(self.opens("keys/privateKey.pem", typed))
 
-    def test_the_end_of_input_at_the_first_question(self):
+    def test_the_end_of_input_at_the_first_question_selects_the_default(self):
         self.assert_says("At the first question Ctrl-D, too, takes the folder that is shown.")
         shown = self.dialogue("\x04", "1234\n")
         self.assertEqual({each.name for each in self.folder.glob("Corvane_KeyGen/*")}, set(PAIR))
         self.assert_says("The path of the private key is shown with a doubled slash if the folder ends with one.")
         self.assertIn(f"{self.folder}/Corvane_KeyGen//privateKey.pem", shown)
 
-    def test_what_is_typed_ahead_is_shown(self):
+    def test_input_typed_ahead_is_shown(self):
         self.assert_says("What is pasted or typed before a password is asked for is shown.")
         run = Terminal(self.folder)
         run.type("keys/\n1\nsecret\nsecret\n1\n1\n")

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The recipe of docs/many.md, word for word, for a few packets."""
+"""The recipe in docs/many.md, run word for word, for a few packets."""
 
 import os
 import re
@@ -10,7 +10,7 @@ import unittest
 from tree import InTemporaryFolder, PROGRAM, TREE, VERIFY
 
 DOCUMENT = (TREE / "docs/many.md").read_text("utf-8")
-# Stands in for the ssh client: a login is a home folder here, with a shell of its own, whatever the caller's is.
+# Replaces the ssh client: a login is a home directory here, with a shell of its own, whatever the caller's shell is.
 SSH = """\
 #!/bin/sh
 user=
@@ -44,7 +44,7 @@ class Recipe(InTemporaryFolder):
         (tools / "keygen").symlink_to(PROGRAM)
         (tools / "keygen-verify").symlink_to(VERIFY)
         self.save(tools / "ssh", SSH)
-        # It keeps settings there, and its notice is one for people.
+        # GNU parallel stores its settings there. This file suppresses its notice, which is for people.
         (self.folder / "parallel").mkdir()
         (self.folder / "parallel/will-cite").touch()
         self.make_packet = re.search(r"```sh\n(.*?)```", DOCUMENT, re.S).group(1)
@@ -78,7 +78,7 @@ class Recipe(InTemporaryFolder):
                                 universal_newlines=True)
         self.assertEqual(result.returncode, 0)
 
-    def test_packets_of_a_file_of_passwords(self):
+    def test_packets_are_made_with_the_passwords_of_a_file(self):
         command = block("--resume --timeout 600 ./make-packet")
         result = self.type(command)
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
@@ -86,12 +86,12 @@ class Recipe(InTemporaryFolder):
         self.assertEqual(self.agreeing(), 3)
         for number in (1, 2, 3):
             for index in (0, 7):
-                # As the document says where each password stands.
+                # The document says on which line each password is.
                 line = 8 * (number - 1) + index + 1
                 self.assert_opens(".", number, index, self.words[line - 1])
         self.assertEqual(self.type(block("awk")).stdout, "")
 
-        # Nothing is left to do; then a packet that is not in the log.
+        # First with nothing left to do, then with a packet missing from the log.
         before = (self.folder / "packets/1/publicKey00.pem").read_bytes()
         self.assertEqual(self.type(command).returncode, 0)
         self.assertEqual(self.agreeing(), 3)
@@ -102,7 +102,7 @@ class Recipe(InTemporaryFolder):
         self.assertEqual((self.folder / "packets/1/publicKey00.pem").read_bytes(), before)
         self.assert_opens(".", 2, 7, self.words[15])
 
-    def test_a_packet_that_fails_is_told_and_made_anew(self):
+    def test_a_packet_that_fails_is_reported_and_can_be_made_again(self):
         command = block("--resume --timeout 600 ./make-packet")
         (self.folder / "words.txt").write_text("".join(f"{each}\n" for each in ["abc", *self.words[1:16]]))
         result = self.type(command)
@@ -121,14 +121,14 @@ class Recipe(InTemporaryFolder):
         self.assertEqual(self.type(block("--resume --timeout 600 ./make-packet")).returncode, 3)
         self.assertEqual([status for _, _, status, _ in self.log()], ["3", "3", "3"])
 
-    def test_new_passwords(self):
+    def test_new_passwords_are_generated(self):
         (self.folder / "words.txt").unlink()
         result = self.type(block("openssl rand") + "stat -c %a words.txt")
         self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "600\n", ""))
         words = (self.folder / "words.txt").read_text().splitlines()
         self.assertEqual((len(words), {len(each) for each in words}, len(set(words))), (8000, {16}, 8000))
 
-    def test_several_machines(self):
+    def test_several_machines_share_the_work(self):
         for login in ("maker@one", "maker@two"):
             (self.folder / "logins" / login).mkdir(parents=True)
             self.save(self.folder / "logins" / login / "make-packet", self.make_packet)

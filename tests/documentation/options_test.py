@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Help text, manual and completions name the options that the program knows: all of them, and no others."""
+"""The help text, the manual and the completions name all options of the program, and no others."""
 
 import re
 import sys
@@ -14,7 +14,7 @@ MANUAL = (TREE / "man/keygen.1.in").read_text("utf-8")
 
 
 def option_groups():
-    """The names of the help text's options, with the ignored ones apart."""
+    """The names of the options in the help text, with the ignored ones separate."""
     for names in help_options():
         for name in names & IGNORED:
             yield frozenset({name})
@@ -22,7 +22,7 @@ def option_groups():
 
 
 def manual_groups():
-    """The names that stand together before a description in the manual."""
+    """The groups of names that share a description in the manual."""
     for line in re.findall(r"^\.It (Fl .*)$", MANUAL, re.M):
         names = line.split(" Ar ")[0].replace("\\&", "").split(" , ")
         yield frozenset("-" + name[len("Fl "):] for name in names)

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The README's commands do what it says, word for word as they stand there; its tables and pictures are right."""
+"""The commands in the README, run word for word, do what it says. Its tables and pictures are correct."""
 
 import html
 import os
@@ -39,14 +39,14 @@ class Commands(InTemporaryFolder):
     def setUp(self):
         super().setUp()
         self.home, self.clone = self.folder / "home", self.folder / "clone"
-        # What script/run sets up is there already, and the program is installed.
+        # What script/run sets up exists already, and the program is installed.
         for link in (self.clone / "script/run", self.home / ".local/bin/keygen"):
             link.parent.mkdir(parents=True)
             os.symlink(PROGRAM, link)
         os.symlink(VERIFY, self.home / ".local/bin/keygen-verify")
 
     def type(self, commands, answers=""):
-        """What the commands show, typed in a clone."""
+        """What the commands print, typed in a clone."""
         environment = dict(os.environ, HOME=str(self.home), PATH=f"{self.home}/.local/bin:{os.environ['PATH']}")
         result = subprocess.run(["bash", "-euo", "pipefail", "-c", commands], cwd=self.clone, env=environment,
                                 input=answers, stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True,
@@ -61,20 +61,20 @@ class Commands(InTemporaryFolder):
     def test_script_run_runs_the_program(self):
         self.assertIn("Version: v", self.type(block("script/run --version")))
 
-    def test_one_pair(self):
+    def test_the_example_makes_one_pair(self):
         self.type(block("'correct horse'\n"))
         self.assertEqual(self.files("example-keys"), PAIR)
         self.assertEqual(set(PAIR), set(re.findall(r"^(\S+) {2,}", block("the private key,"), re.M)))
 
-    def test_a_packet(self):
+    def test_the_example_makes_a_packet(self):
         self.type(block("-n 8"))
         self.assertEqual(self.files("example-packet"), PACKET)
 
-    def test_the_dialogue(self):
+    def test_the_dialogue_makes_one_pair_in_its_default_directory(self):
         self.type(block("keygen\n"), answers="\n1\ncorrect horse\ncorrect horse\n1\n1\n")
         self.assertEqual(self.files("Corvane_KeyGen"), PAIR)
 
-    def test_random_bytes(self):
+    def test_the_example_writes_random_bytes(self):
         self.type(block("-rand"))
         self.assertEqual((self.home / "example.bin").stat().st_size, 1048576)
 
@@ -93,7 +93,7 @@ class Commands(InTemporaryFolder):
         self.assertEqual(run.end(), 0)
         self.assertIn("\nall agrees: 1 pair\r\n", run.shown)
 
-    def test_checks_of_a_pair(self):
+    def test_the_commands_check_a_pair(self):
         self.type(block("'correct horse'\n"))
         checks = block("cmp - publicKeyhash.bin")
         self.assertEqual(self.type(checks), "")
@@ -108,17 +108,17 @@ class Commands(InTemporaryFolder):
                     self.type(other)
                 shutil.rmtree(self.home / "other")
 
-    def test_the_status_of_a_pair_that_failed(self):
+    def test_the_status_is_0_if_a_pair_failed(self):
         self.assertIn("**the exit status is 0 even if a key pair failed**", README)
         (self.home / "example-keys/privateKey.pem").mkdir(parents=True)
         self.assertIn("Error: An error occured while generating key files", self.type(block("'correct horse'\n")))
 
-    def test_the_numbers_of_the_curves(self):
+    def test_the_curves_have_the_described_numbers(self):
         for number, curve in re.findall(r"`-ecc (\d)` is (\w+)", README):
             self.type(f"keygen -abs {number} -pwd 1234 -ecc {number}")
             self.assertIn(curve, self.type(f"openssl pkey -pubin -in {number}/publicKey.pem -noout -text"))
 
-    def test_pictures_show_commands_that_stand_here(self):
+    def test_the_pictures_show_commands_of_the_readme(self):
         pictures = re.findall(r"^!\[.+\]\((docs/screens/\w+\.svg)\)$", README, re.M)
         self.assertEqual(sorted(pictures), sorted(f"docs/screens/{each.name}" for each in
                                                   (TREE / "docs/screens").iterdir()))
@@ -132,7 +132,7 @@ class Commands(InTemporaryFolder):
         listed = [frozenset(re.findall(r"`(.+?)`", names)) for names in table]
         self.assertEqual(sorted(map(sorted, listed)), sorted(sorted(names - IGNORED) for names in help_options()))
 
-    def test_links_lead_to_every_document(self):
+    def test_every_document_is_linked(self):
         targets = set(re.findall(r"\]\(([^):#]+\.md)\)", README))
         documents = [*(TREE / "docs").glob("*.md"), *TREE.glob("*.md")]
         self.assertEqual(targets, {str(each.relative_to(TREE)) for each in documents} - {"README.md"})

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The documents' references lead somewhere, and CONTRIBUTING's map shows each file of the program."""
+"""The references in the documents have targets, and the map in CONTRIBUTING.md lists each file of the program."""
 
 import re
 import unittest
@@ -7,12 +7,12 @@ import unittest
 from tree import TREE
 
 DOCUMENTS = [*TREE.glob("*.md"), *(TREE / "docs").glob("*.md")]
-# The package's documents lie to each other as they do in the tree.
+# The documents in the package have the same relative paths as in the tree.
 PACKAGED = "usr/share/doc/keygen/"
 
 
 class References(unittest.TestCase):
-    def test_links_lead_somewhere(self):
+    def test_links_have_targets(self):
         links = 0
         for document in DOCUMENTS:
             text = document.read_text("utf-8")
@@ -26,7 +26,7 @@ class References(unittest.TestCase):
                         self.assertIn(place, [each.lower().replace(" ", "-") for each in headings])
         self.assertGreater(links, 5)
 
-    def test_links_lead_somewhere_in_the_package_too(self):
+    def test_links_in_the_package_have_targets(self):
         patterns = (TREE / "debian/keygen.install").read_text("utf-8").split()
         packaged = {each for pattern in patterns if pattern.startswith(PACKAGED)
                     for each in TREE.glob(pattern[len(PACKAGED):])}
@@ -36,20 +36,20 @@ class References(unittest.TestCase):
                     found = (document.parent / target).resolve()
                     self.assertTrue(packaged & {found, *found.parents})
 
-    def test_files_that_are_named_are_there(self):
+    def test_named_files_exist(self):
         folders = "bench|cmake|completions|docs|keygen|man|script|src|tests|verify|[.]ci"
         for document in DOCUMENTS:
-            # A part in capitals stands for any name.
+            # A part in capitals is a placeholder for any name.
             for name in re.findall(r"`((?:%s)/[a-z0-9_./-]*)" % folders, document.read_text("utf-8")):
                 with self.subTest(document=document.name, name=name):
                     self.assertTrue((TREE / name).exists() or (TREE / f"{name}.h").exists())
 
-    def test_the_map_shows_each_file_of_the_program_once(self):
+    def test_the_map_lists_each_file_of_the_program_once(self):
         text = (TREE / "CONTRIBUTING.md").read_text("utf-8")
         table = re.search(r"^## The map$(.*?)^## ", text, re.M | re.S)[1]
         shown = []
         for name in re.findall(r"^\| `(.*?)` \|", table, re.M):
-            # A name without its end stands for a header and its source.
+            # A name without an extension means a header and its source.
             shown += [name] if "." in name else [f"{name}.cpp", f"{name}.h"]
         files = [str(each.relative_to(TREE)) for folder in ("keygen", "src") for each in (TREE / folder).iterdir()]
         self.assertEqual(sorted(shown), sorted(files))

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""docs/security.md: what it says about modes, older files and links holds for the built program."""
+"""docs/security.md: what it says about modes, older files and links is true of the built program."""
 
 import os
 import re
@@ -25,7 +25,7 @@ class Security(InTemporaryFolder):
     def mode(self, name):
         return (self.folder / name).stat().st_mode & 0o777
 
-    def test_the_table_of_the_files(self):
+    def test_the_files_have_the_modes_in_the_table(self):
         self.keygen("-abs", "pair", "-pwd", "1234", "-rand", "1", "any.bin")
         self.keygen("-abs", "packet", "-n", "1", "-pwd", "1234")
         rows = re.findall(r"\| `(\w+\.\w+)` \| [^|]+ \| [^|]+ \| (0\d+) \|", DOCUMENT)
@@ -35,7 +35,7 @@ class Security(InTemporaryFolder):
         self.assert_says("0666 less the umask")
         self.assertEqual(self.mode("any.bin"), 0o666 & ~0o022)
 
-    def test_an_older_file_while_it_is_replaced(self):
+    def test_an_older_file_is_accessible_while_it_is_replaced(self):
         self.assert_says("it first gets the mode 0226: other users can read it, and everyone can write to it, until "
                          "the new content is written and it gets its final mode. `umask 077` does not change that. "
                          "Removing the older files first does: until then, a new file has the mode that your umask")
@@ -48,7 +48,7 @@ class Security(InTemporaryFolder):
         self.keygen("-abs", "keys")
         self.assertEqual(self.mode("keys/privateKey.pem"), 0o600)
 
-    def test_a_private_key_that_cannot_be_written(self):
+    def test_an_old_private_key_is_lost_if_the_new_one_cannot_be_written(self):
         self.assert_says("**it is lost**, and its file is left with the mode 0226. The older public key and hash stay")
         self.keygen("-abs", "keys", "-pwd", "1234")
         older = [(self.folder / "keys" / name).read_bytes() for name in KEYS]
@@ -57,7 +57,7 @@ class Security(InTemporaryFolder):
         self.assertIn("Error: writing encrypted private Key fails\n", result.stdout)
         self.assertEqual([(self.folder / "keys" / name).read_bytes() for name in KEYS], [b"", *older[1:]])
 
-    def test_links_and_the_files_of_others(self):
+    def test_links_are_followed_and_files_keep_their_owner(self):
         self.assert_says("**Links are followed**, symbolic and hard ones.")
         self.assert_says("**A file that someone else put there first stays theirs**")
         (self.folder / "keys").mkdir()
@@ -73,12 +73,12 @@ class Security(InTemporaryFolder):
         self.assertEqual([os.stat(self.folder / "keys" / name).st_ino for name in KEYS], files)
         self.assertEqual([each.stat().st_size for each in others[:2]], [399, 178])
 
-    def test_paths_outside_ascii(self):
+    def test_modes_are_not_set_on_non_ascii_paths(self):
         self.assert_says("The modes of the three files of a pair are set under the Latin-1 reading of the path")
         self.keygen("-abs", "clés", "-pwd", "1234")
         self.assertEqual([self.mode(f"clés/{name}") for name in KEYS], [0o644] * 3)
 
-    def test_paths_that_begin_with_a_colon(self):
+    def test_paths_that_begin_with_a_colon_are_reported_missing(self):
         self.assert_says("keep the mode that your umask leaves, and are then reported missing, with status 1.")
         result = self.keygen("-prvk", ":private.pem", "-pwd", "1234")
         self.assertEqual(result.returncode, 1)
@@ -97,7 +97,7 @@ class Security(InTemporaryFolder):
         self.assertEqual(self.keygen("-abs", "./:name", "-pwd", "1234", "-rand", "1", "./:any.bin").returncode, 0)
         self.assertEqual(self.mode(":name/privateKey.pem"), 0o400)
 
-    def test_passwords_that_are_shown(self):
+    def test_only_two_kinds_of_passwords_are_shown(self):
         self.assert_says("No message shows a password, with two exceptions. A password of one to three characters is "
                          "refused and shown")
         self.assert_says("A password on the command line that begins with `-` is taken for an option, and shown")

@@ -41,7 +41,7 @@ class InTemporaryFolder(unittest.TestCase):
 
 
 class Terminal:
-    """A run of the program, or of another one, on a terminal of its own, in `folder`, which is the user's home, too."""
+    """A run of the program, or of another one, on a new terminal, in `folder`, which is also the home directory."""
 
     def __init__(self, folder, *arguments, program=PROGRAM):
         self.shown, self.seen = "", 0
@@ -54,7 +54,7 @@ class Terminal:
         os.write(self.descriptor, keys.encode())
 
     def read_more(self):
-        """Adds what the program writes to what it has shown; false at its end."""
+        """Adds new output of the program to `shown`; false at its end."""
         if not select.select([self.descriptor], [], [], 60)[0]:
             raise TimeoutError(self.shown)
         try:
@@ -65,7 +65,7 @@ class Terminal:
         return more != b""
 
     def wait_for(self, words):
-        """Reads on until the words are shown once more than they were waited for."""
+        """Reads until the words are shown once more than in the previous calls."""
         while words not in self.shown[self.seen:]:
             if not self.read_more():
                 raise EOFError(self.shown)
@@ -76,7 +76,7 @@ class Terminal:
         self.type(keys)
 
     def end(self):
-        """The exit status, once everything is shown."""
+        """The exit status, after all output was read."""
         while self.read_more():
             pass
         os.close(self.descriptor)

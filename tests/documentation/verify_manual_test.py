@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The manual of keygen-verify: its examples do what it says, and it names every option."""
+"""The manual of keygen-verify: its examples do what it says, and it describes every option."""
 
 import os
 import re
@@ -12,7 +12,7 @@ MANUAL = (TREE / "man/keygen-verify.1.in").read_text("utf-8")
 
 
 def example(words):
-    """The one displayed command that holds `words`, as a reader sees it."""
+    """The only displayed command that contains `words`, as a reader sees it."""
     displays = ["\n".join(re.findall(r"^\.Dl (.*)$", each, re.M)) for each in MANUAL.split(".Pp\n")]
     displays += re.findall(r"^\.Bd -literal -offset indent\n(.*?)^\.Ed$", MANUAL, re.M | re.S)
     found = [each.replace("\\e", "\\").replace("\\ ", " ") for each in displays if words in each]
@@ -38,25 +38,25 @@ class Examples(InTemporaryFolder):
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertEqual(result.stdout.splitlines()[-1], f"all agrees: {what}")
 
-    def test_a_packet(self):
-        # Without a terminal, the passwords cannot be asked for.
+    def test_the_examples_check_a_packet(self):
+        # Without a terminal, the command cannot ask for passwords.
         result = self.type(example("&&"))
         self.assertEqual((result.returncode, result.stderr.count("there is no terminal")), (2, 8))
         self.assert_agrees(example("--passwords words.txt packet"), "a packet of 8")
         self.assert_agrees(example("--public-only packet"), "a packet of 8 (private keys left out)")
 
-    def test_names(self):
+    def test_the_example_checks_files_with_other_names(self):
         self.type("keygen -prvk signer.key.pem -pubk signer.pem -hash signer.bin -pwd first1")
         command = example("signer.bin").replace("keygen-verify", "keygen-verify --passwords words.txt")
         self.assert_agrees(command, "1 pair")
 
-    def test_a_folder_with_hash_in_its_name(self):
+    def test_the_example_checks_a_packet_in_a_folder_with_hash_in_its_name(self):
         self.type("mkdir hashes Hashes; keygen -abs hashes -n 8 -pwd " + " ".join(PASSWORDS))
         command = example("hashes/").replace("--packet", "--packet --passwords words.txt")
-        # Options may stand in any order.
+        # Options may be in any order.
         self.assert_agrees(command, "a packet of 8")
 
-    def test_the_options_are_those_of_the_help(self):
+    def test_the_manual_describes_the_options_in_the_help(self):
         described = re.findall(r"^\.It Fl -([a-z-]+)", MANUAL, re.M)
         shown = re.findall(r"^  --([a-z-]+)", self.type("keygen-verify --help").stdout, re.M)
         self.assertEqual(described, shown)

@@ -10,7 +10,7 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-/// The system hands over no argument longer than this.
+/// The longest argument that the system passes on.
 constexpr std::size_t longest = 128 * 1024 - 1;
 
 const std::string argumentError = Error("Error: Argument error.Use -? for help.\n");
@@ -19,7 +19,7 @@ const std::string generating = Info("Prime256v1 curve is selected. \n") +
                                Info("Generating Prime256v1 keys... \n");
 const std::string pairFailed = Error("Error: An error occured while generating key files\n");
 
-/// What must be printed after the banner; nothing may be left behind.
+/// Expects `messages` after the banner and no file left behind.
 void expectRefusal(const Arguments &arguments, const std::string &messages, const std::string &input = {})
 {
     const TemporaryFolder folder;
@@ -27,7 +27,7 @@ void expectRefusal(const Arguments &arguments, const std::string &messages, cons
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(BadInput, BytesThatAreNoTextAreRefusedAsAValue)
+TEST(BadInput, InvalidUtf8IsRefusedInAValue)
 {
     for (const char *value :
          {"\xFF", "abc\xE2\x82", "pass\xC0\x80word", "\xED\xA0\x80key", "\xF4\x90\x80\x80", "caf\xE9"}) {
@@ -38,13 +38,13 @@ TEST(BadInput, BytesThatAreNoTextAreRefusedAsAValue)
     }
 }
 
-TEST(BadInput, BytesThatAreNoTextAreShownReplacedInAnOptionName)
+TEST(BadInput, InvalidUtf8IsReplacedInADisplayedOptionName)
 {
     expectRefusal({"-\xFF"}, InvalidCommand("-\uFFFD"));
     expectRefusal({"-pwd\xE9", "password"}, InvalidCommand("-pwd\uFFFD"));
 }
 
-TEST(BadInput, AnArgumentOfGreatLengthIsRefusedLikeAnyOther)
+TEST(BadInput, AVeryLongArgumentIsRefusedLikeAnyOther)
 {
     const std::string name = "-" + std::string(longest - 1, 'x');
     expectRefusal({name}, InvalidCommand(name));
@@ -60,7 +60,7 @@ TEST(BadInput, AnArgumentOfGreatLengthIsRefusedLikeAnyOther)
             Transcript("help.txt"));
 }
 
-TEST(BadInput, AnArgumentOfGreatLengthIsTakenForAPathAsItStands)
+TEST(BadInput, AVeryLongArgumentIsAcceptedUnchangedAsAPath)
 {
     const std::string name(longest, 'x');
     const TemporaryFolder folder;
@@ -86,7 +86,7 @@ TEST(BadInput, AnArgumentOfGreatLengthIsTakenForAPathAsItStands)
                   "y\n");
 }
 
-TEST(BadInput, ThousandsOfFoldersAreTakenForAPathAsTheyStand)
+TEST(BadInput, APathOfThousandsOfDirectoriesIsAcceptedUnchanged)
 {
     std::string path;
     while (path.size() + 2 <= longest)
@@ -101,9 +101,9 @@ TEST(BadInput, ThousandsOfFoldersAreTakenForAPathAsTheyStand)
                   "n\n");
 }
 
-TEST(BadInput, AnArgumentOfGreatLengthCreatesNoFolderThatNobodyNamed)
+TEST(BadInput, AVeryLongArgumentCreatesNoDirectoryThatItDoesNotName)
 {
-    // A count of sixteen bits would take the last separator for the one after "folder".
+    // A 16-bit index would confuse the last separator with the one after "folder".
     const std::string path = "folder/" + std::string(65536, 'x') + "/p.pem";
     expectRefusal({"-pwd", "password", "-pubk", path},
                   Info(path.substr(0, path.size() - 6) + "\n") +
@@ -113,7 +113,7 @@ TEST(BadInput, AnArgumentOfGreatLengthCreatesNoFolderThatNobodyNamed)
                   "n\n");
 }
 
-TEST(BadInput, ThousandsOfArgumentsAreReadToTheEnd)
+TEST(BadInput, ThousandsOfArgumentsAreAllRead)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, Arguments(5000, "-v")), 0, "version.txt"));
@@ -131,7 +131,7 @@ TEST(BadInput, ThousandsOfArgumentsAreReadToTheEnd)
     expectRefusal(Arguments(5000, ""), argumentError);
 }
 
-TEST(BadInput, ControlCharactersAreTakenAsTheyStand)
+TEST(BadInput, ControlCharactersAreAcceptedUnchanged)
 {
     expectRefusal({"-\x1B[2J\n"}, InvalidCommand("-\x1B[2J\n"));
     expectRefusal({"-pwd", "\a\b\n"}, Error("Error: password must be more than 3 caracters\n") +
@@ -149,7 +149,7 @@ TEST(BadInput, ControlCharactersAreTakenAsTheyStand)
     EXPECT_EQ(FilesIn(folder), "0444 178 \x1B[2J\n\n0400 399 privateKey.pem\n0444 32 \x7F\n");
 }
 
-TEST(BadInput, AnEmptyArgumentIsNoOption)
+TEST(BadInput, AnEmptyArgumentIsNotAnOption)
 {
     expectRefusal({""}, argumentError);
     expectRefusal({"", "-h"}, argumentError);
@@ -161,7 +161,7 @@ TEST(BadInput, AnEmptyArgumentIsNoOption)
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(BadInput, TheApplicationLibrarysOwnOptionsAreInvalidCommands)
+TEST(BadInput, TheOptionsOfTheApplicationLibraryAreInvalidCommands)
 {
     for (const char *option : {"-qmljsdebugger=x", "--qmljsdebugger=x", "-qmljsdebugger", "-style=x",
                                "-platform", "-plugin", "-session", "-reverse", "-stylesheet=x", "-qtargs"}) {
@@ -171,7 +171,7 @@ TEST(BadInput, TheApplicationLibrarysOwnOptionsAreInvalidCommands)
     }
 }
 
-TEST(BadInput, AnswersThatAreNoTextAreAskedForAgain)
+TEST(BadInput, AnswersThatAreInvalidUtf8AreAskedForAgain)
 {
     const Arguments arguments = {"-pwd", "password", "-pubk", "new/p.pem"};
     const std::string question =

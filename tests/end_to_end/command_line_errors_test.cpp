@@ -12,7 +12,7 @@ const char *const eight =
     "You are trying to generate 8 keypairs, you need to mention consecutive 8 passwords.\n";
 const char *const one = "You are trying to generate 1 keypair, you need to mention just 1 password.\n";
 
-/// Every command line must be refused after the banner with `messages`, and leave nothing behind.
+/// Expects each command line to be refused: the banner, then `messages`, and no file left behind.
 void expectRefusal(const std::vector<Arguments> &commandLines, const std::string &messages)
 {
     for (const Arguments &arguments : commandLines) {
@@ -65,13 +65,13 @@ std::string repeated(const std::string &text, int times)
     return result;
 }
 
-TEST(CommandLineErrors, RefusesAnArgumentThatIsNoOptionWithoutTheHelp)
+TEST(CommandLineErrors, AnArgumentThatIsNotAnOptionIsRefusedWithoutTheHelp)
 {
     expectRefusal({{"key.pem"}, {""}, {"", "-h"}, {" -h"}, {"key.pem", "-v"}},
                   Error("Error: Argument error.Use -? for help.\n"));
 }
 
-TEST(CommandLineErrors, TakesTwentyFiveValuesAndRefusesTheTwentySixth)
+TEST(CommandLineErrors, TwentyFiveValuesAreAcceptedAndTheTwentySixthIsRefused)
 {
     const TemporaryFolder folder;
     Arguments most = with({"-pubk"}, 25, "value");
@@ -81,7 +81,7 @@ TEST(CommandLineErrors, TakesTwentyFiveValuesAndRefusesTheTwentySixth)
                   Error("Error: Argument error.Use -? for help.\n"));
 }
 
-TEST(CommandLineErrors, NamesTheFirstUnknownOption)
+TEST(CommandLineErrors, TheFirstUnknownOptionIsNamed)
 {
     expectRefusal({{"-Xyz"}, {"-Xyz", "value"}, {"-pwd", "pass", "-Xyz"}, {"-Xyz", "-abc"}},
                   InvalidCommand("-Xyz"));
@@ -92,24 +92,24 @@ TEST(CommandLineErrors, NamesTheFirstUnknownOption)
     expectRefusal({{"-pwd=pass"}}, InvalidCommand("-pwd=pass"));
 }
 
-TEST(CommandLineErrors, TakesAValueThatBeginsWithAHyphenForAnOption)
+TEST(CommandLineErrors, AValueThatBeginsWithAHyphenIsTreatedAsAnOption)
 {
     expectRefusal({{"-pwd", "-abc"}, {"-abs", "keys", "-pwd", "-abc"}}, InvalidCommand("-abc"));
     expectRefusal({{"-rand", "-5", "noise.bin"}}, InvalidCommand("-5"));
 }
 
-TEST(CommandLineErrors, NamesAnUnknownOptionRatherThanAnswerHelpOrVersion)
+TEST(CommandLineErrors, AnUnknownOptionTakesPrecedenceOverHelpAndVersion)
 {
     expectRefusal({{"-x", "-v"}, {"-v", "-x"}, {"-h", "-x"}, {"-x", "--help"}}, InvalidCommand("-x"));
 }
 
-TEST(CommandLineErrors, RefusesTheTwoLongNamesThatAreNotInTheTable)
+TEST(CommandLineErrors, TheTwoLongNamesThatAreNotInTheTableAreRefused)
 {
     expectRefusal({{"--hash-image", "h.bin"}}, InvalidCommand("--hash-image"));
     expectRefusal({{"--prvkey-enc ", "aes128"}}, InvalidCommand("--prvkey-enc "));
 }
 
-TEST(CommandLineErrors, RefusesANumberOfKeysOtherThanOneAndEight)
+TEST(CommandLineErrors, ANumberOfKeysOtherThanOneAndEightIsRefused)
 {
     const std::string message = Error(
         "Wrong parameter with command --number-key/-n, permitted number value must be respected {1 or 8}.\n");
@@ -127,7 +127,7 @@ TEST(CommandLineErrors, RefusesANumberOfKeysOtherThanOneAndEight)
                            {"-n", "2147483648"},
                            {"--number-key", "3"}},
                           message);
-    // At once: before later options, and before the errors that wait for the end.
+    // Immediately: before later options, and before the errors that are reported at the end.
     expectRefusalWithHelp({{"-n", "2", "-rand", "5"},
                            {"-pe", "des", "-ecc", "p521", "-n", "2"},
                            {"-pwd", "abc", "-n", "2"},
@@ -136,7 +136,7 @@ TEST(CommandLineErrors, RefusesANumberOfKeysOtherThanOneAndEight)
                           message);
 }
 
-TEST(CommandLineErrors, RefusesRandomDataWithoutExactlyTwoValues)
+TEST(CommandLineErrors, RandomDataWithoutExactlyTwoValuesIsRefused)
 {
     const std::string message = Error("Wrong parameters with command --random/-rand.\n");
     expectRefusalWithHelp({{"-rand"},
@@ -148,7 +148,7 @@ TEST(CommandLineErrors, RefusesRandomDataWithoutExactlyTwoValues)
     expectRefusalWithHelp({{"-rand", "16", "-n", "2"}, {"-pe", "des", "-rand", "16"}}, message);
 }
 
-TEST(CommandLineErrors, RefusesRandomDataInAFileThatIsNotNamedBin)
+TEST(CommandLineErrors, RandomDataInAFileWithoutTheExtensionBinIsRefused)
 {
     const std::string message =
         Error("Wrong parameters with command --random/-rand. Output file extension should be .bin\n");
@@ -163,7 +163,7 @@ TEST(CommandLineErrors, RefusesRandomDataInAFileThatIsNotNamedBin)
         {{"-rand", "16", "noise.txt", "-n", "2"}, {"-ecc", "p521", "-rand", "16", "noise.txt"}}, message);
 }
 
-TEST(CommandLineErrors, RefusesAnUnknownCipherAfterAllOptionsAreApplied)
+TEST(CommandLineErrors, AnUnknownCipherIsRefusedAfterAllOptionsAreApplied)
 {
     const std::string message = Error("Error: wrong parameter with command -pe.\n");
     expectRefusalWithHelp({{"-pe", "aes192"},
@@ -174,7 +174,8 @@ TEST(CommandLineErrors, RefusesAnUnknownCipherAfterAllOptionsAreApplied)
                            {"-pe", "aes192", "-pe", "aes128"},
                            {"-pe", "aes256", "-pe", "aes192"}},
                           message);
-    // Before the curve's error, whatever the order, and before the paths and the passwords are looked at.
+    // Before the error about the curve, in any order of the options, and before the paths and the passwords
+    // are checked.
     expectRefusalWithHelp({{"-ecc", "p521", "-pe", "aes192"},
                            {"-pe", "aes192", "-ecc", "p521"},
                            {"-pe", "aes192", "-abs", "out", "-prvk", "/k.pem"},
@@ -182,7 +183,7 @@ TEST(CommandLineErrors, RefusesAnUnknownCipherAfterAllOptionsAreApplied)
                           message);
 }
 
-TEST(CommandLineErrors, RefusesAnUnknownCurveAfterAllOptionsAreApplied)
+TEST(CommandLineErrors, AnUnknownCurveIsRefusedAfterAllOptionsAreApplied)
 {
     expectRefusalWithHelp({{"-ecc", "secp256k1"},
                            {"-ecc"},
@@ -197,7 +198,7 @@ TEST(CommandLineErrors, RefusesAnUnknownCurveAfterAllOptionsAreApplied)
                           Error("Error: wrong parameter with command -ecc.\n"));
 }
 
-TEST(CommandLineErrors, RefusesAnAbsolutePathUnderABaseFolderWithoutTheHelp)
+TEST(CommandLineErrors, AnAbsolutePathUnderABaseDirectoryIsRefusedWithoutTheHelp)
 {
     const auto refused = [](const char *key, const char *folder) {
         return Error("Error: Absolute path for " + std::string(key) +
@@ -208,13 +209,13 @@ TEST(CommandLineErrors, RefusesAnAbsolutePathUnderABaseFolderWithoutTheHelp)
                   refused("public Key", "/tmp/"));
     expectRefusal({{"-abs", "out", "-prvk", "/tmp/k.pem"}}, refused("private Key", "/tmp/"));
     expectRefusal({{"-abs", "out", "-hash", "/a/b/h.bin"}}, refused("public Key Hash", "/a/b/"));
-    // The first of the three is named, and the passwords are not looked at any more.
+    // The first of the three is named, and the passwords are no longer checked.
     expectRefusal({{"-abs", "out", "-hash", "/h/", "-prvk", "/k/", "-pubk", "/p.pem", "-pwd", "abc"}},
                   refused("public Key", "/"));
     expectRefusal({{"-abs", "out", "-hash", "/h/", "-prvk", "/k/"}}, refused("private Key", "/k/"));
 }
 
-TEST(CommandLineErrors, RefusesAPacketOfEightWithoutEightPasswords)
+TEST(CommandLineErrors, APacketOfEightWithoutEightPasswordsIsRefused)
 {
     expectRefusalWithHelp({{"-n", "8"},
                            {"-n", "8", "-pwd"},
@@ -226,7 +227,7 @@ TEST(CommandLineErrors, RefusesAPacketOfEightWithoutEightPasswords)
                           wrongCount(eight));
 }
 
-TEST(CommandLineErrors, RefusesAPacketOfOneWithSeveralPasswords)
+TEST(CommandLineErrors, APacketOfOneWithSeveralPasswordsIsRefused)
 {
     expectRefusalWithHelp({{"-n", "1", "-pwd", "pass", "word"},
                            with({"-abs", "out", "-n", "1", "-pwd"}, 8, "pass"),
@@ -234,7 +235,7 @@ TEST(CommandLineErrors, RefusesAPacketOfOneWithSeveralPasswords)
                           wrongCount(one));
 }
 
-TEST(CommandLineErrors, RefusesAPasswordOfLessThanFourCharacters)
+TEST(CommandLineErrors, APasswordOfFewerThanFourCharactersIsRefused)
 {
     expectRefusalWithHelp({{"-pwd", "abc"},
                            {"-abs", "out", "-pwd", "abc"},
@@ -247,7 +248,7 @@ TEST(CommandLineErrors, RefusesAPasswordOfLessThanFourCharacters)
     expectRefusalWithHelp({{"-pwd", "é€z"}}, tooShort("é€z"));
 }
 
-TEST(CommandLineErrors, CountsCharactersOutsideTheBasicPlaneTwice)
+TEST(CommandLineErrors, CharactersOutsideTheBasicPlaneCountTwice)
 {
     expectRefusalWithHelp({{"-pwd", "🔑a"}}, tooShort("🔑a"));
     const TemporaryFolder folder;
@@ -256,14 +257,14 @@ TEST(CommandLineErrors, CountsCharactersOutsideTheBasicPlaneTwice)
     expectRefusalWithHelp({{"-pwd", repeated("🔑", 512)}}, tooLong());
 }
 
-TEST(CommandLineErrors, RefusesAPasswordOf1024CharactersAndDoesNotShowIt)
+TEST(CommandLineErrors, APasswordOf1024CharactersIsRefusedAndNotShown)
 {
     expectRefusalWithHelp({{"-pwd", repeated("a", 1024)}, {"-pwd", repeated("€", 1024)}}, tooLong());
     const TemporaryFolder folder;
     EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", repeated("€", 1023)}), 0, Transcript("banner.txt")));
 }
 
-TEST(CommandLineErrors, RefusesAMissingPassword)
+TEST(CommandLineErrors, AMissingPasswordIsRefused)
 {
     expectRefusalWithHelp({{"-pwd", ""},
                            {"-pwd"},
@@ -275,7 +276,7 @@ TEST(CommandLineErrors, RefusesAMissingPassword)
                           missing());
 }
 
-TEST(CommandLineErrors, ChecksEachOfEightPasswordsAndNoOther)
+TEST(CommandLineErrors, EachOfEightPasswordsIsCheckedAndNoOther)
 {
     const Arguments packet = {"-abs", "out",  "-n",   "8",    "-pwd", "p111",
                               "p222", "p333", "p444", "p555", "p666", "p777"};
@@ -285,13 +286,13 @@ TEST(CommandLineErrors, ChecksEachOfEightPasswordsAndNoOther)
     // The first refusal ends the checks.
     expectRefusalWithHelp({{"-n", "8", "-pwd", "p111", "abc", "p333", "p444", "", "p666", "p777", "xyz"}},
                           tooShort("abc"));
-    // Without a number of keys one pair is made, and only the first password counts.
+    // Without a number of keys one pair is made, and only the first password is used.
     expectRefusalWithHelp({with({"-pwd", "abc"}, 7, "password")}, tooShort("abc"));
     const TemporaryFolder folder;
     EXPECT_TRUE(Ended(RunIn(folder, with({"-pwd", "password"}, 7, "abc")), 0, Transcript("banner.txt")));
 }
 
-TEST(CommandLineErrors, ChecksTheLatestPasswordAlone)
+TEST(CommandLineErrors, OnlyTheLastPasswordIsChecked)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", "abc", "-pwd", "password"}), 0, Transcript("banner.txt")));

@@ -13,12 +13,12 @@
 
 namespace {
 
-/// Sessions that begin at the first question for a password.
+/// Sessions that start at the first question for a password.
 class DialoguePasswords : public testing::Test {
 protected:
     std::function<void()> keygen() const
     {
-        return [this] { BecomeKeygen(folder.path()); };
+        return [this] { ExecKeygen(folder.path()); };
     }
 
     static testing::AssertionResult choosesOnePair(PseudoTerminal &terminal)
@@ -39,9 +39,9 @@ protected:
 
 // What is typed
 
-/// What a run on a pipe prints from the answer to the first question for a password, up to the question for
+/// What a run on a pipe prints after the answer to the first question for a password, up to the question for
 /// the curve.
-std::string passwordTalk(const std::string &folder, const std::string &typed)
+std::string passwordOutput(const std::string &folder, const std::string &typed)
 {
     const ProgramResult run = RunOnPipe("./keys\n1\n" + typed + "\n1\n1\n", folder);
     EXPECT_EQ(run.errors, "");
@@ -50,7 +50,7 @@ std::string passwordTalk(const std::string &folder, const std::string &typed)
     return run.output.substr(begin, run.output.find(question::curve) - begin);
 }
 
-TEST_F(DialoguePasswords, PasswordsMayHoldAnyCharacterButALineEnd)
+TEST_F(DialoguePasswords, PasswordsMayContainAnyCharacterExceptALineEnd)
 {
     const std::vector<std::string> passwords = {
         "clé à molette €",
@@ -62,15 +62,14 @@ TEST_F(DialoguePasswords, PasswordsMayHoldAnyCharacterButALineEnd)
         "\xEF\xBB\xBFmark first",
         "-pwd",
         "\"quo'ted\\n\"",
-        "\xC2\x85\xE2\x80\xA8\xE2\x80\xA9\xC2\xA0", // next line, line and paragraph separator, hard blank
-        "\xEF\xBF\xBD\xEF\xBF\xBE\xEF\xBF\xBF\xEF\xBF\xBD", // U+FFFD is a character, as are two that never
-                                                            // mean one
-        "\xF0\x9F\x94\x91\xF0\x9F\x94\x91",                 // two characters that count for four
-        "e\xCC\x81\x65\xCC\x81",                            // not composed
+        "\xC2\x85\xE2\x80\xA8\xE2\x80\xA9\xC2\xA0", // next line, line and paragraph separator, no-break space
+        "\xEF\xBF\xBD\xEF\xBF\xBE\xEF\xBF\xBF\xEF\xBF\xBD", // U+FFFD and two noncharacters are valid
+        "\xF0\x9F\x94\x91\xF0\x9F\x94\x91",                 // two characters that count as four
+        "e\xCC\x81\x65\xCC\x81",                            // decomposed
         std::string(1023, 'x'),
     };
     for (const std::string &password : passwords) {
-        EXPECT_EQ(passwordTalk(folder.path(), password + "\n" + password), question::RepeatPassword())
+        EXPECT_EQ(passwordOutput(folder.path(), password + "\n" + password), question::RepeatPassword())
             << password;
         EXPECT_TRUE(OpensPrivateKey(folder / "keys/privateKey.pem", password)) << password;
         EXPECT_FALSE(OpensPrivateKey(folder / "keys/privateKey.pem", password + "x"));
@@ -78,65 +77,65 @@ TEST_F(DialoguePasswords, PasswordsMayHoldAnyCharacterButALineEnd)
     }
 }
 
-TEST_F(DialoguePasswords, PasswordsKeepOpeningTheirKeysWhenTheyAreLong)
+TEST_F(DialoguePasswords, LongPasswordsOpenTheirKeys)
 {
     std::string password;
     for (int i = 0; i < 1023; ++i)
         password += "€";
-    EXPECT_EQ(passwordTalk(folder.path(), password + "\n" + password), question::RepeatPassword());
+    EXPECT_EQ(passwordOutput(folder.path(), password + "\n" + password), question::RepeatPassword());
     EXPECT_TRUE(OpensPrivateKey(folder / "keys/privateKey.pem", password));
 }
 
-TEST_F(DialoguePasswords, PasswordsAreCountedInUtf16)
+TEST_F(DialoguePasswords, PasswordLengthsAreCountedInUtf16)
 {
-    // One character of two units; two of them are accepted in the list above.
+    // One character of two UTF-16 code units. Two of these characters are accepted in the list above.
     const std::string key = "\xF0\x9F\x94\x91";
-    EXPECT_EQ(passwordTalk(folder.path(), key + "\nabc€\nabc€"),
+    EXPECT_EQ(passwordOutput(folder.path(), key + "\nabc€\nabc€"),
               Error("Error: password must be more than 3 caracters\n") +
                   Error("Error: incorrect password : " + key + "\n") + question::PasswordAgain() +
                   question::RepeatPassword());
 }
 
-TEST_F(DialoguePasswords, PasswordsThatAreNoTextAreAskedForAgain)
+TEST_F(DialoguePasswords, PasswordsThatAreInvalidUtf8AreAskedForAgain)
 {
     const std::vector<std::string> refused = {
         "abcd\xFF",             // never part of UTF-8
         "\xE9t\xE9 1999",       // Latin-1
-        "abcd\xE2\x82",         // cut short
-        "\xC0\x80\xC0\x80 abc", // a zero character, spelled too long
-        "\xED\xA0\x80 abc",     // half of a pair
+        "abcd\xE2\x82",         // truncated
+        "\xC0\x80\xC0\x80 abc", // an overlong zero character
+        "\xED\xA0\x80 abc",     // half of a surrogate pair
         "\xF4\x90\x80\x80 abc", // beyond the last character
         std::string("abcd\0efgh", 9),
         std::string("\0abcd", 5),
         std::string("abcd\0", 5),
     };
     for (const std::string &password : refused) {
-        EXPECT_EQ(passwordTalk(folder.path(), password + "\nwell typed\nwell typed"),
+        EXPECT_EQ(passwordOutput(folder.path(), password + "\nwell typed\nwell typed"),
                   question::PasswordAgain() + question::RepeatPassword());
         EXPECT_TRUE(OpensPrivateKey(folder / "keys/privateKey.pem", "well typed"));
     }
 }
 
-TEST_F(DialoguePasswords, PasswordsThatAreNoTextRepeatNone)
+TEST_F(DialoguePasswords, APasswordThatIsInvalidUtf8MatchesNoOther)
 {
-    // Each stands as U+FFFD where it is shown.
+    // Each invalid byte is shown as U+FFFD.
     const std::string mark = "\xEF\xBF\xBD";
-    EXPECT_EQ(passwordTalk(folder.path(), "abc" + mark + "\nabc\xFF\nabcd\nabcd"),
+    EXPECT_EQ(passwordOutput(folder.path(), "abc" + mark + "\nabc\xFF\nabcd\nabcd"),
               question::RepeatPassword() + Error("Error: password doesn't match\n") + question::Password() +
                   question::RepeatPassword());
 }
 
-TEST_F(DialoguePasswords, PasswordsMatchOnlyWhenTypedExactlyAlike)
+TEST_F(DialoguePasswords, PasswordsMatchOnlyIfTheyAreIdentical)
 {
     const std::string mismatch = Error("Error: password doesn't match\n");
     for (const char *again : {"Abcd", "abcd ", " abcd", "abc", "abcde", "", "ábcd"})
-        EXPECT_EQ(passwordTalk(folder.path(), std::string("abcd\n") + again + "\nabcd\nabcd"),
+        EXPECT_EQ(passwordOutput(folder.path(), std::string("abcd\n") + again + "\nabcd\nabcd"),
                   question::RepeatPassword() + mismatch + question::Password() + question::RepeatPassword());
 }
 
 TEST_F(DialoguePasswords, PasswordsAreNotEditedOnATerminal)
 {
-    // Keys that erase, end the input or quote elsewhere.
+    // Keys that otherwise erase, end the input or quote.
     const std::string password = "abc\x7F\x15\x17\x04\x16\x08\x12 end";
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(choosesOnePair(terminal));
@@ -150,7 +149,7 @@ TEST_F(DialoguePasswords, PasswordsAreNotEditedOnATerminal)
 
 // What is shown
 
-TEST_F(DialoguePasswords, PasswordsAreNotShownWhileTheyAreTyped)
+TEST_F(DialoguePasswords, PasswordsAreHiddenWhileTheyAreTyped)
 {
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(choosesOnePair(terminal));
@@ -184,13 +183,13 @@ TEST_F(DialoguePasswords, PasswordsAreNotShownWhileTheyAreTyped)
     EXPECT_FALSE(terminal.editsLines());
 }
 
-TEST_F(DialoguePasswords, PasswordsLeaveOtherQuestionsShownAndEdited)
+TEST_F(DialoguePasswords, AnswersToOtherQuestionsAreShownAndEdited)
 {
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(terminal.shows(question::Folder("home/Corvane_KeyGen/")));
     EXPECT_TRUE(terminal.echoes());
     EXPECT_TRUE(terminal.editsLines());
-    terminal.type("new/keyx\x7Fs\n"); // corrected before it is read
+    terminal.type("new/keyx\x7Fs\n"); // corrected before the program reads it
     ASSERT_TRUE(terminal.answers(Info("new\n") + question::createFolder, "y\n"));
     ASSERT_TRUE(terminal.shows(question::packets));
     EXPECT_TRUE(terminal.echoes());
@@ -207,8 +206,7 @@ TEST_F(DialoguePasswords, PasswordsLeaveOtherQuestionsShownAndEdited)
 TEST_F(DialoguePasswords, PasswordsAreHiddenWhenStandardOutputIsAPipe)
 {
     PseudoTerminal terminal([&] {
-        Become("sh",
-               {.arguments = {"-c", "HOME=home \"$0\" | cat", KeygenProgram()}, .folder = folder.path()});
+        Exec("sh", {.arguments = {"-c", "HOME=home \"$0\" | cat", KeygenProgram()}, .folder = folder.path()});
     });
     ASSERT_TRUE(isAskedForOne(terminal));
     EXPECT_FALSE(terminal.echoes());
@@ -221,7 +219,7 @@ TEST_F(DialoguePasswords, PasswordsAreHiddenWhenStandardOutputIsAPipe)
 
 // Signals
 
-TEST_F(DialoguePasswords, PasswordsLeaveTheTerminalShownWhenASignalEndsTheRun)
+TEST_F(DialoguePasswords, TheTerminalEchoesAgainAfterASignalEndsTheRun)
 {
     for (const int number : {SIGINT, SIGHUP, SIGTERM, SIGQUIT}) {
         PseudoTerminal terminal(keygen());
@@ -240,7 +238,7 @@ TEST_F(DialoguePasswords, PasswordsLeaveTheTerminalShownWhenASignalEndsTheRun)
     EXPECT_FALSE(std::filesystem::exists(folder / "keys"));
 }
 
-TEST_F(DialoguePasswords, PasswordsLeaveTheTerminalShownAtAnInterruptTyped)
+TEST_F(DialoguePasswords, TheTerminalEchoesAgainAfterATypedInterrupt)
 {
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(isAskedForOne(terminal));
@@ -252,7 +250,7 @@ TEST_F(DialoguePasswords, PasswordsLeaveTheTerminalShownAtAnInterruptTyped)
     EXPECT_EQ(terminal.screen(), screen);
 }
 
-TEST_F(DialoguePasswords, PasswordsCanBeTypedAfterAStop)
+TEST_F(DialoguePasswords, PasswordsCanBeTypedAfterTheRunWasStopped)
 {
     PseudoTerminal terminal(keygen());
     ASSERT_TRUE(isAskedForOne(terminal));
@@ -271,12 +269,12 @@ TEST_F(DialoguePasswords, PasswordsCanBeTypedAfterAStop)
     EXPECT_TRUE(OpensPrivateKey(folder / "keys/privateKey.pem", "secret"));
 }
 
-TEST_F(DialoguePasswords, PasswordsAreStillAskedForAfterSignalsThatAreIgnored)
+TEST_F(DialoguePasswords, PasswordsAreStillAskedForAfterIgnoredSignals)
 {
     PseudoTerminal terminal([&] {
-        signal(SIGHUP, SIG_IGN); // as nohup has it
+        signal(SIGHUP, SIG_IGN); // as nohup does
         signal(SIGINT, SIG_IGN);
-        BecomeKeygen(folder.path());
+        ExecKeygen(folder.path());
     });
     ASSERT_TRUE(isAskedForOne(terminal));
     terminal.sendSignal(SIGHUP);

@@ -52,7 +52,7 @@ DialogueScript onePair()
     return folderStep("") + OnePairSteps("my password");
 }
 
-/// Eight pairs in the new folder keys, with the second of each choice.
+/// Eight pairs in the new directory keys, with the second of each choice.
 DialogueScript packet()
 {
     DialogueScript script = folderStep("keys") + DialogueScript{{question::createFolder, "y"}} +
@@ -65,7 +65,7 @@ DialogueScript packet()
 const std::string password1023(1023, 'p');
 const std::string password1024(1024, 'p');
 
-/// One pair, with every answer that is not accepted before the one that is.
+/// One pair, with every kind of refused answer before the accepted one.
 DialogueScript refusals()
 {
     return folderStep("new/keys") + DialogueScript{{question::createFolder, "x"},
@@ -97,7 +97,7 @@ DialogueScript refusals()
                                                    {question::cipherAgain, "2"}};
 }
 
-/// Eight pairs; the first password refused, the third and the last mistyped once.
+/// Eight pairs. The first password is refused; the third and the last are mistyped once.
 DialogueScript packetRefusals()
 {
     DialogueScript script = folderStep("") + DialogueScript{{question::packets, "2"}};
@@ -180,14 +180,14 @@ TEST_F(Dialogue, MakesAPacketFromAPipe)
     expectPacket(folder / "keys", "brainpoolP256t1", "AES-128-CBC");
 }
 
-TEST_F(Dialogue, AsksAgainOnATerminal)
+TEST_F(Dialogue, AsksAgainAfterRefusedAnswersOnATerminal)
 {
     expectRun(onTerminal(refusals()), "dialogue_refusals_terminal.txt");
     expectPair(folder / "new/keys/privateKey.pem", folder / "new/keys/publicKey.pem", password1023,
                "brainpoolP256t1", "AES-128-CBC");
 }
 
-TEST_F(Dialogue, AsksAgainOnAPipe)
+TEST_F(Dialogue, AsksAgainAfterRefusedAnswersOnAPipe)
 {
     expectRun(onPipe(refusals()), "dialogue_refusals_pipe.txt");
     expectPair(folder / "new/keys/privateKey.pem", folder / "new/keys/publicKey.pem", password1023,
@@ -206,25 +206,25 @@ TEST_F(Dialogue, AsksAgainForOnePasswordOfAPacketOnAPipe)
     expectPacket(folder / "home/Corvane_KeyGen", "prime256v1", "AES-256-CBC");
 }
 
-TEST_F(Dialogue, TakesACarriageReturnForAPartOfTheLineEnd)
+TEST_F(Dialogue, TreatsACarriageReturnAsPartOfTheLineEnd)
 {
     expectRun(onPipe(packet(), "\r\n"), "dialogue_packet_pipe.txt");
     expectPacket(folder / "keys", "brainpoolP256t1", "AES-128-CBC");
 }
 
-TEST_F(Dialogue, TakesTheLastAnswerWithoutALineEnd)
+TEST_F(Dialogue, AcceptsALastAnswerWithoutALineEnd)
 {
     std::string answers = Answers(onePair());
     answers.pop_back();
     expectRun(RunOnPipe(answers, folder.path()), "dialogue_one_pair_pipe.txt");
 }
 
-TEST_F(Dialogue, TakesAByteOrderMarkAtTheStartForNoAnswer)
+TEST_F(Dialogue, IgnoresAByteOrderMarkAtTheStart)
 {
     expectRun(RunOnPipe("\xEF\xBB\xBF" + Answers(onePair()), folder.path()), "dialogue_one_pair_pipe.txt");
 }
 
-TEST_F(Dialogue, EndsInTheSameFilesAsACommandLine)
+TEST_F(Dialogue, MakesTheSameFilesAsACommandLine)
 {
     struct Choice {
         std::string curve;
@@ -256,11 +256,11 @@ TEST_F(Dialogue, EndsInTheSameFilesAsACommandLine)
     }
 }
 
-// Folders
+// Directories
 
-/// What a run on a pipe prints between the question for a folder and the one for the number of packets, and
-/// whether it ends in the three files in `keys`.
-std::string folderTalk(const TemporaryFolder &folder, const std::string &answers, const std::string &keys)
+/// What a run on a pipe prints between the question for a directory and the one for the number of packets.
+/// Also expects the run to write its three files into `keys`.
+std::string folderOutput(const TemporaryFolder &folder, const std::string &answers, const std::string &keys)
 {
     const ProgramResult run = RunOnPipe(answers + "\n1\npass\npass\n1\n1\n", folder.path());
     EXPECT_EQ(run.status, 0);
@@ -270,7 +270,7 @@ std::string folderTalk(const TemporaryFolder &folder, const std::string &answers
     return run.output.substr(begin, run.output.find(question::packets) - begin);
 }
 
-/// What a run prints from the answer to the question for a folder on, which ends it.
+/// What a run prints after the answer to the question for a directory, which ends the run.
 std::string refusedFolder(const TemporaryFolder &folder, const std::string &answers)
 {
     const ProgramResult run = RunOnPipe(answers, folder.path());
@@ -280,42 +280,43 @@ std::string refusedFolder(const TemporaryFolder &folder, const std::string &answ
     return run.output.substr(run.output.find(question) + question.size());
 }
 
-TEST_F(Dialogue, AsksNothingForAFolderWhoseParentExists)
+TEST_F(Dialogue, AsksNothingIfTheParentOfTheDirectoryExists)
 {
     fs::create_directory(folder / "old");
-    EXPECT_EQ(folderTalk(folder, "", "home/Corvane_KeyGen"), "");
-    EXPECT_EQ(folderTalk(folder, "old", "old"), "");
-    EXPECT_EQ(folderTalk(folder, "old/keys", "old/keys"), "");
-    EXPECT_EQ(folderTalk(folder, "./keys", "keys"), "");
-    EXPECT_EQ(folderTalk(folder, "./more keys/", "more keys"), "");
-    EXPECT_EQ(folderTalk(folder, folder / "absolute", "absolute"), "");
+    EXPECT_EQ(folderOutput(folder, "", "home/Corvane_KeyGen"), "");
+    EXPECT_EQ(folderOutput(folder, "old", "old"), "");
+    EXPECT_EQ(folderOutput(folder, "old/keys", "old/keys"), "");
+    EXPECT_EQ(folderOutput(folder, "./keys", "keys"), "");
+    EXPECT_EQ(folderOutput(folder, "./more keys/", "more keys"), "");
+    EXPECT_EQ(folderOutput(folder, folder / "absolute", "absolute"), "");
 }
 
-TEST_F(Dialogue, TakesFolderNamesInUtf8)
+TEST_F(Dialogue, ReadsDirectoryNamesAsUtf8)
 {
     EXPECT_EQ(RunOnPipe("./clés €\n1\npass\npass\n1\n1\n", folder.path()).status, 0);
     EXPECT_TRUE(OpensPrivateKey(folder / "clés €/privateKey.pem", "pass"));
 }
 
-TEST_F(Dialogue, AsksBeforeItCreatesTheParentOfAFolder)
+TEST_F(Dialogue, AsksBeforeItCreatesTheParentOfADirectory)
 {
-    EXPECT_EQ(folderTalk(folder, "one\ny", "one"), Info("one\n") + question::createFolder);
-    EXPECT_EQ(folderTalk(folder, "two/keys\nY", "two/keys"), Info("two\n") + question::createFolder);
-    EXPECT_EQ(folderTalk(folder, "three/keys/\ny", "three/keys"), Info("three/\n") + question::createFolder);
-    EXPECT_EQ(folderTalk(folder, "four/a/b/keys\ny", "four/a/b/keys"),
+    EXPECT_EQ(folderOutput(folder, "one\ny", "one"), Info("one\n") + question::createFolder);
+    EXPECT_EQ(folderOutput(folder, "two/keys\nY", "two/keys"), Info("two\n") + question::createFolder);
+    EXPECT_EQ(folderOutput(folder, "three/keys/\ny", "three/keys"),
+              Info("three/\n") + question::createFolder);
+    EXPECT_EQ(folderOutput(folder, "four/a/b/keys\ny", "four/a/b/keys"),
               Info("four/a/b\n") + question::createFolder);
 }
 
-TEST_F(Dialogue, TakesWordsForAnswersToTheQuestionForTheParent)
+TEST_F(Dialogue, ReadsTheAnswerAboutTheParentWordByWord)
 {
     const std::string again = question::createFolderAgain;
-    EXPECT_EQ(folderTalk(folder, "one/keys\nx yes\n\n  y", "one/keys"),
+    EXPECT_EQ(folderOutput(folder, "one/keys\nx yes\n\n  y", "one/keys"),
               Info("one\n") + question::createFolder + again + again);
-    EXPECT_EQ(folderTalk(folder, "two/keys\nyy\nno\r\ny\r", "two/keys"),
+    EXPECT_EQ(folderOutput(folder, "two/keys\nyy\nno\r\ny\r", "two/keys"),
               Info("two\n") + question::createFolder + again + again);
 }
 
-TEST_F(Dialogue, TakesTheRestOfTheLineForTheNextAnswer)
+TEST_F(Dialogue, TreatsTheRestOfTheLineAsTheNextAnswer)
 {
     const ProgramResult run = RunOnPipe("new/keys\ny 1\n1\npass\npass\n1\n1\n", folder.path());
     EXPECT_EQ(run.status, 0);
@@ -324,7 +325,7 @@ TEST_F(Dialogue, TakesTheRestOfTheLineForTheNextAnswer)
               std::string::npos);
 }
 
-TEST_F(Dialogue, EndsWhenTheFolderIsDeclined)
+TEST_F(Dialogue, EndsIfTheUserDeclinesTheDirectory)
 {
     for (const char *no : {"n", "N"}) {
         EXPECT_EQ(refusedFolder(folder, std::string("new/keys\n") + no + "\n"),
@@ -342,14 +343,14 @@ TEST_F(Dialogue, EndsWhenTheFolderIsDeclined)
         "dialogue_declined_terminal.txt");
 }
 
-TEST_F(Dialogue, EndsWhenTheFolderCannotBeCreated)
+TEST_F(Dialogue, EndsIfTheDirectoryCannotBeCreated)
 {
     WriteFile(folder / "file", "");
     EXPECT_EQ(refusedFolder(folder, "file/new/keys\ny\n"),
               Info("file/new\n") + question::createFolder + Error("Error: Can not create path."));
 }
 
-TEST_F(Dialogue, EndsWhenAFolderNameCannotBeOne)
+TEST_F(Dialogue, EndsIfTheDirectoryNameIsInvalid)
 {
     const std::string name("new\0keys", 8);
     EXPECT_EQ(refusedFolder(folder, name + "\ny\n"),
@@ -357,7 +358,7 @@ TEST_F(Dialogue, EndsWhenAFolderNameCannotBeOne)
     EXPECT_FALSE(fs::exists(folder / "new"));
 }
 
-TEST_F(Dialogue, DoublesTheSeparatorOnlyBeforeThePrivateKey)
+TEST_F(Dialogue, DoublesTheSeparatorBeforeThePrivateKeyOnly)
 {
     const auto report = [&](const std::string &answer) {
         const std::string output = RunOnPipe(answer + "\n1\npass\npass\n1\n1\n", folder.path()).output;
@@ -373,18 +374,18 @@ TEST_F(Dialogue, DoublesTheSeparatorOnlyBeforeThePrivateKey)
 
 // Pipes
 
-TEST_F(Dialogue, ShowsEachQuestionBeforeItWaitsOnPipes)
+TEST_F(Dialogue, ShowsEachQuestionOnAPipeBeforeItWaitsForTheAnswer)
 {
-    // What is typed goes through one pipe, what is shown comes through another.
+    // The answers go through one pipe, the output comes through another.
     PseudoTerminal terminal([&] {
-        Become("sh", {.arguments = {"-c", "cat | HOME=home \"$0\" | cat", KeygenProgram()},
-                      .folder = folder.path()});
+        Exec("sh",
+             {.arguments = {"-c", "cat | HOME=home \"$0\" | cat", KeygenProgram()}, .folder = folder.path()});
     });
     for (const auto &[question, answer] : onePair())
         ASSERT_TRUE(terminal.answers(question, answer + "\n"));
     ASSERT_TRUE(terminal.shows(Info("home/Corvane_KeyGen/publicKeyhash.bin\n")));
-    // Standard error is the terminal: a word there would be seen. The terminal itself was never touched, and
-    // shows what is typed.
+    // Standard error is the terminal, so anything written there would be seen. The program never changed the
+    // terminal's settings, so the terminal echoes the answers.
     EXPECT_TRUE(MatchesTranscript("dialogue_one_pair_between_pipes.txt", terminal.screen()));
     EXPECT_TRUE(terminal.echoes());
     EXPECT_TRUE(terminal.editsLines());

@@ -44,7 +44,7 @@ ProgramResult runIn(const TemporaryFolder &folder, const Environment &environmen
         {.arguments = arguments, .folder = folder.path().string(), .environment = environment, .umask = 022});
 }
 
-TEST(Environment, DoesNotChangeOutputOrFiles)
+TEST(Environment, TheEnvironmentDoesNotChangeOutputOrFiles)
 {
     for (const Environment &environment : environments) {
         const TemporaryFolder folder;
@@ -54,7 +54,7 @@ TEST(Environment, DoesNotChangeOutputOrFiles)
     }
 }
 
-TEST(Environment, DoesNotChangeNamesBeyondAscii)
+TEST(Environment, TheEnvironmentDoesNotChangeNonAsciiNames)
 {
     for (const Environment &environment : environments) {
         const TemporaryFolder folder;
@@ -69,7 +69,7 @@ TEST(Environment, DoesNotChangeNamesBeyondAscii)
     }
 }
 
-TEST(Environment, DoesNotChangeAPasswordThatIsShown)
+TEST(Environment, TheEnvironmentDoesNotChangeADisplayedPassword)
 {
     for (const Environment &environment : environments) {
         const TemporaryFolder folder;
@@ -81,7 +81,7 @@ TEST(Environment, DoesNotChangeAPasswordThatIsShown)
     }
 }
 
-TEST(Umask, DoesNotChangeTheModesOfKeyFiles)
+TEST(Umask, TheUmaskDoesNotChangeTheModesOfKeyFiles)
 {
     for (const int mask : {0, 022, 077}) {
         const TemporaryFolder folder;
@@ -94,7 +94,7 @@ TEST(Umask, DoesNotChangeTheModesOfKeyFiles)
     }
 }
 
-TEST(Umask, GivesTheModesOfRandomDataAndOfNewFolders)
+TEST(Umask, TheUmaskDeterminesTheModesOfRandomDataAndNewDirectories)
 {
     for (const int mask : {0, 022, 077}) {
         const TemporaryFolder folder;
@@ -109,9 +109,9 @@ TEST(Umask, GivesTheModesOfRandomDataAndOfNewFolders)
     }
 }
 
-// The modes of key files are set through their paths read as Latin-1, so they do not reach a path beyond
-// ASCII.
-TEST(PathBeyondAscii, LeavesKeyFilesTheModesOfTheProcess)
+// The modes of key files are set under the Latin-1 reading of their paths, so they do not take effect on a
+// non-ASCII path.
+TEST(NonAsciiPath, KeyFilesKeepTheModesThatTheUmaskGives)
 {
     for (const int mask : {022, 077}) {
         const TemporaryFolder folder;
@@ -125,7 +125,7 @@ TEST(PathBeyondAscii, LeavesKeyFilesTheModesOfTheProcess)
     }
 }
 
-TEST(PathBeyondAscii, GetsItsModeForTheTableHash)
+TEST(NonAsciiPath, TheTableHashGetsItsMode)
 {
     const TemporaryFolder folder;
     for (int i = 0; i < 2; ++i) {
@@ -139,7 +139,7 @@ TEST(PathBeyondAscii, GetsItsModeForTheTableHash)
     }
 }
 
-/// A run, what it leaves, and the arguments of the program that checks its keys.
+/// A run, the files it leaves, and the arguments of the program that checks its keys.
 struct StreamedRun {
     std::vector<std::string> arguments;
     const char *transcript;
@@ -173,8 +173,8 @@ const StreamedRun packetRun = {
      "p888"}};
 const StreamedRun randomRun = {{"-rand", "16", "noise.bin"}, "random_data.txt", "0644 16 noise.bin\n", {}};
 
-/// The run ends well and leaves the same files, whatever its standard streams are; and what its output shows,
-/// where it can be seen, is the same too.
+/// Expects the run to succeed and to leave the same files whatever its standard streams are, and to print the
+/// same output where it can be captured.
 void expectSameWith(const StreamedRun &run, const char *input, const char *output, const char *errors)
 {
     const TemporaryFolder folder;
@@ -186,7 +186,8 @@ void expectSameWith(const StreamedRun &run, const char *input, const char *outpu
     else
         EXPECT_TRUE(Ended(result, 0, ""));
     EXPECT_EQ(FilesIn(folder), run.files);
-    // One look at the content for each way to have no output: the look takes longer than the run.
+    // The content is checked only once for each kind of missing output, because the check takes longer than
+    // the run.
     if (!run.check.empty() && *input != '\0' && *output != '\0' && std::string(errors) == "2>&-") {
         std::vector<std::string> words = {TEST_SUPPORT_FOLDER "/check_key_files.py"};
         words.insert(words.end(), run.check.begin(), run.check.end());
@@ -234,35 +235,35 @@ TEST(StandardStreams, TheStreamsDoNotChangeTheStatusOfAFailure)
     }
 }
 
-/// The application library gave up at the start of the run, for `reason`.
+/// Expects that the application library aborted the run at its start, for `reason`.
 template <typename Run>
-void expectGivenUp(const Run &run, const char *reason)
+void expectAbort(const Run &run, const char *reason)
 {
     EXPECT_EQ(run.signal, SIGABRT);
     EXPECT_NE(run.errors.find(reason), std::string::npos) << run.errors;
     EXPECT_EQ(run.output, "");
 }
 
-TEST(ApplicationLibrary, SaysWhyItEndsARunWithoutDescriptors)
+TEST(ApplicationLibrary, TheLibraryReportsWhyItEndsARunWithoutDescriptors)
 {
     if (underSanitizers)
-        GTEST_SKIP() << "a sanitizer waits for ever for a descriptor of its own";
+        GTEST_SKIP() << "a sanitizer waits forever for a file descriptor of its own";
     const TemporaryFolder folder;
-    expectGivenUp(RunInShell(folder, "exec <&-; ulimit -n 3; export QT_NO_GLIB=1; exec \"$@\"", {"-v"}),
-                  "Cannot continue without a thread pipe");
+    expectAbort(RunInShell(folder, "exec <&-; ulimit -n 3; export QT_NO_GLIB=1; exec \"$@\"", {"-v"}),
+                "Cannot continue without a thread pipe");
 }
 
-// A set-user-ID copy that someone else runs is in this state. Only root can bring it about without a copy.
-TEST(ApplicationLibrary, SaysWhyItEndsARunUnderTwoUserIds)
+// A set-user-ID copy run by another user is in this state. Only root can create it without such a copy.
+TEST(ApplicationLibrary, TheLibraryReportsWhyItEndsARunUnderTwoUserIds)
 {
     if (geteuid() != 0)
         return;
     const ChildRun run = RunInChild([] {
         constexpr uid_t nobody = 65534;
         if (setresuid(nobody, 0, 0) == 0)
-            Become(KeygenProgram(), {.arguments = {"-v"}});
+            Exec(KeygenProgram(), {.arguments = {"-v"}});
     });
-    expectGivenUp(run, "running setuid");
+    expectAbort(run, "running setuid");
 }
 
 } // namespace

@@ -12,7 +12,7 @@ std::string bannerAndHelp()
     return Transcript("banner.txt") + Transcript("help.txt");
 }
 
-TEST(Version, PrintsBannerAndVersionLine)
+TEST(Version, PrintsTheBannerAndTheVersionLine)
 {
     const TemporaryFolder folder;
     for (const char *option : {"-v", "--version", "-V", "--Version"})
@@ -20,7 +20,7 @@ TEST(Version, PrintsBannerAndVersionLine)
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(Help, PrintsBannerAndHelpText)
+TEST(Help, PrintsTheBannerAndTheHelpText)
 {
     const TemporaryFolder folder;
     for (const char *option : {"-?", "-h", "--help", "-H", "--HELP"})
@@ -28,7 +28,7 @@ TEST(Help, PrintsBannerAndHelpText)
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(Help, GoesToTheEarlierOfHelpAndVersion)
+TEST(Help, TheEarlierOfHelpAndVersionIsAnswered)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-v", "-h"}), 0, "version.txt"));
@@ -37,7 +37,7 @@ TEST(Help, GoesToTheEarlierOfHelpAndVersion)
     EXPECT_TRUE(Ended(RunIn(folder, {"-?", "--version"}), 0, bannerAndHelp()));
 }
 
-TEST(Help, IgnoresValuesAndEveryOtherOption)
+TEST(Help, HelpIgnoresValuesAndAllOtherOptions)
 {
     const TemporaryFolder folder;
     const Arguments others = {"-abs", "keys", "-pwd",  "abc",   "-n",     "3",     "-pe",

@@ -1,4 +1,4 @@
-// Runs under valgrind and under limits on memory.
+// Runs under valgrind and under memory limits.
 #include "tests/support/captured_output.h"
 #include "tests/support/sanitizer.h"
 #include "tests/support/transcript.h"
@@ -18,7 +18,7 @@ protected:
     void SetUp() override
     {
         if (underSanitizers)
-            GTEST_SKIP() << "the sanitizer watches memory itself, and reserves more than any limit";
+            GTEST_SKIP() << "the sanitizer checks memory itself, and reserves more than any limit allows";
     }
 };
 
@@ -26,7 +26,7 @@ class SmallStack : public Memory {};
 
 constexpr int memoryError = 99;
 
-/// Runs under valgrind in `folder`; an invalid access, a branch on undefined memory and a definite loss are
+/// Runs under valgrind in `folder`. Invalid accesses, branches on uninitialised memory and definite leaks are
 /// failures.
 void expectCleanRun(const TemporaryFolder &folder, const Arguments &arguments, int status,
                     const std::string &input = {})
@@ -45,22 +45,22 @@ const Arguments packet = {"-n",   "8",      "-abs", "packet", "-ecc", "brainpool
                           "-pe",  "aes128", "-pwd", "p111",   "p222", "p333",
                           "p444", "p555",   "p666", "p777",   "p888"};
 
-TEST_F(Memory, ARunOnOnePairAndRandomDataIsClean)
+TEST_F(Memory, AOnePairRunWithRandomDataHasNoMemoryErrors)
 {
     const TemporaryFolder folder;
     expectCleanRun(folder, {"-pwd", "password", "-abs", "keys", "-rand", "70000", "noise.bin"}, 0);
     EXPECT_EQ(fs::file_size(folder / "noise.bin"), 70000U);
 }
 
-TEST_F(Memory, APacketIsClean)
+TEST_F(Memory, APacketRunHasNoMemoryErrors)
 {
     expectCleanRun(TemporaryFolder(), packet, 0);
 }
 
-TEST_F(Memory, APacketWithPairsThatFailIsClean)
+TEST_F(Memory, APacketRunWithFailedPairsHasNoMemoryErrors)
 {
     const TemporaryFolder folder;
-    // Folders in the files' places, and a public key on the other curve for the table.
+    // Directories in place of the files, and a public key on the other curve for the table.
     fs::create_directories(folder.path() / "packet/privateKey00.pem");
     fs::create_directories(folder.path() / "packet/publicKey02.pem");
     fs::create_directories(folder.path() / "packet/publicKeyHash04.bin");
@@ -70,30 +70,30 @@ TEST_F(Memory, APacketWithPairsThatFailIsClean)
     expectCleanRun(folder, packet, 1);
 }
 
-TEST_F(Memory, AWrongOptionIsClean)
+TEST_F(Memory, ARunWithAWrongOptionHasNoMemoryErrors)
 {
     expectCleanRun(TemporaryFolder(), {"-pwd", "password", "-abs", "keys", "-\xE2\x82"}, 1);
 }
 
-TEST_F(Memory, ARefusedPasswordIsClean)
+TEST_F(Memory, ARunWithARefusedPasswordHasNoMemoryErrors)
 {
     expectCleanRun(TemporaryFolder(),
                    {"-n", "8", "-pwd", "p111", "p222", "p333", "p444", "p555", "p666", "p777", "abc"}, 1);
 }
 
-TEST_F(Memory, ADeclinedFolderIsClean)
+TEST_F(Memory, ARunWithADeclinedDirectoryHasNoMemoryErrors)
 {
     expectCleanRun(TemporaryFolder(), {"-pwd", "password", "-pubk", "new/p.pem"}, 1, "maybe\nn\n");
 }
 
-TEST_F(Memory, ARunWithoutAPasswordAndWithRandomDataThatCannotBeWrittenIsClean)
+TEST_F(Memory, ARunWithFailedKeysAndFailedRandomDataHasNoMemoryErrors)
 {
     const TemporaryFolder folder;
     fs::create_symlink("/dev/full", folder.path() / "full.bin");
     expectCleanRun(folder, {"-abs", "keys", "-rand", "100", "full.bin"}, 1);
 }
 
-TEST_F(Memory, RandomDataThatDoesNotFitIsReported)
+TEST_F(Memory, RandomDataThatExceedsTheMemoryLimitIsReported)
 {
     const TemporaryFolder folder;
     PutFile(folder, "old.bin", "contents");
@@ -110,7 +110,7 @@ TEST_F(Memory, RandomDataThatDoesNotFitIsReported)
     EXPECT_EQ(FilesIn(folder), "0644 8 old.bin\n");
 }
 
-/// A run on a stack of 64 KiB, of which the environment takes next to nothing.
+/// A run on a stack of 64 KiB, of which the environment uses almost nothing.
 ProgramResult runOnSmallStack(const TemporaryFolder &folder, const Arguments &arguments,
                               const std::string &input = {})
 {
@@ -119,7 +119,7 @@ ProgramResult runOnSmallStack(const TemporaryFolder &folder, const Arguments &ar
     return Run("sh", {.arguments = words, .input = input, .folder = folder.path().string(), .umask = 022});
 }
 
-TEST_F(SmallStack, EveryKindOfRunFits)
+TEST_F(SmallStack, EveryKindOfRunFitsOnASmallStack)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(runOnSmallStack(folder, {"-v"}), 0, "version.txt"));
@@ -130,7 +130,7 @@ TEST_F(SmallStack, EveryKindOfRunFits)
     EXPECT_TRUE(EndedAsIn(runOnSmallStack(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));
 }
 
-TEST_F(SmallStack, QuestionsFit)
+TEST_F(SmallStack, TheQuestionsFitOnASmallStack)
 {
     const TemporaryFolder folder;
     const ProgramResult dialogue = runOnSmallStack(

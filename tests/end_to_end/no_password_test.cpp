@@ -5,14 +5,14 @@
 
 namespace {
 
-TEST(NoPassword, LeavesNoPrivateKeyThatAnyoneCanOpen)
+TEST(NoPassword, NoPrivateKeyIsWritten)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-abs", "keys"}), 0, "pair_private_key_unwritten.txt"));
     EXPECT_EQ(FilesIn(folder), "keys/\n0644 0 keys/privateKey.pem\n");
 }
 
-TEST(NoPassword, MakesAPacketOfOneWithoutAKey)
+TEST(NoPassword, APacketOfOneContainsNoKey)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(
@@ -22,14 +22,14 @@ TEST(NoPassword, MakesAPacketOfOneWithoutAKey)
                                "0444 32 packet/publicKeysHashHashes.bin\n");
 }
 
-TEST(NoPassword, EmptiesTheKeyOfAnEarlierRunAndKeepsItsOtherFiles)
+TEST(NoPassword, TheKeyOfAnEarlierRunIsEmptiedAndItsOtherFilesAreKept)
 {
     const TemporaryFolder folder;
     RunIn(folder, {"-pwd", "correct horse", "-abs", "keys"});
     const std::string publicKey = ReadFile(folder / "keys/publicKey.pem");
     const std::string hash = ReadFile(folder / "keys/publicKeyhash.bin");
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-abs", "keys"}), 0, "pair_private_key_unwritten.txt"));
-    // The key file stays as it was opened for overwriting.
+    // The key file stays as it was when it was opened for overwriting.
     EXPECT_EQ(FilesIn(folder), "keys/\n"
                                "0226 0 keys/privateKey.pem\n"
                                "0444 178 keys/publicKey.pem\n"
@@ -38,7 +38,7 @@ TEST(NoPassword, EmptiesTheKeyOfAnEarlierRunAndKeepsItsOtherFiles)
     EXPECT_EQ(ReadFile(folder / "keys/publicKeyhash.bin"), hash);
 }
 
-TEST(NoPassword, RandomDataIsMadeWithoutAPassword)
+TEST(NoPassword, RandomDataNeedsNoPassword)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));

@@ -16,7 +16,7 @@ const char *const onePair = "keys/\n"
                             "0444 178 keys/publicKey.pem\n"
                             "0444 32 keys/publicKeyhash.bin\n";
 
-/// The command line of one pair in keys/, and more options.
+/// The command line for one pair in keys/, and further options.
 Arguments pairWith(const Arguments &more)
 {
     Arguments arguments = {"-pwd", "correct horse", "-abs", "keys"};
@@ -24,7 +24,7 @@ Arguments pairWith(const Arguments &more)
     return arguments;
 }
 
-/// One pair must be made in keys/, with the output of `transcript`.
+/// Expects one pair in keys/, with the output of `transcript`.
 void expectPair(const Arguments &arguments, const std::string &transcript)
 {
     const TemporaryFolder folder;
@@ -32,12 +32,12 @@ void expectPair(const Arguments &arguments, const std::string &transcript)
     EXPECT_EQ(FilesIn(folder), onePair) << testing::PrintToString(arguments);
 }
 
-TEST(OnePair, APairIsMadeOnPrime256v1UnderAes256ByDefault)
+TEST(OnePair, ThePairIsOnPrime256v1AndEncryptedWithAes256ByDefault)
 {
     expectPair(pairWith({}), "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, APairIsMadeUnderTheCipherThatIsAskedFor)
+TEST(OnePair, TheKeyIsEncryptedWithTheRequestedCipher)
 {
     for (const char *cipher : {"aes128", "AES128", "Aes128"})
         expectPair(pairWith({"-pe", cipher}), "pair_prime256v1_aes128.txt");
@@ -47,9 +47,9 @@ TEST(OnePair, APairIsMadeUnderTheCipherThatIsAskedFor)
     expectPair(pairWith({"-pe", "aes128", "-pe", "aes256"}), "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, APairIsMadeOnTheCurveThatIsAskedFor)
+TEST(OnePair, ThePairIsOnTheRequestedCurve)
 {
-    // The numbers run against the help text's list.
+    // The numbers are in the opposite order of the help text's list.
     for (const char *curve : {"brainpoolP256t1", "BRAINPOOLP256T1", "1"})
         expectPair(pairWith({"-ecc", curve}), "pair_brainpoolP256t1_aes256.txt");
     for (const char *curve : {"prime256v1", "Prime256V1", "2"})
@@ -58,27 +58,27 @@ TEST(OnePair, APairIsMadeOnTheCurveThatIsAskedFor)
     expectPair(pairWith({"-ecc", "1", "-ecc", "2"}), "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, APairIsMadeWithOptionsInAnySpelling)
+TEST(OnePair, OptionsMayBeGivenInAnySpelling)
 {
     expectPair({"-PWD", "correct horse", "-Abs", "keys"}, "pair_prime256v1_aes256.txt");
     expectPair({"--password", "correct horse", "--absolute-path", "keys/"}, "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, IgnoresTheTwoLongNamesThatApplyNothing)
+TEST(OnePair, TheTwoLongNamesWithoutEffectAreIgnored)
 {
     expectPair(pairWith({"--prvkey-enc", "aes128"}), "pair_prime256v1_aes256.txt");
     expectPair(pairWith({"-pe", "aes128", "--prvkey-enc", "nonsense"}), "pair_prime256v1_aes128.txt");
     expectPair(pairWith({"--public-key-hash", "other.bin"}), "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, IgnoresValuesBeyondTheFirst)
+TEST(OnePair, ValuesBeyondTheFirstAreIgnored)
 {
     expectPair(
         {"-pwd", "correct horse", "-abs", "keys", "other", "-pe", "aes128", "nonsense", "-ecc", "1", "2"},
         "pair_brainpoolP256t1_aes128.txt");
 }
 
-TEST(OnePair, TakesMoreThanTwentyOptions)
+TEST(OnePair, MoreThanTwentyOptionsAreAccepted)
 {
     Arguments arguments;
     for (int i = 0; i < 30; ++i)
@@ -87,14 +87,14 @@ TEST(OnePair, TakesMoreThanTwentyOptions)
     expectPair(pairWith(arguments), "pair_prime256v1_aes128.txt");
 }
 
-TEST(OnePair, APairIsMadeUnderTheFirstOfEightPasswords)
+TEST(OnePair, TheFirstOfEightPasswordsIsUsed)
 {
     expectPair(
         {"-abs", "keys", "-pwd", "correct horse", "p222", "p333", "p444", "p555", "p666", "p777", "p888"},
         "pair_prime256v1_aes256.txt");
 }
 
-TEST(OnePair, ReplacesTheReadOnlyFilesOfAnEarlierRun)
+TEST(OnePair, TheReadOnlyFilesOfAnEarlierRunAreReplaced)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, pairWith({})), 0, "pair_prime256v1_aes256.txt"));
@@ -108,7 +108,7 @@ TEST(OnePair, ReplacesTheReadOnlyFilesOfAnEarlierRun)
     EXPECT_NE(ReadFile(folder / "keys/publicKeyhash.bin"), hash);
 }
 
-TEST(OnePair, ReplacesLongerFilesWhole)
+TEST(OnePair, LongerFilesAreReplacedCompletely)
 {
     const TemporaryFolder folder;
     std::filesystem::create_directory(folder.path() / "keys");
@@ -118,7 +118,8 @@ TEST(OnePair, ReplacesLongerFilesWhole)
     EXPECT_EQ(FilesIn(folder), onePair);
 }
 
-/// A pair whose file `name` cannot be created, because a folder has its name.
+/// Makes a pair whose file `name` cannot be created because a directory has its name, and expects the
+/// failure.
 void expectFailure(const std::string &name, const std::string &transcript, const std::string &files)
 {
     const TemporaryFolder folder;
@@ -129,25 +130,25 @@ void expectFailure(const std::string &name, const std::string &transcript, const
     EXPECT_EQ(ModeOf(folder / "keys/" + name), 0751);
 }
 
-TEST(OnePair, StopsAtAPrivateKeyThatCannotBeCreated)
+TEST(OnePair, ARunStopsIfThePrivateKeyCannotBeCreated)
 {
     expectFailure("privateKey.pem", "pair_without_private_key.txt", "keys/\nkeys/privateKey.pem/\n");
 }
 
-TEST(OnePair, StopsAtAPublicKeyThatCannotBeCreated)
+TEST(OnePair, ARunStopsIfThePublicKeyCannotBeCreated)
 {
     expectFailure("publicKey.pem", "pair_without_public_key.txt",
                   "keys/\n0400 399 keys/privateKey.pem\nkeys/publicKey.pem/\n");
 }
 
-TEST(OnePair, StopsAtAHashThatCannotBeCreated)
+TEST(OnePair, ARunStopsIfTheHashCannotBeCreated)
 {
     expectFailure(
         "publicKeyhash.bin", "pair_without_hash.txt",
         "keys/\n0400 399 keys/privateKey.pem\n0444 178 keys/publicKey.pem\nkeys/publicKeyhash.bin/\n");
 }
 
-/// A pair whose file `name` is a link to a device that is always full.
+/// Makes a pair whose file `name` is a link to a device that is always full, and expects the failure.
 void expectFailureOnFullDevice(const std::string &name, const std::string &transcript,
                                const std::string &files)
 {
@@ -160,36 +161,36 @@ void expectFailureOnFullDevice(const std::string &name, const std::string &trans
     EXPECT_EQ(ModeOf("/dev/full"), mode);
 }
 
-TEST(OnePair, TellsAPrivateKeyThatDoesNotFit)
+TEST(OnePair, AFullDeviceIsReportedForThePrivateKey)
 {
     expectFailureOnFullDevice("privateKey.pem", "pair_private_key_unwritten.txt",
                               "keys/\nkeys/privateKey.pem -> /dev/full\n");
 }
 
-TEST(OnePair, TellsAPublicKeyThatDoesNotFit)
+TEST(OnePair, AFullDeviceIsReportedForThePublicKey)
 {
     expectFailureOnFullDevice("publicKey.pem", "pair_public_key_unwritten.txt",
                               "keys/\n0400 399 keys/privateKey.pem\nkeys/publicKey.pem -> /dev/full\n");
 }
 
-TEST(OnePair, TellsAHashThatDoesNotFit)
+TEST(OnePair, AFullDeviceIsReportedForTheHash)
 {
     expectFailureOnFullDevice("publicKeyhash.bin", "pair_without_hash.txt",
                               "keys/\n0400 399 keys/privateKey.pem\n0444 178 keys/publicKey.pem\n"
                               "keys/publicKeyhash.bin -> /dev/full\n");
 }
 
-TEST(OnePair, TellsAFileBeyondALimit)
+TEST(OnePair, AFileBeyondTheSizeLimitIsReported)
 {
     if (countsCoverage)
-        GTEST_SKIP() << "the counts of what is reached are beyond the limit, too";
+        GTEST_SKIP() << "the coverage data exceeds the limit, too";
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunInShell(folder, "ulimit -f 0; exec \"$@\"", pairWith({})), 0,
                           "pair_private_key_unwritten.txt"));
     EXPECT_EQ(FilesIn(folder), "keys/\n0644 0 keys/privateKey.pem\n");
 }
 
-TEST(OnePair, FollowsLinks)
+TEST(OnePair, LinksAreFollowed)
 {
     const TemporaryFolder folder;
     std::filesystem::create_directory(folder.path() / "keys");
@@ -203,7 +204,7 @@ TEST(OnePair, FollowsLinks)
 }
 
 /// A name that begins with a colon belongs to the application library's built-in resources: the C library
-/// writes it to disk, and then it is looked for among the resources and not found.
+/// writes the file to disk, but the application library searches its resources and does not find it.
 std::string endOfPairNotFound(const char *transcript, const Arguments &arguments)
 {
     const TemporaryFolder folder;
@@ -211,7 +212,7 @@ std::string endOfPairNotFound(const char *transcript, const Arguments &arguments
     return FilesIn(folder);
 }
 
-TEST(OnePair, EndsTheRunWhenAFileIsNotFoundAfterItWasMade)
+TEST(OnePair, TheRunEndsIfAFileIsNotFoundAfterItWasWritten)
 {
     endOfPairNotFound("pair_private_key_not_found.txt", {"-pwd", "pass", "-prvk", ":k.pem", "-pubk", ":p.pem",
                                                          "-hash", ":h.bin", "-rand", "5", "r.bin"});

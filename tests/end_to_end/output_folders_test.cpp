@@ -21,7 +21,7 @@ const char *const newFolderFiles = "new/\n"
                                    "0400 399 new/sub/privateKey.pem\n"
                                    "0444 32 new/sub/publicKeyhash.bin\n";
 
-TEST(OutputFolders, FoldersAreCreatedWithTheirParentsAfterConsent)
+TEST(OutputFolders, DirectoriesAreCreatedWithTheirParentsIfTheUserAgrees)
 {
     for (const char *answer : {"y\n", "Y\n", "y", "\n\n  y \n", "y\r\n"}) {
         const TemporaryFolder folder;
@@ -32,7 +32,7 @@ TEST(OutputFolders, FoldersAreCreatedWithTheirParentsAfterConsent)
     }
 }
 
-TEST(OutputFolders, FoldersAreNotCreatedWithoutConsent)
+TEST(OutputFolders, DirectoriesAreNotCreatedUnlessTheUserAgrees)
 {
     for (const char *answer : {"n\n", "N\n", "n", "n y\n", "N\ny\n"}) {
         const TemporaryFolder folder;
@@ -41,7 +41,7 @@ TEST(OutputFolders, FoldersAreNotCreatedWithoutConsent)
     }
 }
 
-TEST(OutputFolders, FoldersAreAskedForAgainUntilTheAnswerIsOneOfFour)
+TEST(OutputFolders, TheQuestionIsRepeatedUntilTheAnswerIsOneOfFour)
 {
     for (const char *answers : {"x\nyes\nY\n", "x yes Y\n", "x\tyes\n\n Y", "x yes\nY\n"}) {
         const TemporaryFolder folder;
@@ -54,7 +54,7 @@ TEST(OutputFolders, FoldersAreAskedForAgainUntilTheAnswerIsOneOfFour)
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(OutputFolders, FoldersAreAskedForOneByOne)
+TEST(OutputFolders, TheUserIsAskedForEachDirectory)
 {
     const Arguments arguments = {"-pwd",  "password", "-hash", "c/h.bin",
                                  "-prvk", "b/k.pem",  "-pubk", "a/p.pem"};
@@ -74,7 +74,7 @@ TEST(OutputFolders, FoldersAreAskedForOneByOne)
     EXPECT_EQ(FilesIn(third), "a/\nb/\n");
 }
 
-TEST(OutputFolders, FoldersThatCannotBeCreatedEndTheRun)
+TEST(OutputFolders, ADirectoryThatCannotBeCreatedEndsTheRun)
 {
     const TemporaryFolder folder;
     PutFile(folder, "new", "a file");
@@ -82,7 +82,7 @@ TEST(OutputFolders, FoldersThatCannotBeCreatedEndTheRun)
     EXPECT_EQ(FilesIn(folder), "0644 6 new\n");
 }
 
-TEST(OutputFolders, FoldersThatExistAreNotAskedFor)
+TEST(OutputFolders, TheUserIsNotAskedForExistingDirectories)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "new/sub");
@@ -91,7 +91,7 @@ TEST(OutputFolders, FoldersThatExistAreNotAskedFor)
     EXPECT_EQ(FilesIn(folder), newFolderFiles);
 }
 
-TEST(OutputFolders, FoldersOfRandomDataAreNotAskedFor)
+TEST(OutputFolders, TheUserIsNotAskedForTheDirectoryOfRandomData)
 {
     const TemporaryFolder folder;
     const ProgramResult run = RunIn(folder, {"-rand", "5", "new/noise.bin"}, "y\n");
@@ -99,7 +99,7 @@ TEST(OutputFolders, FoldersOfRandomDataAreNotAskedFor)
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(BaseFolder, TheBaseFolderIsCreatedWithoutAQuestion)
+TEST(BaseDirectory, TheBaseDirectoryIsCreatedWithoutAQuestion)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(
@@ -107,7 +107,7 @@ TEST(BaseFolder, TheBaseFolderIsCreatedWithoutAQuestion)
     EXPECT_EQ(ModeOf(folder / "keys"), 0755);
 }
 
-TEST(BaseFolder, TheBaseFolderIsAskedForWhenItsParentIsMissing)
+TEST(BaseDirectory, TheUserIsAskedForTheBaseDirectoryIfItsParentIsMissing)
 {
     const TemporaryFolder folder;
     const Arguments arguments = {"-pwd", "password", "-abs", "new/sub"};
@@ -121,7 +121,7 @@ TEST(BaseFolder, TheBaseFolderIsAskedForWhenItsParentIsMissing)
                                "0444 32 new/sub/publicKeyhash.bin\n");
 }
 
-TEST(BaseFolder, StaysWhenAFolderInItIsDeclined)
+TEST(BaseDirectory, TheBaseDirectoryStaysIfTheUserDeclinesADirectoryInIt)
 {
     const TemporaryFolder folder;
     const Arguments arguments = {"-pwd", "password", "-abs", "out", "-pubk", "keys/"};
@@ -145,7 +145,7 @@ double processorSeconds()
     return seconds(used.ru_utime) + seconds(used.ru_stime);
 }
 
-TEST(OutputFolders, FoldersAreAskedForTwentyTimesASecondAtTheEndOfInput)
+TEST(OutputFolders, TheQuestionIsRepeatedTwentyTimesASecondAtTheEndOfInput)
 {
     const TemporaryFolder folder;
     const double before = processorSeconds();

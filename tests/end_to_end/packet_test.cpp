@@ -12,7 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 using Arguments = std::vector<std::string>;
 
-/// The command line of a packet of eight in packet/, and more options.
+/// The command line for a packet of eight in packet/, and further options.
 Arguments packetWith(const Arguments &more)
 {
     Arguments arguments = {"-n",   "8",    "-abs", "packet", "-pwd", "p111", "p222",
@@ -21,7 +21,7 @@ Arguments packetWith(const Arguments &more)
     return arguments;
 }
 
-/// A line for each of eight files, whose name is `before`, the number and `after`.
+/// A line for each of eight files, each named `before`, the number and `after`.
 std::string eightLines(const std::string &before, const std::string &after)
 {
     std::string lines;
@@ -44,7 +44,7 @@ std::string without(std::string text, const std::string &line)
     return at == std::string::npos ? text : text.erase(at, line.size() + 1);
 }
 
-TEST(Packet, APacketOfEightIsMadeOnEachCurveUnderEachCipher)
+TEST(Packet, APacketOfEightIsMadeOnEachCurveWithEachCipher)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, packetWith({})), 0, "packet_prime256v1_aes256.txt"));
@@ -55,7 +55,7 @@ TEST(Packet, APacketOfEightIsMadeOnEachCurveUnderEachCipher)
     EXPECT_EQ(FilesIn(other), packetFiles());
 }
 
-TEST(Packet, TakesTheNumberInAnyDecimalSpelling)
+TEST(Packet, TheNumberMayBeWrittenInAnyDecimalForm)
 {
     for (const Arguments &number :
          {Arguments{"-n", "08"}, {"-N", "+8"}, {"--number-key", " 8"}, {"-n", "1", "-n", "8"}}) {
@@ -68,7 +68,7 @@ TEST(Packet, TakesTheNumberInAnyDecimalSpelling)
     }
 }
 
-TEST(Packet, APacketOfOneHasANumberAndATableOfOne)
+TEST(Packet, TheFilesOfAPacketOfOneAreNumberedAndItsTableHasOneEntry)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(
@@ -80,7 +80,7 @@ TEST(Packet, APacketOfOneHasANumberAndATableOfOne)
                                "0444 32 packet/publicKeysHashHashes.bin\n");
 }
 
-TEST(Packet, ReplacesTheReadOnlyFilesOfAnEarlierRun)
+TEST(Packet, TheReadOnlyFilesOfAnEarlierRunAreReplaced)
 {
     const TemporaryFolder folder;
     RunIn(folder, packetWith({}));
@@ -92,7 +92,7 @@ TEST(Packet, ReplacesTheReadOnlyFilesOfAnEarlierRun)
     EXPECT_NE(ReadFile(folder / "packet/privateKey07.pem"), privateKey);
 }
 
-TEST(Packet, GoesOnAfterAPairThatFails)
+TEST(Packet, ARunContinuesAfterAPairThatFails)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "packet/privateKey03.pem");
@@ -103,7 +103,7 @@ TEST(Packet, GoesOnAfterAPairThatFails)
     EXPECT_EQ(FilesIn(folder), files);
 }
 
-TEST(Packet, GoesOnWithTheOlderPublicKeyOfAPairThatFails)
+TEST(Packet, TheOlderPublicKeyOfAFailedPairIsUsedForTheTable)
 {
     const TemporaryFolder folder;
     RunIn(folder, packetWith({}));
@@ -114,7 +114,7 @@ TEST(Packet, GoesOnWithTheOlderPublicKeyOfAPairThatFails)
     EXPECT_EQ(ReadFile(folder / "packet/publicKey07.pem"), publicKey);
 }
 
-TEST(Packet, GoesOnWhenEveryPairFails)
+TEST(Packet, ARunContinuesIfEveryPairFails)
 {
     const TemporaryFolder folder;
     for (const char *number : {"0", "1", "2", "3", "4", "5", "6", "7"})
@@ -125,7 +125,7 @@ TEST(Packet, GoesOnWhenEveryPairFails)
                                    "0444 32 packet/publicKeysHashHashes.bin\n");
 }
 
-TEST(Packet, EndsTheRunWithoutATableHash)
+TEST(Packet, ARunEndsIfTheTableHashCannotBeWritten)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "packet/publicKeysHashHashes.bin");
@@ -135,10 +135,10 @@ TEST(Packet, EndsTheRunWithoutATableHash)
                                    "packet/publicKeysHashHashes.bin/\n");
 }
 
-TEST(Packet, TellsEachFileBeyondALimit)
+TEST(Packet, EachFileBeyondTheSizeLimitIsReported)
 {
     if (countsCoverage)
-        GTEST_SKIP() << "the counts of what is reached are beyond the limit, too";
+        GTEST_SKIP() << "the coverage data exceeds the limit, too";
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(
         RunInShell(folder, "ulimit -f 0; exec \"$@\"", {"-n", "1", "-pwd", "p111", "-abs", "packet"}), 1,
@@ -148,9 +148,9 @@ TEST(Packet, TellsEachFileBeyondALimit)
                                "0444 0 packet/publicKeysHashHashes.bin\n");
 }
 
-TEST(Packet, EndsTheRunWhenAFileIsNotFoundAfterItWasMade)
+TEST(Packet, TheRunEndsIfAFileIsNotFoundAfterItWasWritten)
 {
-    // A name that begins with a colon is looked for in the application library's built-in resources.
+    // A name that begins with a colon is searched for in the application library's built-in resources.
     const TemporaryFolder folder;
     Arguments arguments = packetWith({"-hash", ":h.bin", "-pubk", "p.pem", "-prvk", "k.pem"});
     arguments.erase(arguments.begin() + 2, arguments.begin() + 4);
@@ -158,20 +158,20 @@ TEST(Packet, EndsTheRunWhenAFileIsNotFoundAfterItWasMade)
     EXPECT_EQ(FilesIn(folder), "0644 32 :h00.bin\n0400 399 k00.pem\n0444 178 p00.pem\n");
 }
 
-TEST(Packet, NumbersNamesBeforeTheirLastFourCharacters)
+TEST(Packet, TheNumberIsInsertedBeforeTheLastFourCharactersOfAName)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(
         RunIn(folder, {"-n", "1", "-pwd", "pass", "-prvk", "private", "-pubk", "p", "-hash", "a.hash"}), 0,
         "packet_short_names.txt"));
-    // The table hash takes the name that was given, which no numbered file has.
+    // The table hash is written to the given name, which no numbered file has.
     EXPECT_EQ(FilesIn(folder), "0444 178 00p\n"
                                "0444 32 a.00Hash\n"
                                "0444 32 a.hash\n"
                                "0400 399 pri00vate\n");
 }
 
-TEST(Packet, SpellsHashWithACapitalInTheWholePathOfTheHashFiles)
+TEST(Packet, HashIsCapitalisedInTheWholePathOfTheHashFiles)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "hashes");
@@ -186,7 +186,7 @@ TEST(Packet, SpellsHashWithACapitalInTheWholePathOfTheHashFiles)
                                "0444 32 hashes/publicKeysHashHashes.bin\n");
 }
 
-TEST(Packet, LeavesOtherSpellingsInThePathOfTheHashFilesAsTheyAre)
+TEST(Packet, OtherSpellingsInThePathOfTheHashFilesAreKept)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-n", "1", "-pwd", "pass", "-prvk", "k.pem", "-pubk", "p.pem",
@@ -198,7 +198,7 @@ TEST(Packet, LeavesOtherSpellingsInThePathOfTheHashFilesAsTheyAre)
                                "0444 178 p00.pem\n");
 }
 
-TEST(Packet, NamesTheTableHashInTheWholePath)
+TEST(Packet, TheNameOfTheTableHashIsReplacedInTheWholePath)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "publicKeyhash");

@@ -28,9 +28,8 @@ std::string pairOutput(const Paths &paths)
            Info("+ public hash key: ") + Info(paths.hash + "\n");
 }
 
-/// Runs in a folder that holds the folders a, b, c and out/a, and expects the pair in `paths` and nowhere
-/// else.
-/// "@" in arguments and paths stands for the folder.
+/// Runs in a directory that contains the directories a, b, c and out/a, and expects the pair in `paths` and
+/// nowhere else. "@" in arguments and paths stands for the working directory.
 void expectPair(Arguments arguments, Paths paths)
 {
     const TemporaryFolder folder;
@@ -56,7 +55,7 @@ void expectPair(Arguments arguments, Paths paths)
     EXPECT_EQ(FilesIn(folder), "a/\nb/\nc/\nout/\nout/a/\n") << testing::PrintToString(arguments);
 }
 
-TEST(Paths, PathsGetDefaultNamesUnderABaseFolder)
+TEST(Paths, MissingPathsGetDefaultNamesUnderABaseDirectory)
 {
     for (const char *base : {"out", "out/"})
         expectPair({"-abs", base}, {"out/privateKey.pem", "out/publicKey.pem", "out/publicKeyhash.bin"});
@@ -66,7 +65,7 @@ TEST(Paths, PathsGetDefaultNamesUnderABaseFolder)
     expectPair({"-abs", "."}, {"./privateKey.pem", "./publicKey.pem", "./publicKeyhash.bin"});
 }
 
-TEST(Paths, PathsAreTakenRelativeToABaseFolder)
+TEST(Paths, PathsAreRelativeToTheBaseDirectory)
 {
     expectPair({"-abs", "out", "-pubk", "a/"},
                {"out/privateKey.pem", "out/a/publicKey.pem", "out/publicKeyhash.bin"});
@@ -80,14 +79,14 @@ TEST(Paths, PathsAreTakenRelativeToABaseFolder)
                {"out/../a/k.pem", "out/a/p.pem", "out/h.bin"});
 }
 
-TEST(Paths, PathsAreDerivedFromTheHashAlone)
+TEST(Paths, OtherPathsAreDerivedFromTheHashPath)
 {
     expectPair({"-hash", "c/"}, {"c/privateKey.pem", "c/publicKey.pem", "c/publicKeyhash.bin"});
     expectPair({"-hash", "c/h.bin"}, {"c/privateKey.pem", "c/publicKey.pem", "c/h.bin"});
     expectPair({"-hash", "h.bin"}, {"privateKey.pem", "publicKey.pem", "h.bin"});
 }
 
-TEST(Paths, PathsAreDerivedFromThePrivateKey)
+TEST(Paths, OtherPathsAreDerivedFromThePrivateKeyPath)
 {
     expectPair({"-prvk", "b/"}, {"b/privateKey.pem", "b/publicKey.pem", "b/publicKeyhash.bin"});
     expectPair({"-prvk", "b/k.pem"}, {"b/k.pem", "b/publicKey.pem", "b/publicKeyhash.bin"});
@@ -96,7 +95,7 @@ TEST(Paths, PathsAreDerivedFromThePrivateKey)
     expectPair({"-prvk", "k.pem", "-hash", "h.bin"}, {"k.pem", "publicKey.pem", "h.bin"});
 }
 
-TEST(Paths, PathsAreDerivedFromThePublicKey)
+TEST(Paths, OtherPathsAreDerivedFromThePublicKeyPath)
 {
     expectPair({"-pubk", "a/p.pem"}, {"a/privateKey.pem", "a/p.pem", "a/publicKeyhash.bin"});
     expectPair({"-PUBK", "a/"}, {"a/privateKey.pem", "a/publicKey.pem", "a/publicKeyhash.bin"});
@@ -105,14 +104,14 @@ TEST(Paths, PathsAreDerivedFromThePublicKey)
     expectPair({"-pubk", "a/", "-hash", "c/h.bin"}, {"a/privateKey.pem", "a/publicKey.pem", "c/h.bin"});
 }
 
-TEST(Paths, PathsAreTakenAsTheyStandWhenAllThreeAreGiven)
+TEST(Paths, PathsAreUsedUnchangedIfAllThreeAreGiven)
 {
     expectPair({"-pubk", "a/1.pem", "-prvk", "b/2.pem", "-hash", "c/3.bin"},
                {"b/2.pem", "a/1.pem", "c/3.bin"});
     expectPair({"-pubk", "1", "-prvk", "2", "-hash", "3"}, {"2", "1", "3"});
 }
 
-TEST(Paths, PathsAreTakenFromTheLongOptionsToo)
+TEST(Paths, PathsMayBeGivenWithTheLongOptions)
 {
     expectPair({"--public-key", "a/1.pem", "--Private-Key", "b/2.pem"},
                {"b/2.pem", "a/1.pem", "a/publicKeyhash.bin"});
@@ -120,7 +119,7 @@ TEST(Paths, PathsAreTakenFromTheLongOptionsToo)
                {"out/privateKey.pem", "out/publicKey.pem", "out/publicKeyhash.bin"});
 }
 
-TEST(Paths, OfTwoPathsTheLaterOneCounts)
+TEST(Paths, TheLaterOfTwoPathsIsUsed)
 {
     expectPair({"-pubk", "a/1.pem", "-pubk", "b/2.pem"},
                {"b/privateKey.pem", "b/2.pem", "b/publicKeyhash.bin"});
@@ -128,8 +127,8 @@ TEST(Paths, OfTwoPathsTheLaterOneCounts)
                {"out/privateKey.pem", "out/publicKey.pem", "out/publicKeyhash.bin"});
 }
 
-/// A folder is no file name: only the path that gives the folder, or lies under a base folder, gets a default
-/// name.
+/// A directory is not a file name: only the path that determines the directory, or that is below a base
+/// directory, gets a default name.
 void expectFailure(const Arguments &paths, const std::string &messages, const std::string &files)
 {
     const TemporaryFolder folder;
@@ -145,7 +144,7 @@ void expectFailure(const Arguments &paths, const std::string &messages, const st
     EXPECT_EQ(FilesIn(folder), files);
 }
 
-TEST(Paths, PathsGetNoDefaultNameWhenTheyDoNotGiveTheFolder)
+TEST(Paths, PathsThatDoNotDetermineTheDirectoryGetNoDefaultName)
 {
     const std::string noPrivateKey =
         Error("Error: creating Key File fails\n") + Error("Error occured while creating PEM file!\n");
@@ -165,7 +164,7 @@ TEST(Paths, PathsGetNoDefaultNameWhenTheyDoNotGiveTheFolder)
                   "a/\nb/\n0400 399 b/k.pem\nc/\n");
 }
 
-TEST(Paths, PathsAreNeededForKeysToBeMade)
+TEST(Paths, NoKeysAreMadeWithoutAPath)
 {
     const TemporaryFolder folder;
     for (const Arguments &arguments : {Arguments{"-pwd", "password"},

@@ -33,7 +33,7 @@ std::string failed(const std::string &size, const std::string &path, const std::
 
 const char *const notCreated = "Failed to create output file : ";
 
-TEST(RandomData, RandomDataIsWrittenInTheSizeThatIsAskedFor)
+TEST(RandomData, RandomDataIsWrittenInTheRequestedSize)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));
@@ -55,7 +55,7 @@ TEST(RandomData, RandomDataMayBeLargerThanTheStack)
     EXPECT_EQ(FilesIn(folder), "0644 1000000 noise.bin\n");
 }
 
-TEST(RandomData, HoldsEveryByteValueAboutAsOften)
+TEST(RandomData, EachByteValueOccursAboutEquallyOften)
 {
     const TemporaryFolder folder;
     RunIn(folder, {"-rand", "262144", "noise.bin"});
@@ -67,7 +67,7 @@ TEST(RandomData, HoldsEveryByteValueAboutAsOften)
     EXPECT_LT(*std::max_element(counts.begin(), counts.end()), 1344);
 }
 
-TEST(RandomData, ReplacesAnOlderFileAfterANotice)
+TEST(RandomData, AnOlderFileIsReplacedAfterANotice)
 {
     const TemporaryFolder folder;
     PutFile(folder, "noise.bin", std::string(5000, 'x'));
@@ -79,7 +79,7 @@ TEST(RandomData, ReplacesAnOlderFileAfterANotice)
     EXPECT_NE(ReadFile(folder / "noise.bin"), first);
 }
 
-TEST(RandomData, FollowsTheKeys)
+TEST(RandomData, RandomDataIsMadeAfterTheKeys)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(
@@ -96,7 +96,7 @@ TEST(RandomData, FollowsTheKeys)
     EXPECT_EQ(fs::file_size(folder / "other.bin"), 16U);
 }
 
-TEST(RandomData, RandomDataIsMadeThoughThePairFails)
+TEST(RandomData, RandomDataIsMadeEvenIfThePairFails)
 {
     const TemporaryFolder folder;
     fs::create_directories(folder.path() / "keys/privateKey.pem");
@@ -106,7 +106,7 @@ TEST(RandomData, RandomDataIsMadeThoughThePairFails)
     EXPECT_EQ(FilesIn(folder), "keys/\nkeys/privateKey.pem/\n0644 16 noise.bin\n");
 }
 
-TEST(RandomData, FailsInAMissingFolder)
+TEST(RandomData, RandomDataInAMissingDirectoryFails)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(
@@ -114,7 +114,7 @@ TEST(RandomData, FailsInAMissingFolder)
     EXPECT_EQ(FilesIn(folder), "");
 }
 
-TEST(RandomData, FailsAfterTheKeysAreMade)
+TEST(RandomData, TheKeysAreMadeBeforeRandomDataFails)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(EndedAsIn(
@@ -126,7 +126,7 @@ TEST(RandomData, FailsAfterTheKeysAreMade)
                                "0444 32 keys/publicKeyhash.bin\n");
 }
 
-TEST(RandomData, FailsWhereAFolderHasItsName)
+TEST(RandomData, RandomDataFailsIfADirectoryHasItsName)
 {
     const TemporaryFolder folder;
     fs::create_directory(folder.path() / "noise.bin");
@@ -135,7 +135,7 @@ TEST(RandomData, FailsWhereAFolderHasItsName)
     EXPECT_EQ(FilesIn(folder), "noise.bin/\n");
 }
 
-TEST(RandomData, TellsAFullDevice)
+TEST(RandomData, AFullDeviceIsReported)
 {
     const TemporaryFolder folder;
     fs::create_symlink("/dev/full", folder.path() / "full.bin");
@@ -143,19 +143,19 @@ TEST(RandomData, TellsAFullDevice)
     EXPECT_EQ(FilesIn(folder), "full.bin -> /dev/full\n");
 }
 
-TEST(RandomData, TellsAFileBeyondALimit)
+TEST(RandomData, AFileBeyondTheSizeLimitIsReported)
 {
     if (countsCoverage)
-        GTEST_SKIP() << "the counts of what is reached are beyond the limit, too";
+        GTEST_SKIP() << "the coverage data exceeds the limit, too";
     const TemporaryFolder folder;
-    // The limit is counted in blocks of 512 bytes, or of 1024.
+    // The unit of the limit is 512 or 1024 bytes.
     EXPECT_TRUE(
         Ended(RunInShell(folder, "ulimit -f 1; exec \"$@\"", {"-rand", "5000", "noise.bin"}), 1,
               Transcript("banner.txt") + failed("5000", "noise.bin", "Error while writing in file : ")));
     EXPECT_LE(fs::file_size(folder / "noise.bin"), 1024U);
 }
 
-TEST(RandomData, TakesSizesAsDecimalNumbers)
+TEST(RandomData, SizesAreReadAsDecimalNumbers)
 {
     const TemporaryFolder folder;
     for (const char *size : {" 5", "5 ", "05", "+5"}) {
@@ -166,7 +166,7 @@ TEST(RandomData, TakesSizesAsDecimalNumbers)
     }
 }
 
-TEST(RandomData, TakesAnythingElseForZero)
+TEST(RandomData, AnyOtherSizeCountsAsZero)
 {
     for (const char *size :
          {"many", "", "0x10", "1e3", "5.0", "2147483648", "4294967301", "99999999999999999999"}) {
@@ -177,7 +177,7 @@ TEST(RandomData, TakesAnythingElseForZero)
     }
 }
 
-TEST(RandomData, RefusesANegativeSizeAndTouchesNoFile)
+TEST(RandomData, ANegativeSizeIsRefusedAndNoFileChanges)
 {
     const TemporaryFolder folder;
     PutFile(folder, "old.bin", "contents");
@@ -190,7 +190,7 @@ TEST(RandomData, RefusesANegativeSizeAndTouchesNoFile)
     EXPECT_EQ(ReadFile(folder / "old.bin"), "contents");
 }
 
-TEST(RandomData, RandomDataMayHaveAnyNameThatEndsInBin)
+TEST(RandomData, TheFileMayHaveAnyNameThatEndsInBin)
 {
     const TemporaryFolder folder;
     for (const char *path : {".bin", "bruit é €.bin", "a.bin.bin", " .bin", "new\nline.bin"}) {
@@ -200,7 +200,7 @@ TEST(RandomData, RandomDataMayHaveAnyNameThatEndsInBin)
     }
 }
 
-TEST(RandomData, TakesTheLaterOfTwo)
+TEST(RandomData, TheLaterOfTwoRequestsForRandomDataIsUsed)
 {
     const TemporaryFolder folder;
     EXPECT_TRUE(Ended(RunIn(folder, {"-rand", "3", "a.bin", "--random", "4", "b.bin"}), 0,

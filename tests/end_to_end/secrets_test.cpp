@@ -1,4 +1,4 @@
-// Where a password can be read while, and after, the program uses it.
+// Where a password can be read during and after a run.
 #include "tests/support/captured_output.h"
 #include "tests/support/program_run.h"
 #include "tests/support/pseudo_terminal.h"
@@ -27,16 +27,17 @@
 namespace {
 
 const std::string marker = "marker zebra quartz";
-// What is to be looked for: the first bytes of released memory are soon overwritten.
+// The text searched for: the end of the password, because the first bytes of released memory are soon
+// overwritten.
 const std::string trace = "zebra quartz";
 
-TEST(ArgumentList, PasswordsAreGoneFromItWhileTheRunGoesOn)
+TEST(ArgumentList, PasswordsAreWipedFromTheArgumentListDuringTheRun)
 {
     const TemporaryFolder folder;
     PseudoTerminal terminal([&folder] {
         dprintf(STDOUT_FILENO, "%d\n", getpid());
-        Become(KeygenProgram(),
-               {.arguments = {"-pwd", marker, "-abs", "missing/folder"}, .folder = folder.path()});
+        Exec(KeygenProgram(),
+             {.arguments = {"-pwd", marker, "-abs", "missing/folder"}, .folder = folder.path()});
     });
     ASSERT_TRUE(terminal.shows(std::string("(y/n)") + messageEnd));
     const std::string arguments =
@@ -47,8 +48,8 @@ TEST(ArgumentList, PasswordsAreGoneFromItWhileTheRunGoesOn)
     EXPECT_EQ(terminal.end().status, 0);
 }
 
-/// The memory of a process. To be opened before the program has closed it to others: what is open by then can
-/// be read to the end.
+/// The memory of a process. Must be opened before the program closes it to other processes; what is already
+/// open stays readable.
 class Memory {
 public:
     explicit Memory(pid_t id)
@@ -62,8 +63,8 @@ public:
     Memory(const Memory &) = delete;
     Memory &operator=(const Memory &) = delete;
 
-    /// All that the process, which must be stopped, can write to, or only what the system has named `name`.
-    /// To be called once.
+    /// Everything that the process can write to, or only what the system has named `name`. The process must
+    /// be stopped, and this can be called only once.
     std::string writable(const std::string &name = {})
     {
         std::string content;
@@ -90,7 +91,7 @@ private:
     int memory;
 };
 
-/// The process of a run with `arguments`, its standard input being `input`. It is stopped before its start.
+/// The process of a run with `arguments` and with `input` as its standard input, stopped before its start.
 pid_t stoppedRun(const std::string &folder, const std::vector<std::string> &arguments,
                  const std::string &input = {})
 {
@@ -99,13 +100,13 @@ pid_t stoppedRun(const std::string &folder, const std::vector<std::string> &argu
     const pid_t id = fork();
     if (id == 0) {
         alarm(60);
-        const int nothing = open("/dev/null", O_RDWR);
+        const int nullDevice = open("/dev/null", O_RDWR);
         for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
-            dup2(nothing, stream);
+            dup2(nullDevice, stream);
         dup2(open((elsewhere / "input").c_str(), O_RDONLY), STDIN_FILENO);
         ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
         raise(SIGSTOP);
-        Become(KeygenProgram(), {.arguments = arguments, .folder = folder});
+        Exec(KeygenProgram(), {.arguments = arguments, .folder = folder});
     }
     waitpid(id, nullptr, 0);
     return id;
@@ -121,7 +122,7 @@ struct EndOfRun {
     std::string memory;
 };
 
-/// The end of a run, when nothing of it is left to be done.
+/// The end of a run, at the point where it has nothing left to do.
 EndOfRun endOf(const std::string &folder, const std::vector<std::string> &arguments,
                const std::string &input = {})
 {
@@ -171,7 +172,7 @@ std::string stackAfterStartUp(const std::string &folder, const std::vector<std::
     return stack;
 }
 
-/// The memory of a run that ends with success.
+/// The memory of a run that succeeds.
 std::string memoryAtTheEnd(const std::string &folder, const std::vector<std::string> &arguments)
 {
     const EndOfRun end = endOf(folder, arguments);
@@ -193,14 +194,14 @@ protected:
     {
         if (underSanitizers)
             GTEST_SKIP()
-                << "the sanitizer keeps what was released, and looks for leaks by the means by which this "
+                << "the sanitizer keeps released memory, and searches for leaks by the same means as this "
                    "test reads the memory";
     }
 };
 
-TEST_F(Secrets, PasswordsAreGoneFromTheStackBeforeTheRunBegins)
+TEST_F(Secrets, PasswordsAreWipedFromTheStackBeforeTheRunBegins)
 {
-    // Where the arguments lie, and with them what the C library reads of them at once, is drawn by lot.
+    // The arguments have another address in each run, so the C library reads other pieces of them.
     for (int i = 0; i < 10; ++i) {
         const TemporaryFolder folder;
         const std::string stack = stackAfterStartUp(folder.path(), {"-pwd", marker});
@@ -209,18 +210,18 @@ TEST_F(Secrets, PasswordsAreGoneFromTheStackBeforeTheRunBegins)
     }
 }
 
-TEST_F(Secrets, PasswordsAreGoneFromMemoryAtTheEndOfARun)
+TEST_F(Secrets, ThePasswordIsWipedAtTheEndOfARun)
 {
     const TemporaryFolder folder;
     const std::string visible = "marked_folder_name";
     const std::string memory = memoryAtTheEnd(folder.path(), {"-pwd", marker, "-abs", visible});
-    // What is no secret is still found, in the strings of the run.
+    // Text that is not secret is still found.
     EXPECT_NE(memory.find(inUtf16(visible)), std::string::npos);
     EXPECT_EQ(memory.find(trace), std::string::npos);
     EXPECT_EQ(memory.find(inUtf16(trace)), std::string::npos);
 }
 
-TEST_F(Secrets, PasswordsOfAPacketAreGoneFromMemory)
+TEST_F(Secrets, ThePasswordsOfAPacketAreWiped)
 {
     const TemporaryFolder folder;
     std::vector<std::string> arguments = {"-n", "8", "-abs", "keys", "-pwd"};
@@ -231,16 +232,16 @@ TEST_F(Secrets, PasswordsOfAPacketAreGoneFromMemory)
     EXPECT_EQ(memory.find(inUtf16(trace)), std::string::npos);
 }
 
-TEST_F(Secrets, ThePasswordOfAPairThatFailedIsGoneFromMemory)
+TEST_F(Secrets, ThePasswordOfAFailedPairIsWiped)
 {
     const TemporaryFolder folder;
-    std::filesystem::create_directory(folder / "privateKey.pem"); // where the file is to be
+    std::filesystem::create_directory(folder / "privateKey.pem"); // in place of the file
     const std::string memory = memoryAtTheEnd(folder.path(), {"-pwd", marker, "-abs", "."});
     EXPECT_EQ(memory.find(trace), std::string::npos);
     EXPECT_EQ(memory.find(inUtf16(trace)), std::string::npos);
 }
 
-TEST_F(Secrets, ThePasswordOfARunWithoutKeysIsGoneFromMemory)
+TEST_F(Secrets, ThePasswordOfARunWithoutKeysIsWiped)
 {
     const TemporaryFolder folder;
     const std::string memory = memoryAtTheEnd(folder.path(), {"-pwd", marker, "-rand", "16", "noise.bin"});
@@ -248,7 +249,7 @@ TEST_F(Secrets, ThePasswordOfARunWithoutKeysIsGoneFromMemory)
     EXPECT_EQ(memory.find(inUtf16(trace)), std::string::npos);
 }
 
-TEST_F(Secrets, PasswordsOfARunThatEndsEarlyAreGoneFromMemory)
+TEST_F(Secrets, ThePasswordsOfARunThatEndsEarlyAreWiped)
 {
     const struct {
         std::vector<std::string> arguments;
@@ -282,7 +283,7 @@ TEST_F(Secrets, PasswordsOfARunThatEndsEarlyAreGoneFromMemory)
     }
 }
 
-TEST_F(Secrets, PasswordsThatAreShownAreGoneFromMemory)
+TEST_F(Secrets, DisplayedPasswordsAreWiped)
 {
     const TemporaryFolder folder;
     const std::u16string shortPassword = u"\u2603\u2604\u2605";
@@ -293,7 +294,7 @@ TEST_F(Secrets, PasswordsThatAreShownAreGoneFromMemory)
               std::string::npos);
 }
 
-TEST_F(Secrets, PasswordsOfADialogueAreGoneFromMemory)
+TEST_F(Secrets, ThePasswordsOfADialogueAreWiped)
 {
     for (const std::string &first : {std::string(), marker + "\nno match\n"}) {
         const TemporaryFolder folder;
@@ -306,7 +307,7 @@ TEST_F(Secrets, PasswordsOfADialogueAreGoneFromMemory)
     }
 }
 
-TEST_F(Secrets, PasswordsOfADialogueThatEndsBeforeItAsksForThemAreGoneFromMemory)
+TEST_F(Secrets, PasswordsTypedAheadAreWipedIfTheDialogueEndsEarly)
 {
     const TemporaryFolder folder;
     const EndOfRun end = endOf(folder.path(), {}, "missing/folder\nn\n1\n" + marker + "\n" + marker + "\n");

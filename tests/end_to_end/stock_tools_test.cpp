@@ -1,4 +1,4 @@
-// Every kind of file, confirmed by tools that other people wrote.
+// Every kind of file, checked with independent tools.
 #include "tests/support/transcript.h"
 #include "tests/support/user_run.h"
 
@@ -24,7 +24,7 @@ const std::vector<Kind> kinds = {{"prime256v1", "aes256"},
 
 const Arguments eightPasswords = {"p111", "p222", "p333", "p444", "p555", "p666", "p777", "p888"};
 
-/// A folder with a pair of key files in it.
+/// A directory with a pair of key files in it.
 class Pair {
 public:
     explicit Pair(const Kind &kind = kinds[0], const std::string &password = "correct horse")
@@ -34,13 +34,13 @@ public:
         EXPECT_EQ(run.status, 0);
     }
 
-    /// Runs a tool in the folder.
+    /// Runs a tool in the directory.
     ProgramResult run(const std::string &program, const Arguments &arguments) const
     {
         return Run(program, {.arguments = arguments, .folder = folder.path().string()});
     }
 
-    /// What a shell command prints; it must succeed.
+    /// What a shell command prints. It must succeed.
     std::string printed(const std::string &command) const
     {
         const ProgramResult result = run("sh", {"-c", command});
@@ -80,7 +80,7 @@ testing::AssertionResult pairPassesChecks(const Pair &pair, const Kind &kind, co
                                       "keys/publicKey.pem", "keys/publicKeyhash.bin", password});
 }
 
-TEST(OpensslTool, OpensThePrivateKeyWithItsPasswordAlone)
+TEST(OpensslTool, OpensThePrivateKeyWithItsPasswordOnly)
 {
     for (const Kind &kind : kinds) {
         const Pair pair(kind);
@@ -95,7 +95,7 @@ TEST(OpensslTool, OpensThePrivateKeyWithItsPasswordAlone)
     }
 }
 
-TEST(OpensslTool, OpensALongPasswordsKeyWithItsFirst1024Bytes)
+TEST(OpensslTool, OpensAKeyWithALongPasswordUnderItsFirst1024Bytes)
 {
     std::string password;
     for (int i = 0; i < 1023; ++i)
@@ -131,7 +131,7 @@ TEST(OpensslTool, DecryptsThePrivateKeyToTheSamePair)
     }
 }
 
-/// What the tool prints about the structure of a file, without salts, vectors and ciphertexts.
+/// What the tool prints about the structure of a file, without salts, initialisation vectors and ciphertexts.
 std::string structureOf(const Pair &pair, const std::string &name)
 {
     return std::regex_replace(pair.printed(OPENSSL_TOOL " asn1parse -in keys/" + name),
@@ -152,7 +152,7 @@ TEST(OpensslTool, ShowsTheStructureOfThePublicKey)
                                       structureOf(Pair(kind), "publicKey.pem")));
 }
 
-TEST(Sha256sum, RecomputesThePublicKeyHash)
+TEST(Sha256sum, ComputesTheSamePublicKeyHash)
 {
     for (const Kind &kind : kinds) {
         const Pair pair(kind);
@@ -163,7 +163,7 @@ TEST(Sha256sum, RecomputesThePublicKeyHash)
     }
 }
 
-// Of the two curves, certtool knows prime256v1 alone; the encryption of a key file it shows on both.
+// Of the two curves, certtool supports prime256v1 only, but it shows the encryption of a key file on both.
 TEST(Certtool, ShowsTheEncryptionOfThePrivateKey)
 {
     for (const Kind &kind : kinds) {
@@ -191,13 +191,13 @@ TEST(Certtool, DerivesThePublicKeyFromThePrivateKey)
     }
 }
 
-TEST(KeyFileChecks, TheChecksConfirmAPairOfEachKind)
+TEST(KeyFileChecks, TheChecksAcceptAPairOfEachKind)
 {
     for (const Kind &kind : kinds)
         EXPECT_TRUE(pairPassesChecks(Pair(kind), kind, "correct horse"));
 }
 
-TEST(KeyFileChecks, TheChecksCanFail)
+TEST(KeyFileChecks, TheChecksRejectWrongFiles)
 {
     const Pair pair(kinds[0]);
     EXPECT_FALSE(pairPassesChecks(pair, kinds[0], "Correct horse"));
@@ -212,7 +212,7 @@ TEST(KeyFileChecks, TheChecksCanFail)
                                             other.folder / "keys/publicKeyhash.bin", "correct horse"}));
 }
 
-TEST(KeyFileChecks, TheChecksConfirmPasswordsOfEveryLengthAndScript)
+TEST(KeyFileChecks, TheChecksAcceptPasswordsOfEveryLengthAndScript)
 {
     std::string longest;
     for (int i = 0; i < 1023; ++i)
@@ -223,7 +223,7 @@ TEST(KeyFileChecks, TheChecksConfirmPasswordsOfEveryLengthAndScript)
         EXPECT_TRUE(pairPassesChecks(Pair(kinds[0], password), kinds[0], password));
 }
 
-TEST(KeyFileChecks, TheChecksConfirmAPacketOnEachCurveUnderEachCipher)
+TEST(KeyFileChecks, TheChecksAcceptAPacketOnEachCurveWithEachCipher)
 {
     for (const Kind &kind : kinds) {
         const TemporaryFolder folder;
@@ -236,7 +236,7 @@ TEST(KeyFileChecks, TheChecksConfirmAPacketOnEachCurveUnderEachCipher)
     }
 }
 
-TEST(KeyFileChecks, TheChecksConfirmAPacketOfOne)
+TEST(KeyFileChecks, TheChecksAcceptAPacketOfOne)
 {
     for (const char *curve : {"prime256v1", "brainpoolP256t1"}) {
         const TemporaryFolder folder;
@@ -255,7 +255,7 @@ TEST(KeyFileChecks, TheChecksConfirmThatPasswordsOfEarlierOptionsComeFirst)
                                       "p333", "p444", "p555", "p666", "p777"}));
 }
 
-TEST(KeyFileChecks, TheChecksConfirmThatOnePairTakesTheFirstOfEightAndTheLatestOption)
+TEST(KeyFileChecks, TheChecksConfirmThatOnePairUsesTheFirstPasswordOfTheLastOption)
 {
     const TemporaryFolder folder;
     Arguments arguments = {"-abs", "keys", "-pwd", "zero", "-pwd"};
@@ -271,7 +271,7 @@ TEST(KeyFileChecks, TheChecksConfirmThatOnePairTakesTheFirstOfEightAndTheLatestO
     EXPECT_TRUE(opens("late"));
 }
 
-/// The table hash of a packet whose pair 3 fails, with the public key file of pair 3 found as `left`.
+/// Checks the table hash of a packet whose pair 3 fails, with the public key file of pair 3 left as `left`.
 void expectTableHash(const char *curve, const std::string &left)
 {
     const TemporaryFolder folder;
@@ -284,7 +284,7 @@ void expectTableHash(const char *curve, const std::string &left)
     EXPECT_TRUE(passesChecks(folder, {"table", curve, "packet", "8"})) << curve << left;
 }
 
-TEST(KeyFileChecks, TheChecksConfirmTheTableHashOfAPacketWithAPairThatFailed)
+TEST(KeyFileChecks, TheChecksAcceptTheTableHashOfAPacketWithAFailedPair)
 {
     for (const char *curve : {"prime256v1", "brainpoolP256t1"}) {
         expectTableHash(curve, "");
@@ -293,7 +293,7 @@ TEST(KeyFileChecks, TheChecksConfirmTheTableHashOfAPacketWithAPairThatFailed)
     }
 }
 
-TEST(KeyFileChecks, TheChecksConfirmTheTableHashOfAPacketWithoutAnyPair)
+TEST(KeyFileChecks, TheChecksAcceptTheTableHashOfAPacketWithoutAnyPair)
 {
     const TemporaryFolder folder;
     RunIn(folder, {"-n", "1", "-abs", "packet"});

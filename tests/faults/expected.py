@@ -1,6 +1,6 @@
-"""What the runs of the sweep print: put together from the transcripts, message by message.
+"""What the runs of the sweep print, composed from the transcripts, message by message.
 
-Only what nothing but a failed allocation brings forth stands here itself.
+Only messages that nothing but a failed allocation causes are defined here.
 """
 import os
 import pathlib
@@ -9,7 +9,7 @@ import re
 TREE = pathlib.Path(__file__).resolve().parents[2]
 TRANSCRIPTS = TREE / "tests" / "transcripts"
 VERSION = re.search(r"^project\(keygen VERSION (\S+)", (TREE / "CMakeLists.txt").read_text("utf-8"), re.MULTILINE)[1]
-# What ends each message.
+# The end of each message.
 RESET = "\x1b[0m\x1b[39;49m"
 
 ONE_PASSWORD = "correct horse"
@@ -24,7 +24,7 @@ ARGUMENTS = {
 
 
 def messages(name, *replacements):
-    """The messages of a transcript, with other paths or sizes in place of those that it shows."""
+    """The messages of a transcript, with its paths or sizes replaced."""
     text = (TRANSCRIPTS / f"{name}.txt").read_text("utf-8").replace("@VERSION@", VERSION)
     for there, here in replacements:
         assert there in text, (name, there)
@@ -37,18 +37,18 @@ def error(text):
     return "\x1b[00;31m " + text + RESET
 
 
-# Messages of functions that only fail where an allocation does.
+# Messages of functions that fail only if an allocation fails.
 NO_KEY = error("Error occured while generating Keypair! \n")
 NO_BUFFER = error("Error: allocating buffer for PubKey hash fails\n")
-# This one has no colour.
+# This message has no colour.
 NOT_CONVERTED = "Error: converting public Key to DER Format fails \n"
 NOT_ENCODED = [error("Error: creating buffer for DER fromat public key fails\n"),
                error("Error: creating DER fromat public key fails\n")]
 NOT_HASHED = [error("unknown message digest "), error("Error : calculating public Key (DER Format) hash fails\n"),
               error("Error: calculating PubKey hash fails\n")]
-STAND_HERE = [NO_KEY, NO_BUFFER, NOT_CONVERTED, *NOT_ENCODED, *NOT_HASHED]
+DEFINED_HERE = [NO_KEY, NO_BUFFER, NOT_CONVERTED, *NOT_ENCODED, *NOT_HASHED]
 
-# A run on one pair: three messages of the banner, one for the curve, then what each pair prints.
+# A run for one pair: three messages of the banner, one for the curve, then what each pair prints.
 PAIR = messages("pair_prime256v1_aes256")
 BANNER, SELECTED, REPORTED_PAIR = "".join(PAIR[:3]), PAIR[3], PAIR[4:]
 STARTED = "".join(REPORTED_PAIR[:2])
@@ -57,7 +57,7 @@ MADE = STARTED + PRIVATE_CREATED + PUBLIC_CREATED + HASH_CREATED
 
 
 def failure(name, *replacements):
-    """What a pair prints that fails, after it has started, less what it has created."""
+    """What a failing pair prints after its start, without the messages for the files that it created."""
     return "".join(messages(name, *replacements)[6:]).replace(PRIVATE_CREATED, "").replace(PUBLIC_CREATED, "")
 
 
@@ -69,7 +69,7 @@ PAIR_FAILED = messages("pair_without_hash")[-1]
 HASH_FAILED = messages("pair_without_hash")[-2]
 FILES_NOT_FOUND = [messages(f"pair_{name}_not_found")[-1] for name in ("private_key", "public_key", "hash")]
 
-# Of a packet, each step begins like a pair; the last one is followed by what is said of the table.
+# In a packet, each step begins like a pair. The last step is followed by the messages about the table.
 PACKET = messages("packet_prime256v1_aes256")
 TABLE_REPORTED = "".join(PACKET[-3:])
 TABLE_NOT_WRITTEN = "".join(messages("packet_without_table_hash")[-4:])
@@ -94,10 +94,10 @@ class Pair:
         self.files = [self.private, self.public, self.hash]
         self.reported = "".join(REPORTED_PAIR) if number is None else STEPS[number]
         assert self.reported.startswith(MADE) and all(path in self.reported for path in self.files)
-        # The first message after the files is that of the success.
+        # The first message after the files reports the success.
         self.success = self.reported[len(MADE):].split(RESET)[0]
         self.hash_not_written = failure("pair_without_hash", ("keys/publicKeyhash.bin", self.hash))
-        # What follows the failure of pair 3, whose public key cannot be opened for the table.
+        # The messages after the failure of pair 3, whose public key cannot be opened for the table.
         after = WITHOUT_PRIVATE_KEY_3.split(PAIR_FAILED)[1].split(STARTED)[0]
         self.unread = after.replace("packet/publicKey03.pem", self.public)
 
@@ -108,7 +108,7 @@ TABLE = "packet/publicKeysHashHashes.bin"
 
 
 def refusals(folder):
-    """A folder that is not there, and a question that is answered with n: for each of the three paths."""
+    """A missing directory, and a question answered with n: for each of the three paths."""
     question = "".join(messages("base_folder_declined", ("new/sub", folder))[3:5])
     names = [("public_key_folder_declined", "a/p.pem", "publicKey.pem"),
              ("private_key_folder_declined", "b/k.pem", "privateKey.pem"),
@@ -117,7 +117,7 @@ def refusals(folder):
 
 
 def expected_pair(pair, call, purpose):
-    """What a pair prints, and the files that it has written whole or not, when `call` failed for `purpose`."""
+    """What a pair prints if `call` failed for `purpose`, the files that it created, and those that it completed."""
     writing = {"write", "interrupted", "fflush"}
     created, written = [pair.private], [pair.private]
     if (call, purpose) == ("fopen", "wb " + pair.private):
@@ -129,7 +129,7 @@ def expected_pair(pair, call, purpose):
         return text + PUBLIC_NOT_CREATED, created, written
     created = created + [pair.public]
     if purpose in (pair.public, "wb " + pair.public) and call in writing | {"fclose"}:
-        # The stream's content is flushed by a close that fails, or after a flush that failed.
+        # A close that fails still flushes the stream, and so does the close after a failed flush.
         whole = call in ("fclose", "fflush")
         return text + PUBLIC_NOT_WRITTEN, created, written + [pair.public] * whole
     written = written + [pair.public]
@@ -139,7 +139,7 @@ def expected_pair(pair, call, purpose):
 
 
 def expected_keys(run, call, purpose):
-    """Output, status and files of a run that makes keys."""
+    """The output, the status and the files of a run that makes keys."""
     folder = os.path.dirname(PAIRS[run][0].private)
     if (call, os.path.normpath(purpose)) == ("mkdir", folder):
         return BANNER + refusals(folder)[0], 1, []
@@ -172,12 +172,12 @@ def expected_random(call, purpose):
         return ANNOUNCED + RANDOM_NOT_CREATED + RANDOM_FAILED, 1, []
     if purpose == "noise.bin" and call in ("write", "close"):
         return ANNOUNCED + RANDOM_NOT_WRITTEN + RANDOM_FAILED, 1, ["noise.bin"]
-    # A signal that comes in between, or half of what was to be written, is no failure.
+    # An interruption by a signal, or a partial write, is not a failure.
     return "".join(RANDOM), 0, ["noise.bin"]
 
 
 def expected(run, call, purpose):
-    """Output, status and files of a run in which `call` failed for `purpose`."""
+    """The output, the status and the files of a run in which `call` failed for `purpose`."""
     return expected_random(call, purpose) if run == "random" else expected_keys(run, call, purpose)
 
 
@@ -186,7 +186,7 @@ def either(*choices):
 
 
 def failures_of_pair(pair):
-    """A regular expression for what a pair that has no success to report prints."""
+    """A regular expression for what a failing pair prints."""
     literal = re.escape
     not_encoded = either(literal(NOT_EXTRACTED), *map(literal, NOT_ENCODED))
     no_hash = either(
@@ -203,7 +203,7 @@ def failures_of_pair(pair):
 
 
 def possible_outputs(run):
-    """Regular expressions for all that a run may print where an allocation fails, by its status."""
+    """Regular expressions for everything that a run may print if an allocation fails, by its status."""
     literal = re.escape
     if run == "random":
         return {0: literal("".join(RANDOM)),

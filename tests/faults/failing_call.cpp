@@ -1,16 +1,16 @@
-// Preloaded into a program, makes one call of one function of the C library fail, and counts the calls from
-// the start of main() on.
+// A library to preload into a program. It makes one call of one function of the C library fail, and counts
+// the calls from the start of main() on.
 //
-//   FAILING_CALL    the function's name; FAILING_AT its call that fails, from 1 on
+//   FAILING_CALL    the name of the function; FAILING_AT the number of its call that fails, from 1 on
 //   FAILURE_REPORT  a file that receives "early" or "late", before or after the program's first message, and
-//                   what the call that failed was for: "late wb keys/publicKey.pem"
+//                   the purpose of the failing call: "late wb keys/publicKey.pem"
 //   CALL_COUNTS     a file that receives "name count" for each function when the program ends
-//   RAISED_SIGNAL   the number of a signal that comes before one call, which does not fail
-//   RAISED_AT       the call's number, from 1 on, among the calls that have to do with files
+//   RAISED_SIGNAL   the number of a signal that is raised before one call, which does not fail
+//   RAISED_AT       the number of that call, from 1 on, among the calls that concern files
 //
-// Two names stand for calls of write() that do not fail in earnest: "short" writes half of what it is given,
-// "interrupted" nothing, as when a signal comes.
-#include "tests/support/processors_generator.h"
+// Two names mean calls of write() without a permanent failure: "short" writes half of the bytes,
+// "interrupted" writes nothing, as when a signal arrives.
+#include "tests/support/processor_generator.h"
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -31,7 +31,7 @@
 #include <cstdlib>
 #include <cstring>
 
-// The C library's own allocator, under the names that it exports for replacements of malloc.
+// The allocator of the C library, under the names that it exports for replacements of malloc.
 extern "C" void *__libc_malloc(size_t size);
 extern "C" void *__libc_calloc(size_t count, size_t size);
 extern "C" void *__libc_realloc(void *block, size_t size);
@@ -73,11 +73,12 @@ int raisedSignal = 0;
 unsigned long raisedAt = 0;
 unsigned long raisableCalls = 0;
 
-// Before main() the libraries set themselves up: some of them wait for ever where an allocation fails.
+// Calls before main() never fail: the libraries initialise themselves then, and some wait forever if an
+// allocation fails.
 std::atomic<bool> isRunning = false;
 std::atomic<bool> hasSpoken = false;
 
-/// Names of the streams that are open; "" for the standard ones.
+/// The names of the open streams; "" for the standard streams.
 struct Stream {
     FILE *file;
     char name[240];
@@ -108,7 +109,7 @@ F *next(const char *name)
     return reinterpret_cast<F *>(dlsym(RTLD_NEXT, name));
 }
 
-/// Writes to `variable`'s file without a call of what may be failing.
+/// Appends to the file that `variable` names, without the functions that may be failing.
 void report(const char *variable, const char *text, size_t size)
 {
     const char *const path = getenv(variable);
@@ -121,7 +122,7 @@ void report(const char *variable, const char *text, size_t size)
 
 void raiseBefore(Function function)
 {
-    // What is called too often, and the second and third name of a write.
+    // Functions that are called too often, and the two other names of write().
     constexpr std::array others = {MALLOC, GETRANDOM, GETENTROPY, SHORT, INTERRUPTED};
     if (std::find(others.begin(), others.end(), function) != others.end())
         return;
@@ -129,7 +130,7 @@ void raiseBefore(Function function)
         std::raise(raisedSignal);
 }
 
-/// Counts a call; true when it is the one to fail, with errno set to `error`.
+/// Counts a call. Returns true, with errno set to `error`, if it is the call that has to fail.
 bool fails(Function function, int error, const char *purpose)
 {
     if (!isRunning)
@@ -159,7 +160,7 @@ int mainWithFailures(int count, char **arguments, char **environment)
         raisedSignal = static_cast<int>(strtol(signal, nullptr, 10));
         raisedAt = strtoul(getenv("RAISED_AT"), nullptr, 10);
     }
-    ShowProcessorsGenerator(false);
+    UseProcessorGenerator(false);
     isRunning = true;
     return programsMain(count, arguments, environment);
 }
@@ -176,8 +177,7 @@ struct CountsAtExit {
     }
 } countsAtExit;
 
-/// The path of a file that a descriptor of ours stands for: only descriptors that were opened by name are
-/// looked at.
+/// The paths of the files that this library opened by name, by file descriptor.
 std::array<char[240], 64> pathsOfDescriptors;
 
 const char *pathOf(int file)
@@ -192,7 +192,7 @@ int opened(int file, const char *path)
     return file;
 }
 
-/// What a stream of the C library does with write(), which cannot be replaced inside it.
+/// Does what a stream of the C library does with write(), which cannot be replaced inside the C library.
 ssize_t writeOfStream(void *cookie, const char *bytes, size_t size)
 {
     const int file = static_cast<int>(reinterpret_cast<intptr_t>(cookie));
@@ -333,7 +333,7 @@ int fclose(FILE *file)
         if (stream.file == file)
             stream.file = nullptr;
     }
-    // Closed all the same: a failed close leaves no open stream.
+    // The stream is closed nevertheless: a failed close leaves no open stream.
     const int status = next<int(FILE *)>("fclose")(file);
     return failing ? EOF : status;
 }

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Makes every call that a run reaches fail, one run for each, and holds what the run says and leaves behind against
-what it is to say and leave.
+"""Makes every call that a run reaches fail, one call in each run, and compares the output and the files of the run
+with the expected ones.
 
 A failed call for a file has one outcome: the whole output, the status, the files and their modes are compared. After a
-failed allocation, or without random bytes, a run may stop in more than one place: its output must be one that the
-messages of the failures add up to, with the status that goes with it, or the C++ runtime ends it. It may never crash,
-hang, or report a success over a file that is missing, short or wrong.
+failed allocation, or without random bytes, a run may stop in more than one place: its output must be a valid sequence
+of the messages for the failures, with the status that belongs to it, or the C++ runtime ends the run. It must never
+crash, hang, or report success for a file that is missing, short or wrong.
 """
 import argparse
 import concurrent.futures
@@ -19,28 +19,28 @@ import subprocess
 import sys
 import tempfile
 
-from expected import ARGUMENTS, NO_KEY, PAIRS, POSSIBLE, RANDOM_SIZE, STAND_HERE, STARTED, TABLE, expected
+from expected import ARGUMENTS, NO_KEY, PAIRS, POSSIBLE, RANDOM_SIZE, DEFINED_HERE, STARTED, TABLE, expected
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from check_key_files import NotSo, check_pair, check_table
+from check_key_files import CheckFailed, check_pair, check_table
 
 SECONDS = 60
-# What a run does once, at its end, takes few of its allocations: a packet's table of hashes, say.
+# What a run does once at its end, such as the table of hashes of a packet, needs only a few of its allocations.
 LAST_ALLOCATIONS = 200
 PRIVATE_MODE, PUBLIC_MODE, DEFAULT_MODE, OVERWRITABLE_MODE = 0o400, 0o444, 0o644, 0o226
 
 
-class Wrong(Exception):
-    """What a run did and must not do."""
+class RunError(Exception):
+    """A run did something that it must not do."""
 
 
-# What is left behind.
+# The files that a run leaves.
 
 def check_table_hash(folder, output):
-    """The table's hash, over the keys that could be read back: the others count as zeros."""
+    """Checks the hash of the table over the keys that could be read back. The others count as zeros."""
     unread = set()
     for number, step in enumerate(output.split(STARTED)[1:]):
-        # What is said after the pair's own report is about reading its public key back.
+        # Messages after the report of the pair itself are about reading its public key back.
         after = re.split("Error: An error occured while generating key files|-{60}", step)[-1]
         if "public key fails" in after:
             unread.add(number)
@@ -51,10 +51,10 @@ def check_random_data(folder):
     with open(f"{folder}/noise.bin", "rb") as file:
         noise = file.read()
     if len(noise) != RANDOM_SIZE:
-        raise Wrong("random data reported, and short")
-    # Eight bytes alike in a row come once in 2^40 files.
+        raise RunError("random data is reported but too short")
+    # Eight equal bytes in a row occur in one of 2^40 files.
     if re.search(rb"(?s)(.)\1{7}", noise):
-        raise Wrong("random data reported that is not random")
+        raise RunError("the reported random data is not random")
 
 
 def mode_of(folder, path):
@@ -62,24 +62,24 @@ def mode_of(folder, path):
 
 
 def check_modes(run, folder, paths, call, purpose):
-    """Of files that were reported. A mode that could not be set is no failure of the run."""
+    """Checks the modes of reported files. A mode that could not be set is not a failure of the run."""
     for path in paths:
-        wanted = {PRIVATE_MODE} if "privateKey" in path else {PUBLIC_MODE}
+        allowed = {PRIVATE_MODE} if "privateKey" in path else {PUBLIC_MODE}
         if path == "noise.bin":
-            wanted = {DEFAULT_MODE}
+            allowed = {DEFAULT_MODE}
         elif call == "chmod" and purpose == path:
-            # Of an older file's two calls, the first makes it writable.
-            wanted |= {OVERWRITABLE_MODE} if run == "again" else {DEFAULT_MODE}
+            # The first of the two calls for an older file makes it writable.
+            allowed |= {OVERWRITABLE_MODE} if run == "again" else {DEFAULT_MODE}
             if run != "again":
-                wanted -= {PRIVATE_MODE, PUBLIC_MODE}
+                allowed -= {PRIVATE_MODE, PUBLIC_MODE}
         elif call in ("statx", "stat") and purpose == path:
-            wanted |= {DEFAULT_MODE, OVERWRITABLE_MODE}
-        if mode_of(folder, path) not in wanted:
-            raise Wrong(f"{path} has the mode {mode_of(folder, path):04o}")
+            allowed |= {DEFAULT_MODE, OVERWRITABLE_MODE}
+        if mode_of(folder, path) not in allowed:
+            raise RunError(f"{path} has the mode {mode_of(folder, path):04o}")
 
 
 def check_reports(run, folder, output, call, purpose):
-    """What is reported as a success is one."""
+    """Checks that everything that is reported as a success really is one."""
     reported = []
     try:
         for pair in PAIRS.get(run, []):
@@ -93,8 +93,8 @@ def check_reports(run, folder, output, call, purpose):
         if "Random data generated successfully" in output:
             check_random_data(folder)
             reported.append("noise.bin")
-    except (NotSo, OSError, ValueError) as problem:
-        raise Wrong(f"reported as a success: {problem}") from problem
+    except (CheckFailed, OSError, ValueError) as problem:
+        raise RunError(f"reported as a success: {problem}") from problem
     check_modes(run, folder, reported, call, purpose)
 
 
@@ -103,7 +103,7 @@ def files_in(folder):
                   for name in names)
 
 
-# Calls with more than one outcome: what they are for cannot be told from outside.
+# Calls with more than one outcome: their purpose cannot be determined from outside.
 SEVERAL_OUTCOMES = {"malloc", "statx", "stat"}
 
 
@@ -112,57 +112,57 @@ def has_one_outcome(run, call):
 
 
 def check_exactly(run, folder, status, output, call, purpose):
-    text, wanted_status, wanted_files = expected(run, call, purpose)
+    text, expected_status, expected_files = expected(run, call, purpose)
     if output != text:
-        raise Wrong(f"for {purpose!r}: prints {output!r}, not {text!r}")
-    if status != wanted_status:
-        raise Wrong(f"for {purpose!r}: ends by {status}, not {wanted_status}")
-    # Files of an earlier run stay.
-    wanted_files = set(wanted_files) | set(PAIRS[run][0].files if run == "again" else [])
-    if set(files_in(folder)) != wanted_files:
-        raise Wrong(f"for {purpose!r}: leaves {files_in(folder)}")
+        raise RunError(f"for {purpose!r}: prints {output!r}, not {text!r}")
+    if status != expected_status:
+        raise RunError(f"for {purpose!r}: ends by {status}, not {expected_status}")
+    # Files of an earlier run are kept.
+    expected_files = set(expected_files) | set(PAIRS[run][0].files if run == "again" else [])
+    if set(files_in(folder)) != expected_files:
+        raise RunError(f"for {purpose!r}: leaves {files_in(folder)}")
 
 
 def check(run, folder, result, call="", when="", purpose=""):
     status, output, errors = result.returncode, result.stdout.decode(errors="replace"), result.stderr
     if when == "early" and status < 0 and call == "malloc":
-        # While the application library sets itself up it ends in ways of its own.
+        # During its initialisation the application library ends in its own ways.
         if output or (run != "again" and files_in(folder)):
-            raise Wrong(f"ended by {status} after it had begun")
+            raise RunError(f"ended by {status} after it had started its work")
         return
     if status == -signal.SIGABRT and call == "malloc":
         check_reports(run, folder, output, call, purpose)
         return
     if status not in (0, 1):
-        raise Wrong(f"ended by {status}")
+        raise RunError(f"ended by {status}")
     check_reports(run, folder, output, call, purpose)
     if has_one_outcome(run, call):
         check_exactly(run, folder, status, output, call, purpose)
     elif not POSSIBLE[run][status].fullmatch(output):
-        raise Wrong(f"ends by {status}, which does not go with {output!r}")
+        raise RunError(f"ends by {status}, which does not match {output!r}")
     if errors and NO_KEY not in output:
-        raise Wrong(f"writes to standard error: {errors!r}")
+        raise RunError(f"writes to standard error: {errors!r}")
 
 
 class Sweep:
     def __init__(self, program, shim):
         self.program = program
         self.shim = shim
-        # Files in memory take less time than others.
+        # Files in memory are faster than others.
         self.scratch = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
 
     def execute(self, run, folder, settings):
-        # A blank in LD_PRELOAD parts two libraries; the folder may have one.
+        # A space in LD_PRELOAD separates two libraries, and the path of the build may contain one.
         folder_of_shim, shim = os.path.split(self.shim)
         environment = dict(os.environ, LD_PRELOAD=shim, LD_LIBRARY_PATH=folder_of_shim, **settings)
         try:
             return subprocess.run([self.program, *ARGUMENTS[run]], cwd=folder, env=environment, timeout=SECONDS,
                                   input=b"n\n" * 100, capture_output=True, umask=0o022, check=False)
         except subprocess.TimeoutExpired as problem:
-            raise Wrong("hangs") from problem
+            raise RunError("hangs") from problem
 
     def prepare(self, run, folder):
-        """The folder that the run works in."""
+        """Creates and returns the working directory of the run."""
         os.mkdir(f"{folder}/work")
         if run == "again":
             subprocess.run([self.program, *ARGUMENTS["pair"]], cwd=f"{folder}/work", stdout=subprocess.DEVNULL,
@@ -184,33 +184,33 @@ class Sweep:
             result = self.execute(run, work, {"FAILING_CALL": call, "FAILING_AT": str(number),
                                               "FAILURE_REPORT": f"{folder}/report"})
             if not os.path.exists(f"{folder}/report"):
-                # The libraries do not allocate equally often in each run; this one ended before.
+                # The number of allocations in the libraries differs between runs; this run ended before the call.
                 check(run, work, result, "malloc")
                 return None
             with open(f"{folder}/report", encoding="utf-8") as file:
                 when, _, purpose = file.read().partition(" ")
             check(run, work, result, call, when, purpose)
             return None
-        except Wrong as wrong:
+        except RunError as wrong:
             return f"{run}, {call} call {number}: {wrong}"
         finally:
             shutil.rmtree(folder, ignore_errors=True)
 
     def check_messages(self):
-        """What no transcript shows stands in the program, word for word."""
+        """Checks that the messages that no transcript contains are in the program, word for word."""
         content = pathlib.Path(self.program).read_bytes()
-        for text in STAND_HERE:
+        for text in DEFINED_HERE:
             words = re.sub(r"\x1b\[[0-9;]*m ?", "", text).strip("\n").encode()
             if words not in content:
-                raise Wrong(f"there is no such message: {words}")
+                raise RunError(f"the program has no such message: {words}")
 
     def sweep(self, pool, run, options):
-        """Every call of the few functions; of the allocations, which are many, one in `every`, and the last."""
+        """Makes every call fail, except that of the many allocations only one in `every` and the last ones fail."""
         failures = []
         try:
             self.check_messages()
             counts = self.count_calls(run)
-        except Wrong as wrong:
+        except RunError as wrong:
             return [f"{run}, without a failure: {wrong}"]
         place, slices = map(int, options.slice.split("/"))
         for call, count in counts.items():
@@ -231,9 +231,9 @@ def main():
     parser.add_argument("program")
     parser.add_argument("shim")
     parser.add_argument("--every", type=int, default=1, metavar="N",
-                        help="of the allocations, make one in N fail, and all of the last; 0 for none")
+                        help="make only one in N allocations fail, and all of the last ones; 0 for none")
     parser.add_argument("--run", choices=ARGUMENTS, action="append", help="only this run (may be repeated)")
-    parser.add_argument("--slice", default="1/1", help="of the calls, 2/3 being each third from the second on")
+    parser.add_argument("--slice", default="1/1", help="which calls: 2/3 means every third call from the second on")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="runs at the same time")
     options = parser.parse_args()
     sweep = Sweep(os.path.abspath(options.program), os.path.abspath(options.shim))

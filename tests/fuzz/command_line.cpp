@@ -1,5 +1,5 @@
-// The command line, from its bytes to complete and checked run settings. An input holds the arguments, a zero
-// byte between each two.
+// The command line, from its bytes to complete and checked run settings. An input contains the arguments,
+// separated by zero bytes.
 #include "keygen/command_line.h"
 #include "keygen/key_paths.h"
 #include "keygen/password_rules.h"
@@ -22,7 +22,7 @@ bool mentions(const QList<QByteArray> &arguments, std::initializer_list<const ch
     });
 }
 
-bool hasLength(const QString &text)
+bool hasAcceptedLength(const QString &text)
 {
     return text.size() >= 4 && text.size() <= 1023;
 }
@@ -34,9 +34,9 @@ void requireCheckedPasswords()
     if (!isPasswordCmd)
         return;
     if (numberPassword == 1)
-        Require(hasLength(password), "the one password has an accepted length");
+        Require(hasAcceptedLength(password), "the single password has an accepted length");
     for (int i = 0; numberPassword != 1 && i < numberKeys; ++i)
-        Require(hasLength(passwordOf(i)), "each password that is used has an accepted length");
+        Require(hasAcceptedLength(passwordOf(i)), "each password that is used has an accepted length");
 }
 
 void requireCompletePaths(const QList<QByteArray> &arguments)
@@ -47,16 +47,15 @@ void requireCompletePaths(const QList<QByteArray> &arguments)
     };
     if (!isKeyGeneration)
         Require(all([](const QString &path) { return path.isEmpty(); }),
-                "keys without a path are not generated");
+                "no keys are generated without a path");
     else
-        Require(all([](const QString &path) { return !path.isEmpty(); }),
-                "keys that are generated have all paths");
+        Require(all([](const QString &path) { return !path.isEmpty(); }), "generated keys have all paths");
     if (absolutePath.isEmpty())
         return;
-    Require(mentions(arguments, {"-abs", "--absolute-path"}), "the base folder was given");
-    Require(absolutePath.endsWith('/'), "the base folder ends with a separator");
+    Require(mentions(arguments, {"-abs", "--absolute-path"}), "a base directory was given");
+    Require(absolutePath.endsWith('/'), "the base directory ends with a separator");
     Require(all([](const QString &path) { return path.startsWith(absolutePath) && !path.endsWith('/'); }),
-            "each path is that of a file under the base folder");
+            "each path is a file under the base directory");
 }
 
 void requireCompleteSettings(const QList<QByteArray> &arguments)
@@ -67,15 +66,15 @@ void requireCompleteSettings(const QList<QByteArray> &arguments)
     Require(numberKeys == 1 || numberKeys == 8, "one pair or a packet");
     Require(isKeyNumberCommand == mentions(arguments, {"-n", "--number-key"}), "a number was given");
     Require(isPasswordCmd == mentions(arguments, {"-pwd", "--password"}), "a password was given");
-    Require(isRandomCmd == mentions(arguments, {"-rand", "--random"}), "random data was asked for");
+    Require(isRandomCmd == mentions(arguments, {"-rand", "--random"}), "random data was requested");
     Require(!isRandomCmd || randPath.endsWith(".bin"), "random data goes to a .bin file");
-    Require(!wrongParameterAES && !wrongParameterECC, "no wrong value goes through");
+    Require(!wrongParameterAES && !wrongParameterECC, "no wrong value is accepted");
     requireCompletePaths(arguments);
     requireCheckedPasswords();
 }
 
-/// The arguments as the program takes them from the vector that it receives: copies, which are wiped when
-/// they were read.
+/// The arguments as the program reads them from the vector that it receives: copies, which are wiped after
+/// they are read.
 QList<QByteArray> takenFromVector(const QList<QByteArray> &arguments)
 {
     std::vector<std::string> vector = {"keygen"};
@@ -85,9 +84,9 @@ QList<QByteArray> takenFromVector(const QList<QByteArray> &arguments)
     for (std::string &argument : vector)
         pointers.push_back(argument.data());
     QList<QByteArray> taken = TakeArguments(static_cast<int>(pointers.size()), pointers.data());
-    Require(taken == arguments, "the arguments are taken as they were received");
+    Require(taken == arguments, "the arguments are returned unchanged");
     for (std::size_t i = 1; i < vector.size(); ++i)
-        Require(vector[i].find_first_not_of('\0') == std::string::npos, "nothing is left in the vector");
+        Require(vector[i].find_first_not_of('\0') == std::string::npos, "the vector is cleared");
     return taken;
 }
 
@@ -102,11 +101,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         CompleteKeyPaths();
         EnforcePasswordRules();
     });
-    Require(end != RunEnd::OutOfInput, "the command line asks nothing");
+    Require(end != RunEnd::OutOfInput, "the command line asks no questions");
     const bool isAnswered = std::any_of(arguments.begin(), arguments.end(), [](const QByteArray &argument) {
         return EndsTheRun(QString::fromUtf8(argument));
     });
-    Require(end != RunEnd::Answered || isAnswered, "only help and version end well before the run");
+    Require(end != RunEnd::Answered || isAnswered, "before the run, only help and version end with success");
     if (end == RunEnd::Completed) {
         Require(!isAnswered, "help and version are answered");
         requireCompleteSettings(arguments);

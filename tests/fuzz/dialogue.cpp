@@ -1,4 +1,4 @@
-// The dialogue, with any stream of bytes for answers.
+// The dialogue, with any sequence of bytes as answers.
 #include "keygen/dialogue.h"
 #include "keygen/run_settings.h"
 #include "src/text_of.h"
@@ -9,7 +9,7 @@
 
 namespace {
 
-/// The lines of `input` as they were typed; none where they are not all text.
+/// The lines of `input` as they were typed; none if some are invalid UTF-8.
 QStringList linesOf(const QByteArray &input)
 {
     bool valid = false;
@@ -29,7 +29,7 @@ void requireConfirmedPasswords(const QStringList &lines)
     Require(passwordTable.last() == password, "the last password is the current one");
     for (const QString &accepted : passwordTable) {
         Require(accepted.size() >= 4 && accepted.size() <= 1023, "each password has an accepted length");
-        Require(!accepted.contains(QChar(0)), "each password reaches the engine whole");
+        Require(!accepted.contains(QChar(0)), "no password is truncated in the engine");
         Require(lines.isEmpty() || lines.count(accepted) >= 2, "each password was typed twice");
     }
 }
@@ -40,9 +40,9 @@ void requireCompleteSettings(const QStringList &lines)
     Require(isKeyNumberCommand == (numberKeys == 8), "a packet was chosen");
     Require(isKeyGeneration && !isRandomCmd, "keys and nothing else");
     const QString folder = absolutePath.endsWith('/') ? absolutePath : absolutePath + "/";
-    Require(publicKeyPath == folder + "publicKey.pem", "the public key is in the folder");
-    Require(privateKeyPath == absolutePath + "/privateKey.pem", "the private key is in the folder");
-    Require(hashPath == folder + "publicKeyhash.bin", "the hash is in the folder");
+    Require(publicKeyPath == folder + "publicKey.pem", "the public key is in the directory");
+    Require(privateKeyPath == absolutePath + "/privateKey.pem", "the private key is in the directory");
+    Require(hashPath == folder + "publicKeyhash.bin", "the hash is in the directory");
     requireConfirmedPasswords(lines);
 }
 
@@ -55,10 +55,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         return 0;
     WorkInEmptyFolder();
     const RunEnd end = RunOn(answers, RunDialogue);
-    Require(end != RunEnd::Answered, "nothing but the end of the dialogue is a success");
+    Require(end != RunEnd::Answered, "only the end of the dialogue is a success");
     if (end == RunEnd::Refused)
-        Require(!QFileInfo::exists(absolutePath), "only a missing folder ends the dialogue");
-    // A mark that opens the stream is not part of the first answer.
+        Require(!QFileInfo::exists(absolutePath), "only a missing directory ends the dialogue");
+    // A byte order mark at the start of the stream is not part of the first answer.
     if (end == RunEnd::Completed)
         requireCompleteSettings(linesOf(QByteArray::fromStdString(answers)));
     return 0;

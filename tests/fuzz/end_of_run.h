@@ -1,16 +1,16 @@
-// Included in front of every file of the front end that is compiled for the fuzz targets: a run ends by an
-// exception where the program would end its process, so that what it holds is released and the next run can
+// Included at the start of every file of the front end that is compiled for the fuzz targets. A run ends by
+// an exception where the program would end its process, so that its objects are released and the next run can
 // start.
 #pragma once
 
 #include <cstdlib>
 #include <exception>
 
-/// Where a run ended, with the status that the process would have had.
+/// Thrown where a run ends, with the status that the process would have had.
 struct EndOfRun {
     int status;
 };
 
-// Not a function of our own wrapped around exit() by the linker: exit() is declared never to throw, and
-// compilers leave out what an exception would need on its way.
+// Not a wrapper around exit() made by the linker: exit() is declared never to throw, so compilers omit the
+// code that an exception would need for unwinding.
 #define exit(status) rethrow_exception(std::make_exception_ptr(EndOfRun{status}))

@@ -20,14 +20,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Thrown where a run waits for more input than there is.
+/// Thrown when a run waits for more input than there is.
 struct InputEnded {};
 
-// A few questions are asked again before a run is cut short: an empty answer is one of the answers to try.
-constexpr int patience = 3;
+// A few questions may be repeated before a run is ended, because an empty answer is one of the answers to
+// test.
+constexpr int allowedPauses = 3;
 int pausesLeft = 0;
 
-void pauseOrGiveUp()
+void pauseOrEndRun()
 {
     if (pausesLeft-- == 0)
         throw InputEnded();
@@ -35,19 +36,19 @@ void pauseOrGiveUp()
 
 void ignoreLibraryMessage(QtMsgType, const QMessageLogContext &, const QString &) {}
 
-/// A pipe that holds `text`, and then ends, in place of standard input.
-void feed(const std::string &text)
+/// Replaces standard input with a pipe that contains `text` and then ends.
+void setStandardInput(const std::string &text)
 {
     std::array<int, 2> ends = {};
     if (pipe2(ends.data(), O_CLOEXEC) != 0 ||
         write(ends[1], text.data(), text.size()) != static_cast<ssize_t>(text.size()))
-        throw std::runtime_error("no pipe for standard input");
+        throw std::runtime_error("cannot create a pipe for standard input");
     close(ends[1]);
     dup2(ends[0], STDIN_FILENO);
     close(ends[0]);
 }
 
-/// Reads on to the end of input.
+/// Reads to the end of input.
 void drain()
 {
     try {
@@ -58,24 +59,24 @@ void drain()
     }
 }
 
-/// Leaves no line of this input, nor the start of a character, for the next run.
-void forgetInput()
+/// Discards unread lines and incomplete characters, so that the next run does not see them.
+void discardInput()
 {
     drain();
-    feed("\n");
+    setStandardInput("\n");
     drain();
 }
 
-/// Done once. Nothing that a run prints, and none of the application library's warnings, is of interest here;
-/// and the first input is read as all others are, without a look for what may stand at the start of a stream
-/// only.
+/// Called once. Discards the output of runs and the warnings of the application library, which are not of
+/// interest here. Also makes the first input be read like all others, without the check for a byte order mark
+/// at the start of the stream.
 bool prepare()
 {
     qInstallMessageHandler(ignoreLibraryMessage);
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     dup2(nowhere, STDOUT_FILENO);
     close(nowhere);
-    forgetInput();
+    discardInput();
     return true;
 }
 
@@ -84,7 +85,7 @@ struct WorkFolder {
     {
         std::string name = (fs::temp_directory_path() / "keygen fuzz XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr)
-            throw std::runtime_error("no temporary folder at " + name);
+            throw std::runtime_error("cannot create the temporary directory " + name);
         path = name;
         fs::current_path(path);
         setenv("HOME", name.c_str(), 1);
@@ -103,16 +104,16 @@ struct WorkFolder {
 
 } // namespace
 
-// In place of the C library's, for calls from the targets themselves.
+// Replaces the C library's function for calls from the targets themselves.
 extern "C" int __wrap_nanosleep(const timespec *, timespec *)
 {
-    pauseOrGiveUp();
+    pauseOrEndRun();
     return 0;
 }
 
 extern "C" int __wrap_clock_nanosleep(clockid_t, int, const timespec *, timespec *)
 {
-    pauseOrGiveUp();
+    pauseOrEndRun();
     return 0;
 }
 
@@ -120,8 +121,8 @@ RunEnd RunOn(const std::string &input, const std::function<void()> &run)
 {
     [[maybe_unused]] static const bool prepared = prepare();
     ResetSettings();
-    feed(input);
-    pausesLeft = patience;
+    setStandardInput(input);
+    pausesLeft = allowedPauses;
     RunEnd end = RunEnd::Completed;
     try {
         run();
@@ -130,7 +131,7 @@ RunEnd RunOn(const std::string &input, const std::function<void()> &run)
     } catch (const InputEnded &) {
         end = RunEnd::OutOfInput;
     }
-    forgetInput();
+    discardInput();
     return end;
 }
 
@@ -151,7 +152,8 @@ void Require(bool holds, const char *property)
 
 bool StaysInside(const std::string &path)
 {
-    // The mark that may open a text is dropped from standard input, and a separator behind it comes first.
+    // A byte order mark at the start is removed from standard input, and a separator after it then comes
+    // first.
     const std::string_view mark = "\xEF\xBB\xBF";
     const std::string_view text = std::string_view(path).substr(path.starts_with(mark) ? mark.size() : 0);
     return !text.starts_with('/') && text.find("..") == std::string_view::npos;

@@ -25,7 +25,7 @@ const unsigned char *bytesOf(const char *text)
     return reinterpret_cast<const unsigned char *>(text);
 }
 
-/// A byte string that the engine handed out.
+/// A byte string that the engine returned.
 struct Buffer {
     Buffer() = default;
     ~Buffer() { OPENSSL_free(bytes); }
@@ -44,7 +44,7 @@ long iterationsOf(const ASN1_INTEGER *number)
     return iterations < 0 ? std::numeric_limits<long>::max() : iterations;
 }
 
-/// How many rounds `algorithm` asks for before a password becomes a key. One, where that cannot be seen.
+/// The number of key derivation rounds that `algorithm` specifies; one if it cannot be determined.
 long derivationRounds(const X509_ALGOR *algorithm)
 {
     const ASN1_OBJECT *name = nullptr;
@@ -79,9 +79,9 @@ long derivationRounds(const X509_ALGOR *algorithm)
     return rounds;
 }
 
-/// Whether opening the file takes longer than an input may: the file itself says how often its password is
-/// hashed.
-bool asksForMuchWork(const std::string &content)
+/// Whether opening the file takes too long for a fuzz input: the file itself specifies how often its password
+/// is hashed.
+bool isExpensive(const std::string &content)
 {
     constexpr long mostRounds = 10000;
     const BioOwner source(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
@@ -111,7 +111,7 @@ std::string encodingOf(Crypto &engine, EVP_PKEY *key)
     Buffer encoding;
     if (engine.GetPubKeyDER(key, &encoding.bytes, &encoding.size) != 1)
         return {};
-    Require(encoding.bytes != nullptr && encoding.size > 0, "an encoding that was made is there");
+    Require(encoding.bytes != nullptr && encoding.size > 0, "a successful encoding is not empty");
     return std::string(encoding.view());
 }
 
@@ -119,15 +119,15 @@ void readPublicKey(int curve)
 {
     EC_Crypto engine(curve);
     EVP_PKEY *read = nullptr;
-    Require(engine.ReadPubKey(bytesOf(storedPath), &read) == 1, "a file that opens counts as read");
+    Require(engine.ReadPubKey(bytesOf(storedPath), &read) == 1, "a file that can be opened counts as read");
     const KeyOwner key(read);
     const std::string encoding = encodingOf(engine, read);
     Require(key || encoding.empty(), "without a key there is no encoding");
 
     Buffer fromFile;
     const int status = engine.GetPubKeyDER(bytesOf(storedPath), &fromFile.bytes, &fromFile.size);
-    Require(status == (encoding.empty() ? -1 : 1), "the key and its file are encoded, or neither");
-    Require(status != 1 || fromFile.view() == encoding, "the key and its file have one encoding");
+    Require(status == (encoding.empty() ? -1 : 1), "the key and its file are both encoded, or neither is");
+    Require(status != 1 || fromFile.view() == encoding, "the key and its file have the same encoding");
 
     const size_t header = EC_Crypto::EncodingHeaderSize(curve);
     Buffer form;
@@ -135,15 +135,15 @@ void readPublicKey(int curve)
     Require(formStatus == (!encoding.empty() && encoding.size() >= header ? 1 : -1),
             "every encoding with a header has a binary form");
     Require(formStatus != 1 || form.view() == encoding.substr(header),
-            "the binary form is the encoding's end");
+            "the binary form is the encoding without its header");
 
     Buffer again;
     Require(engine.GetPubKeyBinFromFile(bytesOf(storedPath), &again.bytes, &again.size) == formStatus,
-            "both ways to the binary form end alike");
-    Require(formStatus != 1 || again.view() == form.view(), "both ways lead to one binary form");
+            "both ways to the binary form return the same status");
+    Require(formStatus != 1 || again.view() == form.view(), "both ways give the same binary form");
 }
 
-/// What was read is written, and read once more.
+/// Writes the key that was read, and reads it again.
 void rewrite(EC_Crypto &engine, EVP_PKEY *key)
 {
     const int kind = EVP_PKEY_base_id(key);
@@ -153,7 +153,7 @@ void rewrite(EC_Crypto &engine, EVP_PKEY *key)
     const int status = engine.ReadEncPrvKey(bytesOf(rewrittenPath), &read, bytesOf(storedPassword));
     const KeyOwner owner(read);
     Require(status == 1 && read != nullptr, "a key that was written can be read");
-    Require(EVP_PKEY_base_id(read) == kind, "a key that was written is read as the same kind");
+    Require(EVP_PKEY_base_id(read) == kind, "a key that was written is read as the same type");
     if (kind == EVP_PKEY_EC || kind == EVP_PKEY_RSA)
         Require(EVP_PKEY_cmp(read, key) == 1, "a key that was written is read as the same key");
 }
@@ -164,8 +164,8 @@ void readPrivateKey(int curve)
     EVP_PKEY *read = nullptr;
     const int status = engine.ReadEncPrvKey(bytesOf(storedPath), &read, bytesOf(storedPassword));
     const KeyOwner key(read);
-    Require((status == 1) == (read != nullptr), "a key is read, or its absence told");
-    Require(status == 1 || status == -1, "the status is one of two");
+    Require((status == 1) == (read != nullptr), "a key is read, or its absence is reported");
+    Require(status == 1 || status == -1, "the status is 1 or -1");
     if (read != nullptr)
         rewrite(engine, read);
 }
@@ -175,7 +175,7 @@ void readPrivateKey(int curve)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     const std::string content(reinterpret_cast<const char *>(data), size);
-    if (asksForMuchWork(content))
+    if (isExpensive(content))
         return 0;
     WorkInEmptyFolder();
     std::ofstream(storedPath, std::ios::binary) << content;
@@ -184,7 +184,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
             readPublicKey(curve);
         readPrivateKey(NID_X9_62_prime256v1);
     });
-    Require(end == RunEnd::Completed, "readers ask nothing and end nothing");
+    Require(end == RunEnd::Completed, "readers ask no questions and do not end the process");
     ERR_clear_error();
     return 0;
 }

@@ -1,5 +1,5 @@
-// Changes key files where it matters: in the bytes that their base64 text stands for. Changes of the text
-// itself would hardly ever be read as base64 again.
+// Changes key files in the bytes that their base64 text encodes. Changing the text itself would hardly ever
+// give valid base64.
 #include "src/openssl_owners.h"
 
 #include <openssl/pem.h>
@@ -12,10 +12,10 @@ extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, st
 
 namespace {
 
-/// Room for a block to grow.
+/// The number of bytes by which a block may grow.
 constexpr std::size_t growth = 64;
 
-/// The file's first block with its bytes changed, or nothing where there is none.
+/// The file's first block with changed bytes, or nothing if there is none.
 std::vector<std::uint8_t> withChangedBlock(const std::uint8_t *data, std::size_t size)
 {
     const BioOwner source(BIO_new_mem_buf(data, static_cast<int>(size)));

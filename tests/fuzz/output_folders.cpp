@@ -1,5 +1,5 @@
-// Making sure of a file's folder. The first line of an input is the file's path, the rest are the answers.
-// The working folder holds the folder "folder" and the file "file".
+// Creating the directory of a file. The first line of an input is the path of the file, the rest are the
+// answers. The working directory contains the directory "folder" and the file "file".
 #include "keygen/output_folders.h"
 #include "src/text_of.h"
 #include "tests/fuzz/fuzz_target.h"
@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void lookAround()
+void createWorkFiles()
 {
     WorkInEmptyFolder();
     fs::create_directory("folder");
@@ -31,7 +31,7 @@ bool isAscii(const std::string &text)
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-/// The first of the four answers among the words of `text`; 0 where there is none.
+/// The first of the four valid answers among the words of `text`; 0 if there is none.
 char firstAnswer(const std::string &text)
 {
     std::istringstream words(text);
@@ -53,21 +53,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (size > longestInput || !StaysInside(path))
         return 0;
 
-    lookAround();
+    createWorkFiles();
     bool exists = false;
-    const auto makeSure = [&] { exists = CreateDirectoryPath(TextOf(path)); };
-    const RunEnd end = RunOn(answers, makeSure);
-    Require(end == RunEnd::Completed || end == RunEnd::OutOfInput, "it never ends the process");
+    const auto create = [&] { exists = CreateDirectoryPath(TextOf(path)); };
+    const RunEnd end = RunOn(answers, create);
+    Require(end == RunEnd::Completed || end == RunEnd::OutOfInput, "the process is never ended");
     if (isAscii(answers)) {
         const char answer = firstAnswer(answers);
         Require(answer == 'y' || nothingWasCreated(), "nothing is created without a yes");
-        Require(end == RunEnd::Completed || answer == 0, "an answer ends the question");
-        Require(end == RunEnd::OutOfInput || exists || answer != 0, "no is only said by the user");
+        Require(end == RunEnd::Completed || answer == 0, "the question ends with a valid answer");
+        Require(end == RunEnd::OutOfInput || exists || answer != 0, "only the user can decline");
     }
     if (end == RunEnd::Completed && exists) {
         exists = false;
-        Require(RunOn("", makeSure) == RunEnd::Completed && exists,
-                "a folder that was made sure of is there");
+        Require(RunOn("", create) == RunEnd::Completed && exists,
+                "a directory whose creation succeeded exists");
     }
     return 0;
 }

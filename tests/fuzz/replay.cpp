@@ -1,4 +1,4 @@
-// Calls a fuzz target for each file in the folders and files named as arguments.
+// Calls a fuzz target with each file in the directories and files that the arguments name.
 #include "tests/fuzz/fuzz_target.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""The program below a home folder, as the README installs it there: home_test.py TOOL...
+"""The program below a home directory, installed as the README says: home_test.py TOOL...
 
-Of what shows manuals and completes command lines, only the tools that are named are tried: man, zsh, fish, and
-bash_completion, which is the file that bash reads. KEYGEN_BUILD names the build folder.
+Of the tools that display manuals and complete command lines, only the named ones are tested: man, zsh, fish, and
+bash_completion, which is the file that bash reads. KEYGEN_BUILD names the build directory.
 """
 
 import os
@@ -21,7 +21,7 @@ del sys.argv[1:]
 
 
 def readme_command(words):
-    """The README's command that holds `words`, as a reader copies it."""
+    """The command in the README that contains `words`, as a reader copies it."""
     found = [each.strip() for each in re.findall(r"^ {4}\S.*\n", README, re.M) if words in each]
     assert len(found) == 1, (words, found)
     return found[0]
@@ -38,7 +38,7 @@ class InstalledAtHome(unittest.TestCase):
         self.assertEqual(self.type(readme_command("cmake --install")).returncode, 0)
 
     def type(self, command):
-        """Types a command in a clone. The user's settings are those of the test, whoever runs it."""
+        """Runs a command in a clone, with the settings of the test instead of those of the user who runs it."""
         environment = {"HOME": str(self.home), "PATH": f"{self.home}/.local/bin:{os.environ['PATH']}",
                        "LC_ALL": "C.UTF-8", "TERM": "dumb"}
         return subprocess.run(["bash", "-c", command], cwd=self.clone, env=environment, stdin=subprocess.DEVNULL,
@@ -46,7 +46,7 @@ class InstalledAtHome(unittest.TestCase):
 
 
 class Program(InstalledAtHome):
-    def test_is_there_until_it_is_removed(self):
+    def test_the_program_is_found_until_it_is_removed(self):
         self.assertEqual(self.type("command -v keygen").stdout, f"{self.home}/.local/bin/keygen\n")
         result = self.type(readme_command("xargs"))
         self.assertEqual((result.returncode, result.stdout), (0, ""))
@@ -54,12 +54,12 @@ class Program(InstalledAtHome):
 
 
 class Man(InstalledAtHome):
-    def test_finds_the_manual(self):
+    def test_man_finds_the_manual(self):
         self.assertEqual(self.type("man -w keygen").stdout, f"{self.home}/.local/share/man/man1/keygen.1\n")
 
 
 class Zsh(InstalledAtHome):
-    def test_completes_with_the_readmes_line(self):
+    def test_zsh_completes_with_the_line_in_the_readme(self):
         start = "autoload -Uz compinit; compinit -u -D; print -r -- $_comps[keygen]"
         for line, completer in (("", ""), (readme_command("fpath="), "_keygen")):
             (self.home / ".zshrc").write_text(f"{line}\n{start}\n")
@@ -68,18 +68,18 @@ class Zsh(InstalledAtHome):
 
 
 class Bash(InstalledAtHome):
-    def test_completes_with_the_package_that_the_readme_names(self):
+    def test_bash_completes_with_the_package_that_the_readme_names(self):
         self.assertIn("bash finds the completions if its package bash-completion is", " ".join(README.split()))
         ask = "complete -p keygen 2>/dev/null || echo none"
         self.assertEqual(self.type(ask).stdout, "none\n")
-        # Newer versions have another name for the function that loads what belongs to a command.
+        # In newer versions the function that loads the completions of a command has another name.
         load = f"shopt -s extglob progcomp; . '{TOOLS['bash_completion']}'; " \
                "__load_completion keygen 2>/dev/null || _comp_load keygen"
         self.assertEqual(self.type(f"{load}; {ask}").stdout, "complete -F _keygen keygen\n")
 
 
 class Fish(InstalledAtHome):
-    def test_completes_at_once(self):
+    def test_fish_completes_immediately(self):
         result = self.type("fish -c 'complete -C \"keygen -pe \"'")
         self.assertEqual(result.stdout, "aes128\tAES-128-CBC\naes256\tAES-256-CBC, the default\n")
 

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""What `cmake --install` lays out. KEYGEN_BUILD names the build folder, KEYGEN_LIBDIR the folder for libraries,
-KEYGEN_CONFIGURATION the kind of the build, KEYGEN_VERSION the version."""
+"""What `cmake --install` installs. KEYGEN_BUILD names the build directory, KEYGEN_LIBDIR the directory for libraries,
+KEYGEN_CONFIGURATION the configuration of the build, KEYGEN_VERSION the version."""
 
 import os
 import pathlib
@@ -61,7 +61,7 @@ def run(*command, **options):
 
 
 def sources():
-    """The files of the tree, without the tests, and without what was built or made there."""
+    """The files of the tree, without the tests, and without what was built or generated there."""
     for pattern in ("CMake*", "*.md", "LICENSE", "debian/c*", "debian/rules", "debian/*.install"):
         yield from TREE.glob(pattern)
     for folder in (".ci", ".github", "bench", "cmake", "completions", "docs", "keygen", "man", "script", "src", "verify"):
@@ -75,7 +75,7 @@ class Installation(unittest.TestCase):
         self.folder = pathlib.Path(folder.name)
 
     def install(self, prefix, **environment):
-        # The list of installed files in the build folder is that of the last installation, whoever made it.
+        # Each installation overwrites the list of installed files in the build directory, whoever makes it.
         result = run("cmake", "--install", BUILD, "--prefix", str(prefix), env=dict(os.environ, **environment))
         self.assertEqual(result.returncode, 0, result.stdout)
 
@@ -90,23 +90,23 @@ class Installation(unittest.TestCase):
         result = run(str(prefix / "bin/keygen-verify"), "--version")
         self.assertEqual((result.returncode, result.stdout), (0, f"keygen-verify {VERSION}\n"))
 
-    def test_goes_into_any_prefix(self):
+    def test_the_program_can_be_installed_into_any_prefix(self):
         prefix = self.folder / "a prefix" / "with a blank"
         self.install(prefix)
         self.assert_holds_the_program(prefix)
 
-    def test_goes_into_a_staging_folder(self):
+    def test_the_program_can_be_installed_into_a_staging_directory(self):
         self.install("/usr", DESTDIR=str(self.folder))
         self.assertEqual([each.name for each in self.folder.iterdir()], ["usr"])
         self.assert_holds_the_program(self.folder / "usr")
 
-    def test_keeps_the_modes_under_a_private_umask(self):
+    def test_a_private_umask_does_not_change_the_modes(self):
         mask = os.umask(0o077)
         self.addCleanup(os.umask, mask)
         self.install(self.folder / "prefix")
         self.assert_holds_the_program(self.folder / "prefix")
 
-    def test_the_links_of_the_documents_lead_somewhere(self):
+    def test_the_links_in_the_documents_have_targets(self):
         self.install(self.folder)
         links = 0
         for document in (self.folder / "share/doc/keygen").rglob("*.md"):
@@ -115,7 +115,7 @@ class Installation(unittest.TestCase):
                 self.assertTrue((document.parent / target).is_file(), f"{document.name}: {target}")
         self.assertGreater(links, 5)
 
-    def test_the_manuals_carry_the_version(self):
+    def test_the_manuals_contain_the_version(self):
         self.install(self.folder)
         for name in ("keygen.1", "keygen-verify.1"):
             manual = (self.folder / "share/man/man1" / name).read_text("utf-8")
@@ -130,7 +130,7 @@ class Installation(unittest.TestCase):
         result = run(str(self.folder / "bin/keygen-verify"), "--public-only", str(self.folder / "keys"))
         self.assertEqual(result.returncode, 0, result.stdout)
 
-    def test_the_program_does_not_look_for_libraries_in_the_build_folder(self):
+    def test_the_program_does_not_search_the_build_directory_for_libraries(self):
         self.install(self.folder)
         dynamic = run("readelf", "--dynamic", "--wide", str(self.folder / "bin/keygen"), check=True).stdout
         self.assertIn("(NEEDED)", dynamic)
@@ -138,22 +138,22 @@ class Installation(unittest.TestCase):
             for folder in search_path.split(":"):
                 self.assertFalse(f"{folder}/".startswith(f"{BUILD}/"), folder)
 
-    def test_the_version_stands_in_one_place(self):
-        # The changes have entries for versions, and the screens are drawn from runs.
+    def test_the_version_is_in_one_place(self):
+        # The changelogs have entries for versions, and the screens show runs.
         elsewhere = ["CHANGELOG.md", "debian/changelog", "docs/screens/pair.svg", "docs/screens/dialogue.svg"]
         found = [str(each.relative_to(TREE)) for each in sources() if VERSION.encode() in each.read_bytes()]
         self.assertEqual(sorted(found), sorted(["CMakeLists.txt", *elsewhere]))
         self.assertEqual((TREE / "CMakeLists.txt").read_text("utf-8").count(VERSION), 1)
 
-    def test_the_newest_entry_of_the_changes_is_this_version(self):
+    def test_the_newest_entry_in_the_changelog_is_for_this_version(self):
         changes = (TREE / "CHANGELOG.md").read_text("utf-8")
         self.assertEqual(re.search(r"^## (\S+) \(\d{4}-\d\d-\d\d\)$", changes, re.M).group(1), VERSION)
 
-    def test_the_newest_debian_package_is_of_this_version(self):
+    def test_the_newest_debian_package_is_for_this_version(self):
         changes = (TREE / "debian/changelog").read_text("utf-8")
         self.assertEqual(re.match(r"keygen \((\S+)-\d+\) ", changes).group(1), VERSION)
 
-    def test_the_debian_packages_are_built_with_what_the_tests_need(self):
+    def test_the_debian_packages_require_what_the_tests_need(self):
         needs = re.findall(r'^    ".*\|.*\| (\S+)"$', (TREE / "script/lib/setup.sh").read_text("utf-8"), re.M)
         self.assertGreater(len(needs), 10)
         control = (TREE / "debian/control").read_text("utf-8")

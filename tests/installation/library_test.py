@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""The installed library, as another program meets it: library_test.py [OPTIONS OF CMAKE FOR A BUILD OF THE TREE]
+"""The installed library, as other programs use it: library_test.py [OPTIONS OF CMAKE FOR A BUILD OF THE TREE]
 
-The tree is built and installed once; then the build folder is removed and the installation moved, before anything is
-built against it. KEYGEN_VERSION names the version, KEYGEN_COMPILER the compiler."""
+The tree is built and installed once. Then the build directory is removed and the installation moved, before anything
+is built against it. KEYGEN_VERSION names the version, KEYGEN_COMPILER the compiler."""
 
 import os
 import pathlib
@@ -63,7 +63,7 @@ class InstalledLibrary(unittest.TestCase):
         top = pathlib.Path(os.path.realpath(folder.name))
         cls.first_places = [top / "built", top / "installed"]
         built, installed = cls.first_places
-        # A compiler's cache may change the names of the sources on their way to the compiler.
+        # A compiler cache may change the names of the sources that it passes to the compiler.
         os.environ.pop("CMAKE_CXX_COMPILER_LAUNCHER", None)
         build(TREE, built, "key_engine", "-DBUILD_TESTING=OFF", "-DCMAKE_BUILD_TYPE=Release", *OPTIONS)
         run("cmake", "--install", str(built), "--prefix", str(installed), "--component", "library")
@@ -108,7 +108,7 @@ class InstalledLibrary(unittest.TestCase):
             verified = type_block(3)
             self.assertEqual((verified.stdout, verified.stderr), ("Verified OK\n", ""))
 
-    def test_a_program_links_a_message_out_of_its_own(self):
+    def test_a_program_can_supply_its_own_message_function(self):
         source = self.prefix / "share/doc/keygen/docs/library"
         run("cmake", "-S", str(source), "-B", str(self.folder), env=self.environment)
         run("cmake", "--build", str(self.folder), "--target", "plain_program", env=self.environment)
@@ -145,19 +145,19 @@ class InstalledLibrary(unittest.TestCase):
         self.assertRegex(refused,
                          r"Could NOT find OpenSSL[^:]*:\s+Found\s+unsuitable\s+version\s+\"9\.9\.9\"")
 
-    def test_each_header_stands_alone_and_warns_of_nothing(self):
+    def test_each_header_compiles_alone_and_without_warnings(self):
         flags = shlex.split(self.pkg_config("--cflags", "key_engine"))
         headers = sorted((self.prefix / "include/key_engine").iterdir())
         self.assertEqual([each.name for each in headers], ["console.h", "crypto.h", "ec_crypto.h"])
         for header in headers:
             source = self.folder / "source.cpp"
             source.write_text(f"#include <key_engine/{header.name}>\n")
-            # The flags are this project's affair; the rest of them names headers of others.
+            # The first of the flags are for this project; the rest name headers of other projects.
             run(os.environ["KEYGEN_COMPILER"], "-std=c++17", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-fsyntax-only",
                 str(source), flags[0], *(each.replace("-I", "-isystem", 1) for each in flags[1:]))
 
-    def test_nothing_names_where_it_was_built(self):
-        # An OpenSSL that callers would not find is named by its place.
+    def test_no_file_contains_the_path_of_the_build(self):
+        # The path of an OpenSSL that callers would not find is included.
         openssl = [option.split("=")[1].encode() for option in OPTIONS if "OPENSSL_ROOT_DIR=" in option]
         found = files_in(self.prefix)
         self.assertGreater(len(found), 10)
@@ -168,11 +168,11 @@ class InstalledLibrary(unittest.TestCase):
             for place in (TREE, *self.first_places):
                 self.assertNotIn(bytes(place), content, each.name)
 
-    def test_callers_choose_the_level_of_openssls_interface(self):
+    def test_callers_choose_the_api_level_of_openssl(self):
         self.assertEqual([each.name for each in files_in(self.prefix) if b"OPENSSL_API_COMPAT" in each.read_bytes()], [])
         self.assertNotIn("OPENSSL_API_COMPAT", self.pkg_config("--cflags", "key_engine"))
 
-    def test_a_tree_that_holds_this_one_reads_the_same(self):
+    def test_a_tree_that_contains_this_one_behaves_the_same(self):
         document = (self.prefix / "share/doc/keygen/docs/library/CMakeLists.txt").read_text("utf-8")
         lines = [line for line in document.splitlines() if "first_program.cpp" in line or "first_program PRIVATE" in line]
         shutil.copy(TREE / "docs/library/first_program.cpp", self.folder)

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""OPENSSL_ROOT_DIR is taken as it is given, or refused: headers of one version are never paired with a library of
-another. KEYGEN_CXX names the compiler, KEYGEN_TRIPLET the folder that a multi-arch system has for its architecture."""
+"""OPENSSL_ROOT_DIR is used as it is given, or refused: headers of one version are never combined with a library of
+another. KEYGEN_CXX names the compiler, KEYGEN_TRIPLET the directory of the architecture on a multi-arch system."""
 
 import os
 import pathlib
@@ -46,8 +46,8 @@ class Prefix(unittest.TestCase):
         return library
 
     def prefix(self, headers=None, library=None, architecture=""):
-        """A folder with headers and a library of these versions; in the folders of an architecture, as Debian has it,
-        or in those of a build of OpenSSL."""
+        """A directory with headers and a library of these versions, in the subdirectories of an architecture, as on
+        Debian, or in those of a build of OpenSSL."""
         prefix = pathlib.Path(tempfile.mkdtemp(dir=self.folder))
         if headers:
             write(prefix / "include/openssl/opensslv.h", f"# define OPENSSL_VERSION_NUMBER  {headers}\n")
@@ -59,16 +59,16 @@ class Prefix(unittest.TestCase):
             (prefix / "lib" / architecture / "libcrypto.so").symlink_to(self.libraries[library])
         return prefix
 
-    def configure(self, prefix, anew=True):
+    def configure(self, prefix, fresh=True):
         build = self.folder / "build"
-        if anew:
-            # What was found out about the compiler stays.
+        if fresh:
+            # Keeps what is known about the compiler.
             (build / "CMakeCache.txt").unlink(missing_ok=True)
         result = subprocess.run(
             ["cmake", "-S", self.folder, "-B", build, f"-DCMAKE_CXX_COMPILER={COMPILER}", f"-DOPENSSL_ROOT_DIR={prefix}",
              f"-DCMAKE_LIBRARY_ARCHITECTURE={TRIPLET}"],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, universal_newlines=True)
-        # CMake breaks the lines of its messages.
+        # CMake wraps the lines of its messages.
         return result.returncode, re.sub(r"\s+", " ", result.stdout)
 
     def assert_takes(self, prefix, architecture="", **how):
@@ -82,24 +82,24 @@ class Prefix(unittest.TestCase):
         self.assertNotEqual(status, 0, output)
         self.assertIn(reason, output)
 
-    def test_with_matching_headers_and_library_is_taken(self):
+    def test_a_prefix_with_matching_headers_and_library_is_used(self):
         for version in (OLDER, NEWER):
             self.assert_takes(self.prefix(version, version))
 
-    def test_with_folders_for_the_architecture_is_taken(self):
+    def test_a_prefix_with_directories_for_the_architecture_is_used(self):
         self.assert_takes(self.prefix(OLDER, OLDER, TRIPLET), TRIPLET)
 
-    def test_with_headers_of_another_version_is_refused(self):
+    def test_a_prefix_with_headers_of_another_version_is_refused(self):
         self.assert_refuses(self.prefix(NEWER, OLDER), MISMATCH)
         self.assert_refuses(self.prefix(OLDER, NEWER, TRIPLET), MISMATCH)
 
-    def test_without_headers_or_library_is_refused_whatever_the_system_has(self):
+    def test_a_prefix_without_headers_or_library_is_refused_whatever_the_system_has(self):
         for prefix in (self.prefix(), self.prefix(headers=NEWER), self.prefix(library=NEWER)):
             self.assert_refuses(prefix, INCOMPLETE)
 
-    def test_is_taken_after_another_one_was_refused_in_the_same_build_folder(self):
+    def test_a_prefix_is_used_after_another_one_was_refused_in_the_same_build_directory(self):
         self.assert_refuses(self.prefix(NEWER, OLDER), MISMATCH)
-        self.assert_takes(self.prefix(NEWER, NEWER), anew=False)
+        self.assert_takes(self.prefix(NEWER, NEWER), fresh=False)
 
 
 if __name__ == "__main__":

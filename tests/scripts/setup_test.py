@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""One build at a time in a build folder; who waits for another one says so."""
+"""Only one build runs in a build directory at a time, and a build that waits for another prints a message."""
 
 import fcntl
 import os
@@ -12,14 +12,14 @@ TREE = pathlib.Path(__file__).resolve().parents[2]
 LOCK = 'source "$1/script/lib/setup.sh"; build=$2; lock_build_folder; echo locked'
 
 
-class BuildFolder(unittest.TestCase):
+class BuildDirectory(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.build = os.path.join(folder.name, "a build")
 
     def lock(self):
-        """A script that locks the build folder."""
+        """A script that locks the build directory."""
         process = subprocess.Popen(["bash", "-uc", LOCK, str(TREE / "script/run"), str(TREE), self.build],
                                    stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                    universal_newlines=True)
@@ -27,10 +27,10 @@ class BuildFolder(unittest.TestCase):
         self.addCleanup(process.stderr.close)
         return process
 
-    def test_that_no_one_builds_in_is_locked_without_a_word(self):
+    def test_an_unlocked_build_directory_is_locked_without_a_message(self):
         self.assertEqual(self.lock().communicate(), ("locked\n", ""))
 
-    def test_that_another_one_builds_in_is_waited_for_and_that_is_said(self):
+    def test_a_locked_build_directory_is_waited_for_with_a_message(self):
         self.assertEqual(self.lock().communicate(), ("locked\n", ""))
         with open(os.path.join(self.build, ".lock"), "w", encoding="ascii") as other:
             fcntl.flock(other, fcntl.LOCK_EX)

@@ -1,5 +1,7 @@
 #include "tests/support/background_run.h"
 
+#include "tests/support/temporary_folder.h"
+
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -7,7 +9,6 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -15,22 +16,12 @@
 
 namespace {
 
-int unnamedFile()
-{
-    std::string name = (std::filesystem::temp_directory_path() / "keygen-run-XXXXXX").string();
-    const int file = mkostemp(name.data(), O_CLOEXEC);
-    if (file == -1)
-        throw std::runtime_error("no temporary file at " + name);
-    unlink(name.c_str());
-    return file;
-}
-
-/// The system lists who waits for a lock as in "1: -> FLOCK  ADVISORY  WRITE 4711 fe:00:12 0 EOF".
+/// The system lists a process that waits for a lock as in "1: -> FLOCK  ADVISORY  WRITE 4711 fe:00:12 0 EOF".
 bool isWaitingForALock(pid_t process)
 {
     std::ifstream locks("/proc/locks");
     if (!locks)
-        throw std::runtime_error("/proc/locks cannot be read");
+        throw std::runtime_error("cannot read /proc/locks");
     for (std::string line; std::getline(locks, line);) {
         if (line.find("-> FLOCK ") != std::string::npos &&
             line.find(" WRITE " + std::to_string(process) + " ") != std::string::npos)
@@ -39,7 +30,7 @@ bool isWaitingForALock(pid_t process)
     return false;
 }
 
-void rest()
+void sleepBriefly()
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
 }
@@ -47,18 +38,18 @@ void rest()
 } // namespace
 
 BackgroundRun::BackgroundRun(const ProgramCall &call)
-    : deadline(Clock::now() + std::chrono::seconds(call.secondsToLive)), output(unnamedFile()), child(fork())
+    : deadline(Clock::now() + std::chrono::seconds(call.timeoutSeconds)), output(UnnamedFile()), child(fork())
 {
     if (child == -1) {
         close(output);
-        throw std::runtime_error("fork fails");
+        throw std::runtime_error("fork failed");
     }
     if (child == 0) {
         setpgid(0, 0);
         dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
         dup2(output, STDOUT_FILENO);
         dup2(output, STDERR_FILENO);
-        Become(KeygenProgram(), call);
+        Exec(KeygenProgram(), call);
     }
 }
 
@@ -82,7 +73,7 @@ bool BackgroundRun::waitsForALock()
     while (!isOver() && Clock::now() < deadline) {
         if (isWaitingForALock(child))
             return true;
-        rest();
+        sleepBriefly();
     }
     return false;
 }
@@ -97,7 +88,7 @@ ProgramResult BackgroundRun::end()
     while (!isOver()) {
         if (Clock::now() > deadline)
             kill(child, SIGKILL);
-        rest();
+        sleepBriefly();
     }
     ProgramResult result;
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;

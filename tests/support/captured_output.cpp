@@ -40,7 +40,7 @@ std::string CapturedOutput::flushedText() const
 {
     std::string content;
     std::array<char, 4096> chunk;
-    // The position stays where the writers have it.
+    // Reads without moving the file position, which the writers share.
     const auto next = [&] {
         return pread(file, chunk.data(), chunk.size(), static_cast<off_t>(content.size()));
     };
@@ -77,4 +77,9 @@ std::string Error(const std::string &text)
 std::string Title(const std::string &text)
 {
     return "\x1B[36m " + text + messageEnd;
+}
+
+std::string CannotOpen(const std::string &path)
+{
+    return Error("Error: Reading Device file fails: ") + Error(path) + Error("\n");
 }

@@ -3,8 +3,8 @@
 
 #include <string>
 
-/// Catches a standard stream of this process, at the level of its descriptor, from construction to text() or
-/// to the end of its life.
+/// Captures a standard stream of this process, at the level of its file descriptor, from construction until
+/// text() or destruction.
 class CapturedOutput {
 public:
     /// `descriptor`: STDOUT_FILENO or STDERR_FILENO.
@@ -13,9 +13,9 @@ public:
     CapturedOutput(const CapturedOutput &) = delete;
     CapturedOutput &operator=(const CapturedOutput &) = delete;
 
-    /// Flushes, ends the capture and returns everything that was written.
+    /// Flushes the stream, ends the capture and returns everything that was written.
     std::string text();
-    /// What has reached the descriptor so far. Nothing is flushed, and the capture goes on.
+    /// What has reached the file descriptor so far. Does not flush, and the capture continues.
     std::string flushedText() const;
 
 private:
@@ -36,3 +36,6 @@ std::string Prompt(const std::string &text);
 std::string Reprompt(const std::string &text);
 std::string Error(const std::string &text);
 std::string Title(const std::string &text);
+
+/// The messages about a file at `path` that cannot be opened.
+std::string CannotOpen(const std::string &path);

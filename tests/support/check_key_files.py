@@ -1,13 +1,13 @@
-"""Checks key files with nothing of the key generator's own, nor of the library that wrote them but AES.
+"""Checks key files independently of the key generator, and of the library that wrote them except for AES.
 
     check_key_files.py pair CURVE CIPHER PRIVATE PUBLIC HASH PASSWORD
     check_key_files.py packet CURVE CIPHER FOLDER PASSWORD...
     check_key_files.py table CURVE FOLDER COUNT
 
 CURVE is prime256v1 or brainpoolP256t1, CIPHER is aes128 or aes256. `packet` expects the default names. `table`
-checks the table hash alone, also where pairs have failed. Prints nothing and exits with 0, or says what is wrong.
+checks only the table hash, even if pairs have failed. Prints nothing and exits with 0, or prints what is wrong.
 
-The tests in Python, the sweep of failing calls and the benchmark call its functions, which raise NotSo.
+The tests in Python, the sweep of failing calls and the benchmark call its functions, which raise CheckFailed.
 """
 
 import base64
@@ -53,7 +53,7 @@ class Curve:
         return max(x, y) < self.p and (y * y - x * x * x - self.a * x - self.b) % self.p == 0
 
 
-# The named curves' object identifiers, their numbers in the hash table, and their parameters as published.
+# The object identifiers of the named curves, their numbers in the hash table, and their published parameters.
 CURVES = {
     "prime256v1": Curve(
         "06082a8648ce3d030107", 1,
@@ -80,17 +80,17 @@ CIPHERS = {
     "aes128": (bytes.fromhex("0609608648016503040102"), 16),
     "aes256": (bytes.fromhex("060960864801650304012a"), 32),
 }
-# Key files hold no more of a password than this.
+# Key files use no more of a password than this.
 LONGEST_PASS_PHRASE = 1024
 
 
-class NotSo(Exception):
-    """What was to be checked does not hold."""
+class CheckFailed(Exception):
+    """A file is not as it should be."""
 
 
 def require(condition, claim):
     if not condition:
-        raise NotSo("not so: " + claim)
+        raise CheckFailed("failed check: " + claim)
 
 
 def content(path):
@@ -99,7 +99,7 @@ def content(path):
 
 
 def der_of(path, label):
-    """The bytes of a file that is one PEM block, and nothing else, in lines of 64 characters."""
+    """The bytes of a file that is exactly one PEM block in lines of 64 characters."""
     text = content(path).decode("ascii")
     lines = text.split("\n")
     require(lines[0] == f"-----BEGIN {label}-----" and lines[-2:] == [f"-----END {label}-----", ""],
@@ -125,12 +125,12 @@ def binary_form(path, curve):
     require(der == sequence(sequence(EC_KEY, curve.oid), tlv(3, b"\x00\x04" + point)),
             f"{path} is a named curve and an uncompressed point")
     require(curve.holds((int.from_bytes(point[:32], "big"), int.from_bytes(point[32:], "big"))),
-            f"{path} holds a point of the curve")
+            f"{path} contains a point on the curve")
     return point
 
 
 def decrypted(path, cipher, password):
-    """The plain key structure, or None when the password does not open the file."""
+    """The decrypted key structure, or None if the password does not open the file."""
     identifier, key_size = CIPHERS[cipher]
     der = der_of(path, "ENCRYPTED PRIVATE KEY")
     salt, vector, secret = der[35:43], der[76:92], der[-144:]
@@ -155,9 +155,9 @@ def check_private_key(path, curve, cipher, password, point):
     private = plain[-102:-70]
     key = sequence(tlv(2, b"\x01"), tlv(4, private), tlv(0xA1, tlv(3, b"\x00\x04" + point)))
     require(plain == sequence(tlv(2, b"\x00"), sequence(EC_KEY, curve.oid), tlv(4, key)),
-            f"{path} holds a key with the public point")
+            f"{path} contains a key with the public point")
     number = int.from_bytes(private, "big")
-    require(0 < number < curve.n, f"{path} holds a number below the order")
+    require(0 < number < curve.n, f"{path} contains a number below the order")
     return number
 
 
@@ -166,46 +166,46 @@ def check_multiple(path, curve, number, point):
     require(x.to_bytes(32, "big") + y.to_bytes(32, "big") == point, f"{path} belongs to its public key")
 
 
-def check_as_read_by_the_package(private, public, password, number):
-    """The package computes the public key of the private one, too, and refuses a key that does not go with it."""
+def check_with_the_package(private, public, password, number):
+    """The package also computes the public key from the private one, and refuses a key that does not belong to it."""
     try:
         key = load_pem_private_key(content(private), password)
     except ValueError as problem:
-        raise NotSo(f"not so: {private} is read alike: {problem}") from problem
-    require(key.private_numbers().private_value == number, f"{private} is read alike")
+        raise CheckFailed(f"failed check: the package reads the same key from {private}: {problem}") from problem
+    require(key.private_numbers().private_value == number, f"the package reads the same key from {private}")
     require(key.public_key().public_bytes(Encoding.PEM, PublicFormat.SubjectPublicKeyInfo) == content(public),
-            f"{public} is written alike")
+            f"the package writes the same file as {public}")
 
 
 def check_pair(curve_name, cipher, private, public, hash_file, password, *, quickly=False):
-    """`quickly` leaves it to the package alone to multiply; then the curve must be one that it knows."""
+    """With `quickly` only the package multiplies; then it must support the curve."""
     curve = CURVES[curve_name]
     point = binary_form(public, curve)
     number = check_private_key(private, curve, cipher, password, point)
     require(content(hash_file) == hashlib.sha256(point).digest(), f"{hash_file} is the hash of {public}")
-    # The package knows one of the two curves, and passwords of less than 1024 bytes; within these bounds it reads
-    # the whole file by itself too.
+    # The package supports one of the two curves, and passwords of less than 1024 bytes. Within these limits it also
+    # reads the whole file by itself.
     if curve_name == "prime256v1" and len(password) < 1024:
-        check_as_read_by_the_package(private, public, password, number)
+        check_with_the_package(private, public, password, number)
     else:
-        require(not quickly, f"{curve_name} and the password are known to the package")
+        require(not quickly, f"the package supports {curve_name} and the password")
     if not quickly:
         check_multiple(private, curve, number, point)
     return number
 
 
 def table_entry(path, curve):
-    """What stands in the table for a public key file: whatever it holds, or zeros."""
+    """The table entry for a public key file: its key, whatever that is, or zeros."""
     if not os.path.isfile(path) or not content(path):
         return bytes(64)
     der = der_of(path, "PUBLIC KEY")
     header = 17 + len(curve.oid)
-    # The form of a key on the other curve is followed by what its encoding left in the buffer.
+    # The binary form of a key on the other curve is followed by what its encoding left in the buffer.
     return (der[header:] + der[len(der) - header:])[:64]
 
 
 def hashes_of_records(curve_name, points):
-    """The table: a hash for each point, one after the other."""
+    """The table: a hash for each point, in order."""
     return [hashlib.sha256(bytes([CURVES[curve_name].identifier, 0, 0, 0]) + point).digest() for point in points]
 
 
@@ -214,7 +214,7 @@ def table_hash(curve_name, points):
 
 
 def check_table(curve_name, folder, count, unread=()):
-    """The public keys whose numbers are in `unread` count as zeros, whatever their files hold."""
+    """The public keys whose numbers are in `unread` count as zeros, whatever their files contain."""
     curve = CURVES[curve_name]
     points = [bytes(64) if i in unread else table_entry(f"{folder}/publicKey{i:02}.pem", curve) for i in range(count)]
     require(content(f"{folder}/publicKeysHashHashes.bin") == table_hash(curve_name, points),
@@ -253,5 +253,5 @@ def main():
 if __name__ == "__main__":
     try:
         main()
-    except (NotSo, OSError, ValueError) as problem:
+    except (CheckFailed, OSError, ValueError) as problem:
         sys.exit(str(problem))

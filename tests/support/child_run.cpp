@@ -15,13 +15,13 @@
 
 namespace {
 
-/// A descriptor that is closed in the end.
+/// A file descriptor that is closed on destruction.
 class Descriptor {
 public:
     explicit Descriptor(int opened) : number(opened)
     {
         if (number == -1)
-            throw std::runtime_error("no descriptor for a child process");
+            throw std::runtime_error("cannot open a file for a child process");
     }
     ~Descriptor() { close(number); }
     Descriptor(const Descriptor &) = delete;
@@ -33,12 +33,12 @@ private:
     int number;
 };
 
-/// The read end of a pipe that holds `content` and then ends.
+/// The read end of a pipe that contains `content` and then ends.
 int filledPipe(const std::string &content)
 {
     std::array<int, 2> ends = {};
     if (content.size() > 4096 || pipe(ends.data()) != 0)
-        throw std::runtime_error("no pipe for the input of a child process");
+        throw std::runtime_error("cannot create the input pipe of a child process");
     const ssize_t size = write(ends[1], content.data(), content.size());
     close(ends[1]);
     return size == static_cast<ssize_t>(content.size()) ? ends[0] : -1;
@@ -49,23 +49,24 @@ int inputOf(const ChildCall &call)
     return call.inputFile.empty() ? filledPipe(call.input) : open(call.inputFile.c_str(), O_RDONLY);
 }
 
-/// The timer's signal ends the child, whatever it is doing.
-void limitLife(int milliseconds)
+/// The signal of the timer ends the child, whatever it is doing.
+void setTimeLimit(int milliseconds)
 {
     const itimerval life = {{0, 0}, {milliseconds / 1000, milliseconds % 1000 * 1000}};
     setitimer(ITIMER_REAL, &life, nullptr);
 }
 
-/// The child's whole life. It must not come back, not even by an exception, or it would go on with the tests.
-[[noreturn]] void live(const std::function<void()> &function, int input, int output, int errors, int returned,
-                       int milliseconds) noexcept
+/// Everything that the child does. It must never return, not even by an exception, or the child would
+/// continue with the tests.
+[[noreturn]] void runChild(const std::function<void()> &function, int input, int output, int errors,
+                           int returned, int milliseconds) noexcept
 {
     dup2(input, STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
     dup2(errors, STDERR_FILENO);
-    limitLife(milliseconds);
+    setTimeLimit(milliseconds);
     function();
-    limitLife(0);
+    setTimeLimit(0);
     const ssize_t marked = write(returned, "r", 1);
     std::exit(marked == 1 ? EXIT_SUCCESS : EXIT_FAILURE);
 }
@@ -74,7 +75,7 @@ std::string contentOf(int file)
 {
     std::string content(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
     if (pread(file, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size()))
-        throw std::runtime_error("the output of a child process cannot be read");
+        throw std::runtime_error("cannot read the output of a child process");
     return content;
 }
 
@@ -87,13 +88,13 @@ ChildRun RunInChild(const std::function<void()> &function, const ChildCall &call
     const Descriptor errors(UnnamedFile());
     const Descriptor returned(UnnamedFile());
 
-    // What is still buffered would be written twice.
+    // Buffered output would be written twice.
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == -1)
-        throw std::runtime_error("fork fails");
+        throw std::runtime_error("fork failed");
     if (child == 0)
-        live(function, input.get(), output.get(), errors.get(), returned.get(), call.millisecondsToLive);
+        runChild(function, input.get(), output.get(), errors.get(), returned.get(), call.timeoutMilliseconds);
 
     int status = 0;
     while (waitpid(child, &status, 0) == -1 && errno == EINTR) {

@@ -1,4 +1,4 @@
-// Whether this build counts what is reached. Each process writes the counts to files when it ends.
+// Whether this build measures coverage. Each process writes its coverage data to files when it ends.
 #pragma once
 
 #ifdef KEYGEN_COUNTS_COVERAGE

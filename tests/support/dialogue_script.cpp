@@ -74,7 +74,7 @@ std::string Answers(const DialogueScript &script, const std::string &lineEnd)
 
 namespace {
 
-/// Everything else of the environment is kept.
+/// The rest of the environment is kept.
 ProgramCall callWithHome(const std::string &folder, const std::string &home)
 {
     return {.arguments = {"HOME=" + home, KeygenProgram()}, .folder = folder};
@@ -82,14 +82,14 @@ ProgramCall callWithHome(const std::string &folder, const std::string &home)
 
 } // namespace
 
-void BecomeKeygen(const std::string &folder, const std::string &home)
+void ExecKeygen(const std::string &folder, const std::string &home)
 {
-    Become("env", callWithHome(folder, home));
+    Exec("env", callWithHome(folder, home));
 }
 
 ProgramResult RunOnTerminal(const DialogueScript &script, const std::string &folder, const std::string &home)
 {
-    PseudoTerminal terminal([&] { BecomeKeygen(folder, home); });
+    PseudoTerminal terminal([&] { ExecKeygen(folder, home); });
     for (const auto &[question, answer] : script) {
         const testing::AssertionResult answered = terminal.answers(question, answer + "\n");
         EXPECT_TRUE(answered);
@@ -100,10 +100,10 @@ ProgramResult RunOnTerminal(const DialogueScript &script, const std::string &fol
 }
 
 ProgramResult RunOnPipe(const std::string &input, const std::string &folder, const std::string &home,
-                        int secondsToLive)
+                        int timeoutSeconds)
 {
     ProgramCall call = callWithHome(folder, home);
     call.input = input;
-    call.secondsToLive = secondsToLive;
+    call.timeoutSeconds = timeoutSeconds;
     return Run("env", call);
 }

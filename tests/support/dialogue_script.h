@@ -1,4 +1,4 @@
-// Both sides of a dialogue with the key generator.
+// Questions and answers of a dialogue with the key generator.
 #pragma once
 
 #include "tests/support/program_run.h"
@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-/// What the program asks, complete, and the line that is answered.
+/// A complete question of the program, and the line that answers it.
 struct DialogueStep {
     std::string question;
     std::string answer;
 };
 using DialogueScript = std::vector<DialogueStep>;
 
-/// The questions, as they stand on the screen. `which` is "" or, in a packet, " [0]" to " [7]".
+/// The questions, as they appear on the screen. `which` is "" or, in a packet, " [0]" to " [7]".
 namespace question {
 std::string Folder(const std::string &byDefault);
 extern const std::string createFolder;
@@ -33,21 +33,21 @@ extern const std::string cipherAgain;
 /// A password typed twice.
 DialogueScript PasswordSteps(const std::string &password, const std::string &which = "");
 
-/// From the number of packets to the end, for one pair.
+/// The steps from the number of packets to the end, for one pair.
 DialogueScript OnePairSteps(const std::string &password);
 
 DialogueScript operator+(DialogueScript first, const DialogueScript &second);
 
-/// All answers, each with `lineEnd`.
+/// All answers, each followed by `lineEnd`.
 std::string Answers(const DialogueScript &script, const std::string &lineEnd = "\n");
 
-/// Turns this process into the key generator, in `folder`, with the home folder `home`.
-[[noreturn]] void BecomeKeygen(const std::string &folder, const std::string &home = "home");
+/// Replaces this process with the key generator, in `folder`, with the home directory `home`.
+[[noreturn]] void ExecKeygen(const std::string &folder, const std::string &home = "home");
 
-/// Types the answers to the key generator's questions on a terminal, and waits for its end.
+/// Types the answers to the key generator's questions on a terminal, and waits for the end of the run.
 ProgramResult RunOnTerminal(const DialogueScript &script, const std::string &folder,
                             const std::string &home = "home");
 
-/// Runs the key generator with all of `input`, and then its end, on a pipe.
+/// Runs the key generator with `input`, followed by the end of input, on a pipe.
 ProgramResult RunOnPipe(const std::string &input, const std::string &folder, const std::string &home = "home",
-                        int secondsToLive = 300);
+                        int timeoutSeconds = 300);

@@ -1,6 +1,6 @@
 #include "tests/support/library_faults.h"
 
-#include "tests/support/processors_generator.h"
+#include "tests/support/processor_generator.h"
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ namespace {
 
 LibraryFaults *currentFaults = nullptr;
 
-/// While a test's own code runs in place of a function.
+/// Active while code of a test runs in place of a function.
 struct Pause {
     Pause() { LibraryFaults::current()->pause(true); }
     ~Pause() { LibraryFaults::current()->pause(false); }
@@ -39,14 +39,14 @@ struct Pause {
 
 LibraryFaults::LibraryFaults()
 {
-    EXPECT_EQ(currentFaults, nullptr) << "one at a time";
+    EXPECT_EQ(currentFaults, nullptr) << "only one object may exist at a time";
     currentFaults = this;
-    ShowProcessorsGenerator(false);
+    UseProcessorGenerator(false);
 }
 
 LibraryFaults::~LibraryFaults()
 {
-    ShowProcessorsGenerator(true);
+    UseProcessorGenerator(true);
     currentFaults = nullptr;
     for (const Fault &fault : faults) {
         EXPECT_TRUE(fault.met || fault.kind == Kind::Replacement)
@@ -64,7 +64,7 @@ void LibraryFaults::fail(const std::string &function, long result, int call)
     faults.push_back({function, call, Kind::Failure, result, {}, {}, 0, false});
 }
 
-void LibraryFaults::spoil(const std::string &function, long result, int call)
+void LibraryFaults::overrideResult(const std::string &function, long result, int call)
 {
     faults.push_back({function, call, Kind::Spoiling, result, {}, {}, 0, false});
 }
@@ -95,7 +95,7 @@ long LibraryFaults::lastResult(const std::string &function) const
     return result != results.end() ? result->second : 0;
 }
 
-const LibraryFaults::Fault *LibraryFaults::meet(const char *function)
+const LibraryFaults::Fault *LibraryFaults::recordCall(const char *function)
 {
     record.emplace_back(function);
     const Fault *decisive = nullptr;
@@ -147,7 +147,7 @@ Result call(const char *name, Result (*real)(Arguments...), Arguments... argumen
     LibraryFaults *const faults = LibraryFaults::current();
     if (faults == nullptr || faults->isPaused())
         return real(arguments...);
-    const LibraryFaults::Fault *const fault = faults->meet(name);
+    const LibraryFaults::Fault *const fault = faults->recordCall(name);
     if constexpr (std::is_integral_v<Result>) {
         const Result result = resultUnder(fault, real, arguments...);
         faults->note(name, static_cast<long>(result));
@@ -173,7 +173,7 @@ struct Signature<R(Arguments...) noexcept> : Signature<R(Arguments...)> {
 
 } // namespace
 
-// The linker sends calls of a function F to __wrap_F, and calls of __real_F to the function itself.
+// The linker redirects calls of a function F to __wrap_F, and calls of __real_F to F itself.
 #define ARGUMENT(function, i) Signature<decltype(function)>::Argument<i>
 #define SUBSTITUTE(function, parameters, ...)                                                                \
     extern "C" decltype(function) __real_##function;                                                         \
@@ -268,7 +268,7 @@ SUBSTITUTE_2(EVP_PKEY_CTX_set_rsa_padding)
 SUBSTITUTE_2(EVP_PKEY_CTX_set_signature_md)
 #endif
 
-// The C library's declarations carry attributes, which the macros cannot.
+// The declarations of the C library have attributes, which the macros cannot reproduce.
 extern "C" {
 
 FILE *__real_fopen(const char *, const char *);
@@ -317,14 +317,14 @@ int __real_fflush(FILE *);
 int __wrap_fflush(FILE *);
 int __wrap_fflush(FILE *file)
 {
-    // The tests themselves flush all files at once.
+    // The tests themselves flush all streams at once.
     if (file == nullptr)
         return __real_fflush(file);
     return call(file == stdout ? "fflush(stdout)" : "fflush", __real_fflush, file);
 }
 
-// Not by the linker's substitution: the application library calls it, which finds this one before the C
-// library's.
+// Not substituted by the linker, because the application library makes the call. Its calls find this
+// definition before that of the C library.
 int getentropy(void *buffer, std::size_t size)
 {
     using Function = int(void *, std::size_t);

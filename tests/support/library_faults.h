@@ -1,9 +1,8 @@
-// Failures of the libraries below the engine that cannot be had by ordinary means.
+// Failures of the libraries below the engine that ordinary means cannot cause.
 //
-// The program of the unit tests is linked with substitutes for the functions of the cryptographic library and
-// of the C library that the engine calls: the list stands in tests/CMakeLists.txt. A substitute makes the
-// call it stands for, unless a test asks for something else here. Calls inside the libraries are not
-// substituted.
+// The unit tests are linked with substitutes for the functions of the cryptographic library and of the C
+// library that the engine calls; tests/CMakeLists.txt lists them. A substitute calls the real function unless
+// a test requests something else here. Calls inside the libraries are not substituted.
 #pragma once
 
 #include <openssl/crypto.h>
@@ -15,11 +14,11 @@
 #include <string>
 #include <vector>
 
-/// For its own lifetime notes the calls of the substituted functions, and makes those fail that a test asks
-/// it to. A failure that was asked for and never came fails the test. There is one at a time.
+/// During its lifetime, records the calls of the substituted functions, and makes those fail that a test
+/// selects. A requested failure that never happens fails the test. Only one object may exist at a time.
 class LibraryFaults {
 public:
-    /// In place of a number of a call.
+    /// Use instead of a call number.
     static constexpr int everyCall = 0;
 
     LibraryFaults();
@@ -27,19 +26,19 @@ public:
     LibraryFaults(const LibraryFaults &) = delete;
     LibraryFaults &operator=(const LibraryFaults &) = delete;
 
-    /// The `call`-th call from now on is not made and returns `result`; 0 is null where a pointer is
-    /// returned.
+    /// The `call`-th call from now on is not made and returns `result`. If the function returns a pointer, 0
+    /// means null.
     void fail(const std::string &function, long result = 0, int call = 1);
 
-    /// The same, but the call is made all the same.
-    void spoil(const std::string &function, long result = 0, int call = 1);
+    /// The same, but the call is made nevertheless.
+    void overrideResult(const std::string &function, long result = 0, int call = 1);
 
-    /// Runs `action` before the `call`-th call from now on. A later fail or spoil for the same call comes on
-    /// top.
+    /// Runs `action` before the `call`-th call from now on. A later failure requested for the same call is
+    /// applied in addition.
     void before(const std::string &function, const std::function<void()> &action, int call = 1);
 
-    /// Every call from now on goes to `replacement`, of the function's own type. The calls that a replacement
-    /// or an action makes are neither noted nor replaced.
+    /// Every call from now on goes to `replacement`, which has the function's own type. Calls made by a
+    /// replacement or by an action are neither recorded nor replaced.
     template <typename Function>
     void replace(const std::string &function, const std::function<Function> &replacement)
     {
@@ -49,10 +48,10 @@ public:
     /// How often a function was called.
     int calls(const std::string &function) const;
 
-    /// The calls of these functions in their order.
+    /// The calls of these functions, in order.
     std::vector<std::string> callsOf(std::initializer_list<std::string> functions) const;
 
-    /// What the last call of a function with a number for its result returned.
+    /// What the last call of a function that returns a number returned.
     long lastResult(const std::string &function) const;
 
     enum class Kind { Failure, Spoiling, Action, Replacement };
@@ -67,8 +66,8 @@ public:
         bool met;
     };
 
-    /// For the substitutes: notes a call and finds what is to happen to it, or null.
-    const Fault *meet(const char *function);
+    /// For the substitutes: records a call and returns the fault that applies to it, or null.
+    const Fault *recordCall(const char *function);
     bool isPaused() const { return paused; }
     void pause(bool newPaused) { paused = newPaused; }
     void note(const char *function, long result) { results[function] = result; }
@@ -81,7 +80,7 @@ private:
     bool paused = false;
 };
 
-// Functions that go by another name from one version of the library to the next.
+// Functions whose names differ between versions of the library.
 #if OPENSSL_VERSION_NUMBER >= 0x30000000L
 constexpr const char *setCurveFunction = "EVP_PKEY_CTX_set_ec_paramgen_curve_nid";
 constexpr const char *setModulusSizeFunction = "EVP_PKEY_CTX_set_rsa_keygen_bits";

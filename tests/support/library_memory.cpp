@@ -14,14 +14,15 @@
 
 namespace {
 
-/// Every live block and its size. Lives as long as the process: the library releases blocks at its very end.
+/// All live blocks and their sizes. Never destroyed, because the library releases blocks until the process
+/// ends.
 std::unordered_map<void *, std::size_t> &blocks()
 {
     static auto *const all = new std::unordered_map<void *, std::size_t>;
     return *all;
 }
 
-/// What ReleasedMemory looks for. The bytes stand here and nowhere on the heap.
+/// What ReleasedMemory searches for. The bytes are stored here and nowhere on the heap.
 struct Search {
     bool active = false;
     bool lookingAway = false;
@@ -42,7 +43,7 @@ void *allocate(std::size_t size, const char *, int)
 {
     if (size == 0)
         return nullptr;
-    // Where released blocks are looked into, none of their bytes is undefined.
+    // While released blocks are searched, all their bytes must be initialised.
     void *const block = search.active ? std::calloc(1, size) : std::malloc(size);
     if (block != nullptr)
         blocks()[block] = size;
@@ -63,7 +64,7 @@ void release(void *block, const char *, int)
     std::free(block);
 }
 
-/// Never in place, so that the old block is looked into like any other.
+/// Never reallocates in place, so that the old block is searched like any other.
 void *reallocate(void *block, std::size_t size, const char *file, int line)
 {
     void *const grown = allocate(size, file, line);
@@ -75,7 +76,7 @@ void *reallocate(void *block, std::size_t size, const char *file, int line)
     return grown;
 }
 
-/// The library accepts other memory functions only before its first use, so this runs before all else.
+/// The library accepts memory functions only before its first use, so this runs before everything else.
 [[gnu::constructor(101)]] void takeOver()
 {
     if (CRYPTO_set_mem_functions(allocate, reallocate, release) != 1)
@@ -88,7 +89,7 @@ std::ptrdiff_t openFiles()
     return std::distance(begin(descriptors), end(descriptors));
 }
 
-/// Blocks and files, without what the library keeps for this thread.
+/// The number of blocks and open files, without what the library keeps for this thread.
 long held()
 {
     ERR_clear_error();
@@ -98,7 +99,7 @@ long held()
 
 } // namespace
 
-long LeftBehindBy(const std::function<void()> &scenario)
+long LeakedBy(const std::function<void()> &scenario)
 {
     scenario();
     const long before = held();
@@ -117,21 +118,21 @@ ReleasedMemory::~ReleasedMemory()
     search = Search();
 }
 
-void ReleasedMemory::lookFor(const std::string &secret)
+void ReleasedMemory::searchFor(const std::string &secret)
 {
     search.size = std::min(secret.size(), sizeof search.forwards);
     std::copy_n(secret.begin(), search.size, search.forwards);
     std::reverse_copy(search.forwards, search.forwards + search.size, search.backwards);
 }
 
-void ReleasedMemory::lookAway(const std::function<void()> &step)
+void ReleasedMemory::withoutSearching(const std::function<void()> &step)
 {
     search.lookingAway = true;
     step();
     search.lookingAway = false;
 }
 
-bool ReleasedMemory::heldTheSecret() const
+bool ReleasedMemory::containedTheSecret() const
 {
     return search.found;
 }

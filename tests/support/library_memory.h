@@ -1,15 +1,15 @@
-// The memory that the cryptographic library takes, and the engine through it.
+// The memory that the cryptographic library allocates, and the engine through it.
 #pragma once
 
 #include <cstddef>
 #include <functional>
 #include <string>
 
-/// How many blocks, and open files, `scenario` leaves behind. It is run twice: what the library keeps for
-/// good from its first use is not counted.
-long LeftBehindBy(const std::function<void()> &scenario);
+/// How many blocks and open files `scenario` leaks. The scenario runs twice, so that what the library keeps
+/// permanently after its first use is not counted.
+long LeakedBy(const std::function<void()> &scenario);
 
-/// For its own lifetime looks for a secret in every block of the library's at its release.
+/// During its lifetime, searches every block of the library for a secret when the block is released.
 class ReleasedMemory {
 public:
     ReleasedMemory();
@@ -17,16 +17,16 @@ public:
     ReleasedMemory(const ReleasedMemory &) = delete;
     ReleasedMemory &operator=(const ReleasedMemory &) = delete;
 
-    /// Looks from now on for the bytes of `secret`, in this order and in the reverse one, in which the
-    /// library keeps numbers.
-    void lookFor(const std::string &secret);
+    /// Searches from now on for the bytes of `secret`, in this order and in reverse, the order in which the
+    /// library stores numbers.
+    void searchFor(const std::string &secret);
 
-    /// Runs `step` without looking.
-    void lookAway(const std::function<void()> &step);
+    /// Runs `step` without searching.
+    void withoutSearching(const std::function<void()> &step);
 
-    /// Whether a block was released with the secret in it.
-    bool heldTheSecret() const;
+    /// Whether a block was released that contained the secret.
+    bool containedTheSecret() const;
 
-    /// Whether any block was released since lookFor.
+    /// Whether any block was released since searchFor.
     bool sawReleases() const;
 };

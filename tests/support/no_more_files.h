@@ -1,9 +1,9 @@
-// A process that can open no more files.
+// A process that cannot open any more files.
 #pragma once
 
 #include <sys/resource.h>
 
-/// For its own lifetime nothing can be opened any more, not even by root; what is open stays so.
+/// During its lifetime no file can be opened, not even by root. Open files stay open.
 class NoMoreFiles {
 public:
     NoMoreFiles()

@@ -1,12 +1,12 @@
-"""The names of the program's options, from its own table."""
+"""The names of the program's options, read from its own table."""
 
 import pathlib
 import re
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2] / "keygen/run_settings.cpp"
 
-# Long spellings that the program accepts and ignores. They are described apart from what they seem to mean, and bash,
-# which shows no descriptions, does not offer them.
+# Long names that the program accepts and ignores. The documents describe them separately from the options that they
+# seem to mean. bash, which shows no descriptions, does not offer them.
 IGNORED = {"--public-key-hash", "--prvkey-enc"}
 
 

@@ -3,8 +3,7 @@
 
 #include <string>
 
-/// For its own lifetime answers the library's questions, which would otherwise go to the terminal, and counts
-/// them.
+/// During its lifetime, counts and answers the library's questions, which would otherwise go to the terminal.
 class PasswordQuestions {
 public:
     explicit PasswordQuestions(std::string answer = {});

@@ -20,11 +20,11 @@ std::string publicKeyFile(EVP_PKEY *key, const TemporaryFolder &folder)
     std::string path = folder / "public.pem";
     const FileOwner file(std::fopen(path.c_str(), "wb"));
     if (!file || PEM_write_PUBKEY(file.get(), key) != 1)
-        throw std::runtime_error("no public key file");
+        throw std::runtime_error("cannot write the public key file");
     return path;
 }
 
-/// A non-negative number in the fewest bytes.
+/// The shortest encoding of a non-negative number.
 std::string encodedNumber(const std::string &bigEndian)
 {
     const std::size_t first = std::min(bigEndian.find_first_not_of('\0'), bigEndian.size() - 1);
@@ -34,7 +34,7 @@ std::string encodedNumber(const std::string &bigEndian)
     return "\x02" + std::string(1, static_cast<char>(number.size())) + number;
 }
 
-/// Whether the tool ends with `word` and status 0.
+/// Whether the tool prints `word` and ends with status 0.
 bool accepts(std::vector<std::string> arguments, const std::string &word)
 {
     const ProgramResult result = Run("openssl", {.arguments = std::move(arguments)});
@@ -66,7 +66,7 @@ KeyOwner StoredKey(const std::string &name)
     const FileOwner file(std::fopen(StoredKeyPath(name).c_str(), "rb"));
     KeyOwner key(file ? PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr) : nullptr);
     if (!key)
-        throw std::runtime_error("no key in " + name);
+        throw std::runtime_error("cannot read a key from " + name);
     return key;
 }
 

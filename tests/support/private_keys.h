@@ -1,4 +1,4 @@
-// Private keys made elsewhere, and signatures judged elsewhere.
+// Private keys made by other tools, and signatures verified by other tools.
 #pragma once
 
 #include "src/openssl_owners.h"
@@ -10,22 +10,22 @@
 /// The password of every encrypted file in tests/data/private_keys.
 extern const std::string storedPassword;
 
-/// The keys in tests/data/private_keys that are there in every form.
+/// The keys in tests/data/private_keys that exist in every form.
 extern const std::vector<std::string> storedNames;
 
-/// Every form that a private key file may have; the second part tells whether it is encrypted.
+/// Every form that a private key file may have, and whether it is encrypted.
 extern const std::vector<std::pair<std::string, bool>> storedForms;
 
 /// The path of a file in tests/data/private_keys.
 std::string StoredKeyPath(const std::string &name);
 
-/// The key in an unencrypted file of tests/data/private_keys, read by the cryptographic library.
+/// The key in an unencrypted file in tests/data/private_keys, read by the cryptographic library.
 KeyOwner StoredKey(const std::string &name);
 
-/// The public half of `key`, in a key object of its own, as a public key file gives it.
+/// The public half of `key`, in a separate key object, as a public key file contains it.
 KeyOwner PublicHalf(EVP_PKEY *key);
 
-/// The numbers r and s, each in as many bytes, as ECDSA signatures are usually encoded.
+/// Encodes the numbers r and s, which have the same length, in the usual form of ECDSA signatures.
 std::string EncodedSignature(const std::string &numbers);
 
 /// Whether the openssl tool accepts an encoded ECDSA signature of `digest`, or a PKCS#1 v1.5 signature of
@@ -33,8 +33,8 @@ std::string EncodedSignature(const std::string &numbers);
 bool OpensslAcceptsEcdsa(EVP_PKEY *key, const std::string &digest, const std::string &signature);
 bool OpensslAcceptsRsa(EVP_PKEY *key, const std::string &data, const std::string &signature);
 
-/// What the openssl tool prints; a failure of the test where it fails.
+/// What the openssl tool prints. If the tool fails, so does the test.
 std::string OutputOfOpenssl(const std::vector<std::string> &arguments);
 
-/// The bytes of a buffer that the engine handed out; releases it.
+/// The bytes of a buffer that the engine returned. Releases the buffer.
 std::string TakeBuffer(unsigned char *buffer, std::size_t size);

@@ -21,7 +21,7 @@ struct Pipe {
     {
         std::array<int, 2> ends = {};
         if (pipe2(ends.data(), O_CLOEXEC) != 0)
-            throw std::runtime_error("no pipe");
+            throw std::runtime_error("cannot create a pipe");
         readEnd = ends[0];
         writeEnd = ends[1];
     }
@@ -57,7 +57,8 @@ std::vector<char *> pointersTo(std::vector<std::string> &texts)
     return pointers;
 }
 
-/// Everything the child needs, made before the fork: between fork and exec only plain system calls are safe.
+/// Everything that the child needs, prepared before the fork: between fork and exec only plain system calls
+/// are safe.
 class Child {
 public:
     Child(const std::string &program, const ProgramCall &call)
@@ -74,18 +75,18 @@ public:
         mask = call.umask;
     }
 
-    [[noreturn]] void become(int input, int output, int errors)
+    [[noreturn]] void execute(int input, int output, int errors)
     {
         if (dup2(input, 0) != -1 && dup2(output, 1) != -1 && dup2(errors, 2) != -1)
-            become();
+            execute();
         _exit(127);
     }
 
-    [[noreturn]] void become()
+    [[noreturn]] void execute()
     {
         std::vector<char *> argumentPointers = pointersTo(arguments);
         std::vector<char *> environmentPointers = pointersTo(environment);
-        // A signal that the tests ignore, or block, is none of the child's business.
+        // Resets signals that the tests ignore or block, so that the child does not inherit this.
         signal(SIGPIPE, SIG_DFL);
         if (mask)
             ::umask(static_cast<mode_t>(*mask));
@@ -101,9 +102,10 @@ private:
     std::optional<int> mask;
 };
 
-/// Feeds and empties the child's pipes until both outputs have ended; kills it when `deadline` has passed.
-void converse(pid_t child, Pipe &input, const std::string &text, Pipe &output, Pipe &errors,
-              ProgramResult &result, Clock::time_point deadline)
+/// Writes to and reads from the child's pipes until both outputs have ended. Kills the child when `deadline`
+/// has passed.
+void transferData(pid_t child, Pipe &input, const std::string &text, Pipe &output, Pipe &errors,
+                  ProgramResult &result, Clock::time_point deadline)
 {
     std::size_t fed = 0;
     if (text.empty())
@@ -113,7 +115,7 @@ void converse(pid_t child, Pipe &input, const std::string &text, Pipe &output, P
                                          pollfd{output.readEnd, POLLIN, 0},
                                          pollfd{errors.readEnd, POLLIN, 0}};
         if (poll(waiting.data(), waiting.size(), 100) < 0 && errno != EINTR)
-            throw std::runtime_error("poll fails");
+            throw std::runtime_error("poll failed");
         if (Clock::now() > deadline)
             kill(child, SIGKILL);
         if (waiting[0].revents != 0) {
@@ -122,7 +124,7 @@ void converse(pid_t child, Pipe &input, const std::string &text, Pipe &output, P
             if ((size < 0 && errno != EAGAIN && errno != EINTR) || fed == text.size())
                 input.closeWrite();
         }
-        const auto drain = [](const pollfd &ready, Pipe &pipe, std::string &into) {
+        const auto receive = [](const pollfd &ready, Pipe &pipe, std::string &into) {
             std::array<char, 65536> chunk;
             if (ready.revents == 0)
                 return;
@@ -132,8 +134,8 @@ void converse(pid_t child, Pipe &input, const std::string &text, Pipe &output, P
             else if (size == 0 || errno != EINTR)
                 pipe.closeRead();
         };
-        drain(waiting[1], output, result.output);
-        drain(waiting[2], errors, result.errors);
+        receive(waiting[1], output, result.output);
+        receive(waiting[2], errors, result.errors);
     }
 }
 
@@ -151,16 +153,16 @@ ProgramResult Run(const std::string &program, const ProgramCall &call)
 
     const pid_t id = fork();
     if (id == -1)
-        throw std::runtime_error("fork fails");
+        throw std::runtime_error("fork failed");
     if (id == 0)
-        child.become(input.readEnd, output.writeEnd, errors.writeEnd);
+        child.execute(input.readEnd, output.writeEnd, errors.writeEnd);
     input.closeRead();
     output.closeWrite();
     errors.closeWrite();
 
     ProgramResult result;
-    converse(id, input, call.input, output, errors, result,
-             Clock::now() + std::chrono::seconds(call.secondsToLive));
+    transferData(id, input, call.input, output, errors, result,
+                 Clock::now() + std::chrono::seconds(call.timeoutSeconds));
     int status = 0;
     while (waitpid(id, &status, 0) == -1 && errno == EINTR) {
     }
@@ -176,9 +178,9 @@ ProgramResult RunKeygen(const ProgramCall &call)
     return Run(KeygenProgram(), call);
 }
 
-void Become(const std::string &program, const ProgramCall &call)
+void Exec(const std::string &program, const ProgramCall &call)
 {
-    Child(program, call).become();
+    Child(program, call).execute();
 }
 
 std::string KeygenProgram()

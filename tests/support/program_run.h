@@ -1,4 +1,4 @@
-// Programs run as a user runs them.
+// Programs, run as a user runs them.
 #pragma once
 
 #include <map>
@@ -6,15 +6,15 @@
 #include <string>
 #include <vector>
 
-/// How a program is started. Arguments, input and folder are byte strings, taken as they are.
+/// How a program is started. Arguments, input and directory are byte strings, passed unchanged.
 struct ProgramCall {
     std::vector<std::string> arguments;
-    std::string input = {};   ///< all of standard input; then its end
-    std::string folder = "."; ///< working folder
+    std::string input = {};   ///< all of standard input
+    std::string folder = "."; ///< working directory
     std::optional<std::map<std::string, std::string>> environment =
         std::nullopt;                        ///< in place of this process's
     std::optional<int> umask = std::nullopt; ///< in place of this process's
-    int secondsToLive = 300;                 ///< then it is killed
+    int timeoutSeconds = 300;                ///< then it is killed
 };
 
 struct ProgramResult {
@@ -24,14 +24,14 @@ struct ProgramResult {
     std::string errors; ///< standard error
 };
 
-/// Runs `program`, found through PATH when it holds no slash, to its end.
+/// Runs `program`, which is searched for in PATH if its name contains no slash, until it ends.
 ProgramResult Run(const std::string &program, const ProgramCall &call);
 
-/// Runs the built key generator to its end.
+/// Runs the built key generator until it ends.
 ProgramResult RunKeygen(const ProgramCall &call);
 
-/// Turns this process, a child made for it, into `program`. Its standard streams stay as they are.
-[[noreturn]] void Become(const std::string &program, const ProgramCall &call);
+/// Replaces this process, which must be a child process, with `program`. The standard streams are kept.
+[[noreturn]] void Exec(const std::string &program, const ProgramCall &call);
 
-/// The built key generator's path.
+/// The path of the built key generator.
 std::string KeygenProgram();

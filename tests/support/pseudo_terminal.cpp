@@ -24,7 +24,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds longestWait(30);
 
-/// Of the screen, what a failure shows.
+/// The part of the screen that is shown with a failure.
 std::string lastLines(const std::string &screen)
 {
     std::size_t begin = screen.size();
@@ -36,12 +36,12 @@ std::string lastLines(const std::string &screen)
 int checked(int result, const char *what)
 {
     if (result == -1)
-        throw std::runtime_error(std::string(what) + " fails");
+        throw std::runtime_error(std::string(what) + " failed");
     return result;
 }
 
-/// Signals as a new login has them: what the tests were started with, or set, is none of the program's
-/// business.
+/// Resets the signals to the state after a login, so that the program does not inherit what the tests were
+/// started with or have set.
 void resetSignals()
 {
     for (const int number : {SIGINT, SIGHUP, SIGQUIT, SIGTERM, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGABRT,
@@ -54,9 +54,9 @@ void resetSignals()
 
 [[noreturn]] void runProgram(const std::function<void()> &function, int terminal) noexcept
 {
-    // Not even a program that takes no notice of a hang-up outlives its session.
+    // Ensures that even a program that ignores the hang-up ends with its session.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    // No image of the tests is left behind where a signal is to end the program.
+    // Avoids a core file of the tests if a signal is expected to end the program.
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
     setpgid(0, 0);
@@ -69,7 +69,7 @@ void resetSignals()
     std::exit(EXIT_SUCCESS);
 }
 
-// For the handler of the session's leader.
+// For the signal handler of the session leader.
 pid_t leadersProgram;
 int leadersTerminal;
 
@@ -85,8 +85,9 @@ void report(int reports, int value)
         _exit(EXIT_FAILURE);
 }
 
-/// The session's leader, in place of a shell: reports its program's process id, then each of its changes, and
-/// goes on for as long as the terminal. Its end would be a hang-up, which loses what was not read yet.
+/// The session leader, which replaces a shell. It reports the process id of its program and then each change
+/// of state, and runs as long as the terminal exists: its end would cause a hang-up, which discards unread
+/// output.
 [[noreturn]] void lead(const std::function<void()> &function, int terminal, int reports) noexcept
 {
     resetSignals();
@@ -124,7 +125,7 @@ int openMaster()
     return master;
 }
 
-/// The other end, set to pass on what is written as it is.
+/// The other end, set to pass on output unchanged.
 int openTerminal(int master)
 {
     const int terminal = checked(open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC), "open");
@@ -137,8 +138,7 @@ int openTerminal(int master)
 
 } // namespace
 
-PseudoTerminal::PseudoTerminal(const ProgramCall &call)
-    : PseudoTerminal([&] { Become(KeygenProgram(), call); })
+PseudoTerminal::PseudoTerminal(const ProgramCall &call) : PseudoTerminal([&] { Exec(KeygenProgram(), call); })
 {
 }
 
@@ -149,7 +149,7 @@ PseudoTerminal::PseudoTerminal(const std::function<void()> &function) : master(o
     std::array<int, 2> ends = {};
     checked(pipe2(ends.data(), O_CLOEXEC), "pipe2");
     reports = ends[0];
-    // What is still buffered would be written twice.
+    // Buffered output would be written twice.
     std::fflush(nullptr);
     leader = checked(fork(), "fork");
     if (leader == 0) {
@@ -160,7 +160,7 @@ PseudoTerminal::PseudoTerminal(const std::function<void()> &function) : master(o
     close(terminal);
     close(ends[1]);
     if (read(reports, &program, sizeof program) != sizeof program)
-        throw std::runtime_error("no program on the terminal");
+        throw std::runtime_error("the program on the terminal did not start");
 }
 
 PseudoTerminal::~PseudoTerminal()
@@ -190,7 +190,7 @@ void PseudoTerminal::type(const std::string &bytes)
 {
     typedAt = received.size();
     if (write(master, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
-        throw std::runtime_error("the terminal takes no more");
+        throw std::runtime_error("cannot write to the terminal");
 }
 
 void PseudoTerminal::sendSignal(int signal) const
@@ -204,7 +204,7 @@ testing::AssertionResult PseudoTerminal::stopsBy(int signal)
         return failure("does not stop");
     const int change = changes.front();
     if (!WIFSTOPPED(change) || WSTOPSIG(change) != signal)
-        return failure("changed in another way, to status " + std::to_string(change));
+        return failure("changed its state unexpectedly, to status " + std::to_string(change));
     changes.pop_front();
     return testing::AssertionSuccess();
 }
@@ -234,14 +234,14 @@ termios PseudoTerminal::attributes() const
     return found;
 }
 
-void PseudoTerminal::setAttributes(const termios &wanted)
+void PseudoTerminal::setAttributes(const termios &newAttributes)
 {
-    checked(tcsetattr(master, TCSANOW, &wanted), "tcsetattr");
+    checked(tcsetattr(master, TCSANOW, &newAttributes), "tcsetattr");
 }
 
 testing::AssertionResult PseudoTerminal::reaches(const std::function<bool()> &state)
 {
-    return waitUntil(state) ? testing::AssertionSuccess() : failure("does not get that far");
+    return waitUntil(state) ? testing::AssertionSuccess() : failure("does not reach the expected state");
 }
 
 bool PseudoTerminal::waitUntil(const std::function<bool()> &holds)
@@ -252,13 +252,13 @@ bool PseudoTerminal::waitUntil(const std::function<bool()> &holds)
     return holds();
 }
 
-/// Takes what the terminal and the leader have, after a short wait when they have nothing.
+/// Reads what the terminal and the leader have written, after a short wait if there is nothing.
 void PseudoTerminal::receive()
 {
-    // A closed terminal would be ready for ever.
+    // A closed terminal would always be ready.
     std::array<pollfd, 2> waiting = {pollfd{reports, POLLIN, 0}, pollfd{isOpen ? master : -1, POLLIN, 0}};
     if (poll(waiting.data(), waiting.size(), 20) < 0 && errno != EINTR)
-        throw std::runtime_error("poll fails");
+        throw std::runtime_error("poll failed");
     int change = 0;
     if ((waiting[0].revents & POLLIN) != 0 && read(reports, &change, sizeof change) == sizeof change)
         changes.push_back(change);

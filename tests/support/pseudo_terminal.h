@@ -1,4 +1,4 @@
-// A terminal, with a program that someone types to.
+// A terminal with a program on it, and a user who types.
 #pragma once
 
 #include "tests/support/program_run.h"
@@ -12,22 +12,23 @@
 #include <sys/types.h>
 #include <termios.h>
 
-/// A session of its own on a pseudo-terminal of its own: a program in the foreground, and the little of a
-/// shell that takes the terminal back when the program stops. The terminal passes the program's bytes on as
-/// they are, so that screen() holds these and the echo of what is typed. Every wait ends, as a failure, after
-/// a deadline. What is still running at the end is killed.
+/// A new session on a new pseudo-terminal: a program in the foreground, and the part of a shell that takes
+/// the terminal back when the program stops. The terminal passes on the program's bytes unchanged, so
+/// screen() contains these and the echo of what is typed. Each wait fails after a time limit. A program that
+/// is still running is killed on destruction.
 class PseudoTerminal {
 public:
-    /// The built key generator, with the terminal as its three standard streams. `call.input` is not used.
+    /// Runs the built key generator, with the terminal as its three standard streams. `call.input` is not
+    /// used.
     explicit PseudoTerminal(const ProgramCall &call = {.arguments = {}});
-    /// `function` in a process of its own, which ends with status 0 when it returns. Assertions in it are
-    /// lost: let it print what is to be checked.
+    /// Runs `function` in a new process, which ends with status 0 when the function returns. Assertions in it
+    /// are lost: let it print what has to be checked.
     explicit PseudoTerminal(const std::function<void()> &function);
     ~PseudoTerminal();
     PseudoTerminal(const PseudoTerminal &) = delete;
     PseudoTerminal &operator=(const PseudoTerminal &) = delete;
 
-    /// Waits until the screen ends in `text`, all of it written after what was typed last.
+    /// Waits until the screen ends in `text`, and all of `text` was written after the last typed input.
     testing::AssertionResult shows(const std::string &text);
     /// Waits for `prompt` and types `answer`.
     testing::AssertionResult answers(const std::string &prompt, const std::string &answer);
@@ -35,25 +36,25 @@ public:
     /// Everything read from the terminal so far.
     const std::string &screen() const { return received; }
 
-    /// What is typed appears on the screen.
+    /// Whether the terminal echoes what is typed.
     bool echoes() const { return (attributes().c_lflag & ECHO) != 0; }
-    /// The terminal keeps a line to itself, for editing, until its end is typed.
+    /// Whether the terminal holds each line back for editing until it is complete.
     bool editsLines() const { return (attributes().c_lflag & ICANON) != 0; }
     termios attributes() const;
-    /// The attributes that the program found.
+    /// The attributes of the terminal before the program changed them.
     const termios &firstAttributes() const { return first; }
-    void setAttributes(const termios &wanted);
-    /// Waits until `state` holds.
+    void setAttributes(const termios &newAttributes);
+    /// Waits until `state` returns true.
     testing::AssertionResult reaches(const std::function<bool()> &state);
 
     void sendSignal(int signal) const;
-    /// Waits until `signal` has stopped the program. The terminal is then no longer the program's.
+    /// Waits until `signal` has stopped the program. The terminal then no longer belongs to the program.
     testing::AssertionResult stopsBy(int signal);
-    /// Gives a stopped program the terminal, and continues it.
+    /// Gives the terminal back to a stopped program, and continues the program.
     void continueInForeground() const;
     void continueInBackground() const { sendSignal(SIGCONT); }
-    /// Waits for the end of the program. The result's output is screen(); its errors are empty, for the
-    /// terminal is standard error too.
+    /// Waits for the end of the program. The result's output is screen(). Its errors are empty, because
+    /// standard error is the terminal, too.
     ProgramResult end();
 
 private:
@@ -68,6 +69,6 @@ private:
     pid_t program = -1;
     std::string received;
     std::size_t typedAt = 0;
-    bool isOpen = true;      ///< on the program's side
-    std::deque<int> changes; ///< the program's stops and its end, as waitpid tells them, not waited for yet
+    bool isOpen = true;      ///< on the side of the program
+    std::deque<int> changes; ///< stops and end of the program, as reported by waitpid and not yet processed
 };

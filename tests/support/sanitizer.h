@@ -1,4 +1,4 @@
-// Whether this build watches its own memory.
+// Whether this build checks its own memory.
 #pragma once
 
 #ifdef KEYGEN_UNDER_SANITIZERS

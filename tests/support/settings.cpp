@@ -54,7 +54,7 @@ std::string textOf(const std::array<unsigned char *, packetSize> &table)
 template <typename Visit>
 void visitSettings(const Visit &visit)
 {
-    // Made from the declarations in run_settings.h; none can be forgotten here.
+    // Generated from the declarations in run_settings.h, so none can be forgotten.
 #include "all_settings.inc"
 }
 
@@ -63,7 +63,7 @@ bool isScratch(std::string_view name)
     return name == "NewPath" || name == "InfoPath" || name == "true_command";
 }
 
-/// The settings' texts as the first call finds them.
+/// The texts of the settings at the first call.
 const std::map<std::string_view, std::string> &textsAtStart()
 {
     static const auto texts = [] {
@@ -74,7 +74,7 @@ const std::map<std::string_view, std::string> &textsAtStart()
     return texts;
 }
 
-/// Each gives one setting the value that the first call finds.
+/// Functions that each restore one setting to its value at the first call.
 const std::vector<std::function<void()>> &resets()
 {
     static const auto all = [] {

@@ -1,4 +1,4 @@
-// The signals that a thread holds back.
+// The signals that a thread blocks.
 #pragma once
 
 #include <csignal>
@@ -7,7 +7,7 @@
 /// The numbers of the signals that the calling thread blocks.
 std::set<int> BlockedSignals();
 
-/// Blocks these signals, and no others, for its own lifetime.
+/// Blocks these signals, and no others, during its lifetime.
 class OnlyBlocked {
 public:
     explicit OnlyBlocked(const std::set<int> &signals);

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -15,13 +16,13 @@ TemporaryFolder::TemporaryFolder()
 {
     std::string name = (fs::temp_directory_path() / "keygen test XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr)
-        throw std::runtime_error("no temporary folder at " + name);
+        throw std::runtime_error("cannot create the temporary directory " + name);
     folder = name;
 }
 
 TemporaryFolder::~TemporaryFolder()
 {
-    // A test may have left folders that their owner cannot enter.
+    // A test may have left directories that their owner cannot enter.
     std::error_code ignored;
     for (auto entry =
              fs::recursive_directory_iterator(folder, fs::directory_options::skip_permission_denied, ignored);
@@ -35,9 +36,9 @@ TemporaryFolder::~TemporaryFolder()
 int UnnamedFile()
 {
     std::string name = (fs::temp_directory_path() / "keygen-test-XXXXXX").string();
-    const int file = mkstemp(name.data());
+    const int file = mkostemp(name.data(), O_CLOEXEC);
     if (file == -1)
-        throw std::runtime_error("no temporary file at " + name);
+        throw std::runtime_error("cannot create the temporary file " + name);
     unlink(name.c_str());
     return file;
 }

@@ -24,9 +24,9 @@ void require(bool condition, const char *what)
 
 EcKeyOwner ellipticKeyOf(const EVP_PKEY *key)
 {
-    // Some versions of the library take the key without const; it is only read.
+    // Some versions of the library do not declare the key const, but they only read it.
     EcKeyOwner ec(EVP_PKEY_get1_EC_KEY(const_cast<EVP_PKEY *>(key)));
-    require(ec != nullptr, "no elliptic-curve key");
+    require(ec != nullptr, "not an elliptic-curve key");
     return ec;
 }
 
@@ -39,14 +39,14 @@ std::string bytesOf(const BIGNUM *number)
 
 int liveKeys = 0;
 
-/// The library calls this for every key that is made,
-void noteMaking(void *, void *, CRYPTO_EX_DATA *, int, long, void *)
+/// The library calls this for every key that is created.
+void recordCreation(void *, void *, CRYPTO_EX_DATA *, int, long, void *)
 {
     ++liveKeys;
 }
 
-/// and this for every key that is released.
-void noteRelease(void *, void *watched, CRYPTO_EX_DATA *, int, long, void *)
+/// The library calls this for every key that is released.
+void recordRelease(void *, void *watched, CRYPTO_EX_DATA *, int, long, void *)
 {
     --liveKeys;
     if (watched != nullptr)
@@ -55,7 +55,7 @@ void noteRelease(void *, void *watched, CRYPTO_EX_DATA *, int, long, void *)
 
 int watchIndex()
 {
-    static const int index = EC_KEY_get_ex_new_index(0, nullptr, noteMaking, nullptr, noteRelease);
+    static const int index = EC_KEY_get_ex_new_index(0, nullptr, recordCreation, nullptr, recordRelease);
     return index;
 }
 
@@ -86,7 +86,7 @@ std::string FromHex(const std::string &digits)
 KeyOwner FixedKey(int nid, unsigned long number)
 {
     EcKeyOwner ec(EC_KEY_new_by_curve_name(nid));
-    require(ec != nullptr, "no such curve");
+    require(ec != nullptr, "unknown curve");
     const Number privateNumber(BN_new());
     const EC_GROUP *const group = EC_KEY_get0_group(ec.get());
     const Point point(EC_POINT_new(group));
@@ -97,7 +97,7 @@ KeyOwner FixedKey(int nid, unsigned long number)
             "no fixed key");
     EC_KEY_set_asn1_flag(ec.get(), OPENSSL_EC_NAMED_CURVE);
     KeyOwner key(EVP_PKEY_new());
-    require(EVP_PKEY_assign_EC_KEY(key.get(), ec.get()) == 1, "no key object");
+    require(EVP_PKEY_assign_EC_KEY(key.get(), ec.get()) == 1, "cannot create the key object");
     static_cast<void>(ec.release()); // the key object owns it
     return key;
 }
@@ -120,7 +120,7 @@ std::string PointOf(const EVP_PKEY *key)
 
 std::string EncodingOfPoint(int nid, const std::string &point)
 {
-    require(nid == 415 || nid == 928, "a curve of another kind");
+    require(nid == 415 || nid == 928, "unsupported curve");
     const std::string header = nid == 928
                                    ? "30 5A 30 14 06 07 2A 86 48 CE 3D 02 01 06 09 2B 24 03 03 02 08 01 01 08"
                                    : "30 59 30 13 06 07 2A 86 48 CE 3D 02 01 06 08 2A 86 48 CE 3D 03 01 07";
@@ -154,7 +154,7 @@ std::string ContentOfPemFile(const std::string &label, const std::string &file)
     if (EVP_DecodeBlock(reinterpret_cast<unsigned char *>(content.data()), Bytes(base64),
                         static_cast<int>(base64.size())) < 0)
         return "";
-    // The library's decoder counts the padding's zero bytes.
+    // The library's decoder counts the zero bytes of the padding.
     const std::size_t lastDigit = base64.find_last_not_of('=');
     content.resize(content.size() - (base64.size() - 1 - lastDigit));
     return PemFile(label, content) == file ? content : "";
@@ -162,7 +162,7 @@ std::string ContentOfPemFile(const std::string &label, const std::string &file)
 
 std::string Sha256Of(const std::string &data)
 {
-    // By the plain functions: the others set the library up, and read its configuration.
+    // Uses the low-level functions, because the others initialise the library and read its configuration.
     std::string digest(SHA256_DIGEST_LENGTH, '\0');
     SHA256_CTX context;
     SHA256_Init(&context);
@@ -184,5 +184,6 @@ int LiveCurveKeys()
 
 ReleaseWatch::ReleaseWatch(EVP_PKEY *key)
 {
-    require(EC_KEY_set_ex_data(ellipticKeyOf(key).get(), watchIndex(), &isReleased) == 1, "no watch");
+    require(EC_KEY_set_ex_data(ellipticKeyOf(key).get(), watchIndex(), &isReleased) == 1,
+            "cannot watch the key");
 }

@@ -6,27 +6,27 @@
 #include <cstddef>
 #include <string>
 
-/// The bytes of `text`, as the engine takes paths, passwords and data.
+/// The bytes of `text`, in the type that the engine uses for paths, passwords and data.
 const unsigned char *Bytes(const std::string &text);
 
-/// The bytes that `digits` spell in hexadecimal; blanks are left out.
+/// The bytes that `digits` represent in hexadecimal. Spaces are ignored.
 std::string FromHex(const std::string &digits);
 
-/// The key on the curve `nid` whose private number is `number`: always the same one. Its encodings name the
-/// curve.
+/// The key on the curve `nid` with the private number `number`. Its encodings name the curve.
 KeyOwner FixedKey(int nid, unsigned long number);
 
-/// A private key's number, 32 bytes, and a public key's point X then Y, 64 bytes, on a curve of 256 bits.
+/// The number of a private key (32 bytes) and the point of a public key (X then Y, 64 bytes), on a curve of
+/// 256 bits.
 std::string NumberOf(const EVP_PKEY *key);
 std::string PointOf(const EVP_PKEY *key);
 
-/// SubjectPublicKeyInfo on prime256v1 (415) or brainpoolP256t1 (928), written down byte by byte.
+/// SubjectPublicKeyInfo on prime256v1 (415) or brainpoolP256t1 (928), spelled out byte by byte.
 std::string EncodingOfPoint(int nid, const std::string &point);
 
 /// A PEM file with one block: lines of 64 characters, a line feed after each line.
 std::string PemFile(const std::string &label, const std::string &content);
 
-/// The content of a PEM file's one block; empty when the file is not exactly as PemFile would write it.
+/// The content of the only block of a PEM file; empty if the file is not exactly as PemFile would write it.
 std::string ContentOfPemFile(const std::string &label, const std::string &file);
 
 std::string Sha256Of(const std::string &data);
@@ -34,10 +34,10 @@ std::string Sha256Of(const std::string &data);
 /// The path of a file in tests/data.
 std::string TestData(const std::string &name);
 
-/// How many elliptic-curve keys the library holds at present, of those made since this was first asked for.
+/// How many elliptic-curve keys exist in the library now, of those created since the first call.
 int LiveCurveKeys();
 
-/// Tells when the elliptic-curve key inside a key object is released.
+/// Records whether the elliptic-curve key inside a key object has been released.
 class ReleaseWatch {
 public:
     explicit ReleaseWatch(EVP_PKEY *key);

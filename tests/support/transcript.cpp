@@ -22,9 +22,9 @@ std::vector<std::string> linesOf(const std::string &visible)
     return lines;
 }
 
-/// Lines before and after those that differ.
+/// The number of lines shown before and after those that differ.
 constexpr std::ptrdiff_t linesAround = 2;
-/// Of a longer line, the start is shown.
+/// The number of bytes shown of a longer line.
 constexpr std::size_t bytesShown = 400;
 
 std::string difference(const std::string &actual, const std::string &expected)
@@ -33,7 +33,7 @@ std::string difference(const std::string &actual, const std::string &expected)
     const std::vector<std::string> after = linesOf(Visible(actual));
     const auto [firstBefore, firstAfter] =
         std::mismatch(before.begin(), before.end(), after.begin(), after.end());
-    // From the end, as far as the lines that differ from the start.
+    // Searches from the end, at most up to the first difference.
     const auto lastBefore = std::make_reverse_iterator(firstBefore);
     const auto lastAfter = std::make_reverse_iterator(firstAfter);
     const auto [endBefore, endAfter] = std::mismatch(before.rbegin(), lastBefore, after.rbegin(), lastAfter);
@@ -71,7 +71,7 @@ std::string pathOf(const std::string &name)
     return std::string(TRANSCRIPT_FOLDER "/") + name;
 }
 
-/// The content of a file; nothing where there is none.
+/// The content of a file; empty if there is none.
 std::string contentOf(const std::string &path)
 {
     std::ostringstream content;
@@ -110,7 +110,7 @@ testing::AssertionResult Same(const std::string &actual, const std::string &expe
 std::string Transcript(const std::string &name)
 {
     const std::string text = replaced(contentOf(pathOf(name)), versionKept, versionShown);
-    EXPECT_NE(text, "") << "no transcript " << name;
+    EXPECT_NE(text, "") << "cannot read the transcript " << name;
     return text;
 }
 
@@ -128,8 +128,7 @@ testing::AssertionResult MatchesTranscript(const std::string &name, const std::s
         return same ? same
                     : testing::AssertionFailure() << "tests/transcripts/" << name << " " << same.message();
     std::ofstream(pathOf(name), std::ios::binary) << replaced(actual, versionShown, versionKept);
-    return testing::AssertionFailure()
-           << "tests/transcripts/" << name
-           << " was written anew. A test fails when it writes; run it again without "
-              "KEYGEN_UPDATE_TRANSCRIPTS.";
+    return testing::AssertionFailure() << "tests/transcripts/" << name
+                                       << " was rewritten. A test fails when it writes; run it again without "
+                                          "KEYGEN_UPDATE_TRANSCRIPTS.";
 }

@@ -1,9 +1,9 @@
-// The process's mask for the modes of new files.
+// The mask of the process for the modes of new files.
 #pragma once
 
 #include <sys/stat.h>
 
-/// Puts a mask in force for its own lifetime.
+/// Sets a mask during its lifetime.
 class UmaskInForce {
 public:
     explicit UmaskInForce(int mask) : before(umask(static_cast<mode_t>(mask))) {}

@@ -11,10 +11,10 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int usualUmask = 022;
-/// Seconds after which a run that waits for an answer is given up.
-constexpr int patience = 300;
+/// Seconds after which a run that waits for an answer is ended.
+constexpr int timeLimit = 300;
 
-testing::AssertionResult endedWell(const ProgramResult &run, int status)
+testing::AssertionResult endedWithStatus(const ProgramResult &run, int status)
 {
     if (run.signal != 0)
         return testing::AssertionFailure() << "ended by signal " << run.signal;
@@ -46,7 +46,7 @@ ProgramResult RunIn(const TemporaryFolder &folder, const std::vector<std::string
                       .input = input,
                       .folder = folder.path().string(),
                       .umask = usualUmask,
-                      .secondsToLive = patience});
+                      .timeoutSeconds = timeLimit});
 }
 
 ProgramResult RunInShell(const TemporaryFolder &folder, const std::string &script,
@@ -57,7 +57,7 @@ ProgramResult RunInShell(const TemporaryFolder &folder, const std::string &scrip
     return Run("sh", {.arguments = words,
                       .folder = folder.path().string(),
                       .umask = usualUmask,
-                      .secondsToLive = patience});
+                      .timeoutSeconds = timeLimit});
 }
 
 void PutFile(const TemporaryFolder &folder, const std::string &name, const std::string &content)
@@ -69,13 +69,13 @@ void PutFile(const TemporaryFolder &folder, const std::string &name, const std::
 testing::AssertionResult Ended(const ProgramResult &run, int status, const std::string &output)
 {
     const testing::AssertionResult printed = Same(run.output, output);
-    return printed ? endedWell(run, status) : printed;
+    return printed ? endedWithStatus(run, status) : printed;
 }
 
 testing::AssertionResult EndedAsIn(const ProgramResult &run, int status, const std::string &transcript)
 {
     const testing::AssertionResult printed = MatchesTranscript(transcript, run.output);
-    return printed ? endedWell(run, status) : printed;
+    return printed ? endedWithStatus(run, status) : printed;
 }
 
 std::string FilesIn(const fs::path &folder)

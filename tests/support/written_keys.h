@@ -1,16 +1,16 @@
-// What can be told of key files that were written.
+// Properties of written key files.
 #pragma once
 
 #include <string>
 
-/// True when `password`, byte for byte, opens the private key file at `path`.
+/// Whether `password`, byte for byte, opens the private key file at `path`.
 bool OpensPrivateKey(const std::string &path, const std::string &password);
 
-/// The public point, X then Y, of the private key file at `path`; empty when `password` does not open it.
+/// The public point, X then Y, of the private key file at `path`; empty if `password` does not open it.
 std::string PointOfPrivateKey(const std::string &path, const std::string &password);
 
-/// The public point of the public key file at `path`; empty when it holds no whole key on a curve of 256
-/// bits.
+/// The public point of the public key file at `path`; empty if it does not contain a complete key on a curve
+/// of 256 bits.
 std::string PointOfPublicKey(const std::string &path);
 
 /// The short name of the cipher that the private key file at `path` is encrypted with.

@@ -58,14 +58,14 @@ protected:
     }
 };
 
-// Collecting
+// Collecting the arguments
 
 TEST_F(CommandLine, ChangesNothingWithoutArguments)
 {
     EXPECT_EQ(settingsFrom({}), "");
 }
 
-TEST_F(CommandLine, RefusesAFirstArgumentThatIsNoOption)
+TEST_F(CommandLine, RefusesAFirstArgumentThatIsNotAnOption)
 {
     for (const char *argument : {"key.pem", "pwd", "?", " -v", "/h", "\xE2\x80\x93v"})
         expectError({argument}, argumentError);
@@ -82,14 +82,14 @@ TEST_F(CommandLine, RefusesABadArgumentBeforeItAnswersHelp)
     expectError({"key.pem", "-h"}, argumentError);
 }
 
-TEST_F(CommandLine, TakesAnArgumentWithADashForAnOption)
+TEST_F(CommandLine, TreatsAnArgumentWithADashAsAnOption)
 {
     expectError({"-pwd", "-abc"}, InvalidCommand("-abc"));
     expectError({"-pwd", "good", "-"}, InvalidCommand("-"));
     EXPECT_EQ(settingsFrom({"-pubk", "-prvk", "k.pem"}), "privateKeyPath=\"k.pem\"\n");
 }
 
-TEST_F(CommandLine, TakesEmptyValues)
+TEST_F(CommandLine, AcceptsEmptyValues)
 {
     EXPECT_EQ(settingsFrom({"-pwd", "", "-abs", "out"}), "isPasswordCmd=true\n"
                                                          "absolutePath=\"out\"\n"
@@ -103,7 +103,7 @@ Arguments withValues(const QByteArray &option, int count)
     return arguments;
 }
 
-TEST_F(CommandLine, Takes25ValuesOfOneOption)
+TEST_F(CommandLine, Accepts25ValuesOfOneOption)
 {
     EXPECT_EQ(settingsFrom(withValues("-pwd", 24)),
               "numberPassword=24\nisPasswordCmd=true\npassword=\"value\"\n");
@@ -120,7 +120,7 @@ TEST_F(CommandLine, RefusesThe26thValueOfAnOption)
     expectError(withValues("-pwd", 27), argumentError);
 }
 
-TEST_F(CommandLine, CollectsAnyNumberOfOptions)
+TEST_F(CommandLine, AcceptsAnyNumberOfOptions)
 {
     for (const int count : {19, 20, 21, 1000}) {
         Arguments arguments;
@@ -132,7 +132,7 @@ TEST_F(CommandLine, CollectsAnyNumberOfOptions)
     }
 }
 
-TEST_F(CommandLine, TakesAnArgumentOf128KiB)
+TEST_F(CommandLine, AcceptsAnArgumentOf128KiB)
 {
     const std::string path(131071, 'p');
     EXPECT_EQ(settingsFrom({"-abs", path.c_str()}), "absolutePath=\"" + path + "\"\n");
@@ -140,7 +140,7 @@ TEST_F(CommandLine, TakesAnArgumentOf128KiB)
     expectError({name.c_str()}, InvalidCommand(name));
 }
 
-// Bytes
+// Encoding
 
 TEST_F(CommandLine, ReadsValuesAsUtf8)
 {
@@ -156,7 +156,7 @@ TEST_F(CommandLine, KeepsAByteOrderMarkAndControlCharacters)
     EXPECT_EQ(settingsFrom({"-abs", "a\nb\x1B\t\x7F"}), "absolutePath=\"a\nb\x1B\t\x7F\"\n");
 }
 
-TEST_F(CommandLine, RefusesAValueThatIsNoUtf8)
+TEST_F(CommandLine, RefusesAValueThatIsInvalidUtf8)
 {
     for (const char *value : {"\xFF", "pass\xE9", "abc\xE2\x82", "\xC0\xAF", "\xED\xA0\x80", "a\x80z"}) {
         expectError({"-pwd", value}, argumentError);
@@ -166,7 +166,7 @@ TEST_F(CommandLine, RefusesAValueThatIsNoUtf8)
     }
 }
 
-TEST_F(CommandLine, ReportsANameThatIsNoUtf8AsInvalid)
+TEST_F(CommandLine, ReportsANameThatIsInvalidUtf8)
 {
     expectError({"-p\xFFq"}, InvalidCommand("-p\xEF\xBF\xBDq"));
     expectError({"-pwd\xFF"}, InvalidCommand("-pwd\xEF\xBF\xBD"));
@@ -194,13 +194,13 @@ TEST_F(CommandLine, ReportsAnUnknownNameBeforeHelpVersionAndWrongValues)
     expectError({"-n", "2", "-x"}, InvalidCommand("-x"));
 }
 
-TEST_F(CommandLine, RefusesTheNamesThatOnlyTheApplyingKnows)
+TEST_F(CommandLine, RefusesTheNamesThatAreNotInTheTable)
 {
     expectError({"--hash-image", "h.bin"}, InvalidCommand("--hash-image"));
     expectError({"--prvkey-enc ", "aes128"}, InvalidCommand("--prvkey-enc "));
 }
 
-TEST_F(CommandLine, IgnoresTheNamesThatOnlyTheTableKnows)
+TEST_F(CommandLine, IgnoresTheNamesThatNoCommandHas)
 {
     EXPECT_EQ(settingsFrom({"--public-key-hash", "h.bin"}), "");
     EXPECT_EQ(settingsFrom({"--PUBLIC-KEY-HASH"}), "");
@@ -209,18 +209,18 @@ TEST_F(CommandLine, IgnoresTheNamesThatOnlyTheTableKnows)
     EXPECT_EQ(settingsFrom({"-pe", "aes128", "--prvkey-enc", "aes256"}), "aes128=true\n");
 }
 
-TEST_F(CommandLine, LeavesTheMarkOfTheNameCheck)
+TEST_F(CommandLine, KeepsTheResultOfTheNameCheck)
 {
     settingsFrom({"-abs", "out"});
     EXPECT_TRUE(true_command);
 }
 
-TEST_F(CommandLine, AcceptsEveryNameOfTheTableInAnyLetterCase)
+TEST_F(CommandLine, AcceptsEveryNameInTheTableInAnyLetterCase)
 {
     for (const QString &name : tab_command_name) {
         for (const QString &typed : {name, name.toUpper()}) {
             ResetSettings();
-            // A wrong value, or help, ends the process, but never for its name.
+            // A wrong value, or help, ends the process, but an unknown name must not be the reason.
             const ChildRun run = RunInChild([&] { ParseCommandLine({typed.toUtf8(), "8"}); });
             EXPECT_EQ(run.output.find("Invalid command"), std::string::npos) << typed.toStdString();
         }
@@ -257,7 +257,7 @@ TEST_F(CommandLine, AnswersHelpAndVersionBeforeItAppliesAnything)
     expectEnd({"-pe", "nonsense", "-h", "ignored", "values"}, Transcript("help.txt"), 0);
 }
 
-// Applying
+// Applying the options
 
 TEST_F(CommandLine, AppliesOnePassword)
 {
@@ -275,7 +275,7 @@ TEST_F(CommandLine, AppliesEightPasswordsInOrder)
               "passwordTable=[\"p1\", \"p2\", \"p3\", \"p4\", \"p5\", \"p6\", \"p7\", \"p8\"]\n");
 }
 
-TEST_F(CommandLine, FillsNoTableFromAnotherNumberOfPasswords)
+TEST_F(CommandLine, FillsNoTableFromAnyOtherNumberOfPasswords)
 {
     EXPECT_EQ(settingsFrom({"-pwd"}), "numberPassword=0\nisPasswordCmd=true\n");
     for (const int count : {2, 3, 7, 9, 16})
@@ -283,7 +283,7 @@ TEST_F(CommandLine, FillsNoTableFromAnotherNumberOfPasswords)
                   "numberPassword=" + std::to_string(count) + "\nisPasswordCmd=true\npassword=\"value\"\n");
 }
 
-TEST_F(CommandLine, AppendsTheTableAndOverwritesTheRestAtARepeatedPassword)
+TEST_F(CommandLine, AppendsToTheTableAndOverwritesTheRestForARepeatedPassword)
 {
     EXPECT_EQ(settingsFrom({"-pwd", "first", "--password", "second"}),
               "isPasswordCmd=true\npassword=\"second\"\npasswordTable=[\"first\", \"second\"]\n");
@@ -319,13 +319,13 @@ TEST_F(CommandLine, IgnoresFurtherValuesOfPathsCipherCurveAndNumber)
     EXPECT_EQ(settingsFrom({"-n", "8", "1"}), "numberKeys=8\nisKeyNumberCommand=true\n");
 }
 
-TEST_F(CommandLine, EmptiesAPathGivenWithoutAValue)
+TEST_F(CommandLine, ClearsAPathGivenWithoutAValue)
 {
     for (const char *name : {"-pubk", "-prvk", "-hash", "-abs"})
         EXPECT_EQ(settingsFrom({name, "earlier", name}), "");
 }
 
-TEST_F(CommandLine, LetsTheLaterPathWin)
+TEST_F(CommandLine, UsesTheLaterPath)
 {
     EXPECT_EQ(settingsFrom({"-abs", "a", "-hash", "b", "-abs", "c", "-hash", "d", "-pubk", "e", "-prvk", "f",
                             "--public-key", "g", "--private-key", "h"}),
@@ -342,7 +342,7 @@ TEST_F(CommandLine, AppliesTheCipher)
     EXPECT_EQ(settingsFrom({"-pe", "aes128", "-pe", "aes256"}), "");
 }
 
-TEST_F(CommandLine, RefusesAnotherCipher)
+TEST_F(CommandLine, RefusesAnUnknownCipher)
 {
     for (const char *value : {"aes192", "", "aes", "aes128 ", " aes128", "aes1288", "128", "0", "aes-128"})
         expectErrorWithHelp({"-pe", value}, cipherError);
@@ -363,7 +363,7 @@ TEST_F(CommandLine, AppliesTheCurve)
     EXPECT_EQ(settingsFrom({"-ecc", "2", "-ecc", "1"}), "brainpoolP256t1=true\n");
 }
 
-TEST_F(CommandLine, RefusesAnotherCurve)
+TEST_F(CommandLine, RefusesAnUnknownCurve)
 {
     for (const char *value :
          {"3", "0", "", "01", "1 ", " 2", "12", "prime256", "brainpoolP256r1", "secp256k1"})
@@ -372,7 +372,7 @@ TEST_F(CommandLine, RefusesAnotherCurve)
     expectErrorWithHelp({"-ecc", "ignored", "1"}, curveError);
 }
 
-TEST_F(CommandLine, RemembersAWrongCipherOrCurveForGood)
+TEST_F(CommandLine, ReportsAWrongCipherOrCurveEvenIfARightOneFollows)
 {
     expectErrorWithHelp({"-pe", "aes192", "-pe", "aes128"}, cipherError);
     expectErrorWithHelp({"-ecc", "3", "-ecc", "1"}, curveError);
@@ -401,13 +401,13 @@ TEST_F(CommandLine, AppliesTheNumberOfPairs)
         EXPECT_EQ(settingsFrom({name, "8"}), "numberKeys=8\nisKeyNumberCommand=true\n") << name;
 }
 
-TEST_F(CommandLine, LetsTheLaterNumberOfPairsWin)
+TEST_F(CommandLine, UsesTheLaterNumberOfPairs)
 {
     EXPECT_EQ(settingsFrom({"-n", "8", "-n", "1"}), "isKeyNumberCommand=true\n");
     EXPECT_EQ(settingsFrom({"-n", "1", "-n", "8"}), "numberKeys=8\nisKeyNumberCommand=true\n");
 }
 
-TEST_F(CommandLine, RefusesAnotherNumberOfPairs)
+TEST_F(CommandLine, RefusesAnyOtherNumberOfPairs)
 {
     for (const char *value : {"2",
                               "0",
@@ -453,7 +453,7 @@ TEST_F(CommandLine, AppliesTheRandomData)
     EXPECT_EQ(settingsFrom({"-rand", "16", ".bin"}), "isRandomCmd=true\nrandPath=\".bin\"\nrandSize=16\n");
 }
 
-TEST_F(CommandLine, LetsTheLaterRandomDataWin)
+TEST_F(CommandLine, UsesTheLaterRandomData)
 {
     EXPECT_EQ(settingsFrom({"-rand", "16", "a.bin", "-rand", "17", "b.bin"}),
               "isRandomCmd=true\nrandPath=\"b.bin\"\nrandSize=17\n");
@@ -475,7 +475,7 @@ TEST_F(CommandLine, ReadsTheSizeOfTheRandomDataAsADecimalNumber)
     EXPECT_EQ(sizeFrom(" -2147483648"), -2147483647 - 1);
 }
 
-TEST_F(CommandLine, CountsASizeThatIsNoNumberOf32BitsAsZero)
+TEST_F(CommandLine, TreatsASizeThatIsNotA32BitNumberAsZero)
 {
     for (const char *value : {"", "x", "16x", "0x10", "1e3", "16.0", "1,024", "2147483648", "4294967312",
                               " -2147483649", "99999999999999999999"})
@@ -487,7 +487,7 @@ TEST_F(CommandLine, RefusesRandomDataWithoutExactlyTwoValues)
     for (const int count : {0, 1, 3, 4, 25})
         expectErrorWithHelp(withValues("-rand", count), randomCountError);
     expectErrorWithHelp({"-rand", "16", "data.bin", "more"}, randomCountError);
-    // A negative size is taken for an option.
+    // A negative size is treated as an option.
     expectError({"-rand", "-16", "data.bin"}, InvalidCommand("-16"));
 }
 
@@ -498,7 +498,7 @@ TEST_F(CommandLine, RefusesARandomDataFileWithAnotherExtension)
         expectErrorWithHelp({"-rand", "16", path}, randomExtensionError);
 }
 
-TEST_F(CommandLine, AppliesAllOptionsOfOneLine)
+TEST_F(CommandLine, AppliesAllOptionsOfOneCommandLine)
 {
     EXPECT_EQ(settingsFrom({"-pwd", "good", "-abs", "out", "-prvk", "k", "-pubk", "p", "-hash", "h", "-ecc",
                             "brainpoolP256t1", "-pe", "aes128", "-n", "1", "-rand", "32", "r.bin"}),
@@ -517,7 +517,7 @@ TEST_F(CommandLine, AppliesAllOptionsOfOneLine)
               "brainpoolP256t1=true\n");
 }
 
-TEST_F(CommandLine, WipesTheArgumentsOnceTheyWereRead)
+TEST_F(CommandLine, WipesTheArgumentsOnceTheyAreRead)
 {
     const QByteArray typed("correct horse");
     ParseCommandLine({"-pwd", typed});

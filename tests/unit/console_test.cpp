@@ -39,12 +39,12 @@ TEST(MessageOut, WritesNoPrefixForAnUnknownKind)
     EXPECT_EQ(printed("text", static_cast<MSGTYPE>(-1)), std::string("text") + messageEnd);
 }
 
-TEST(MessageOut, CutsAMessageAtItsFirstZeroCharacter)
+TEST(MessageOut, TruncatesAMessageAtItsFirstZeroCharacter)
 {
     EXPECT_EQ(printed(QString("ab") + QChar(0) + "cd", MSG_PROMPT), Prompt("ab"));
 }
 
-TEST(MessageOut, MarksHalvesOfCharacters)
+TEST(MessageOut, ReplacesUnpairedSurrogates)
 {
     EXPECT_EQ(printed(QString("a") + QChar(0xD83D) + "b" + QChar(0xDD11), MSG_PROMPT),
               Prompt("a\uFFFDb\uFFFD"));

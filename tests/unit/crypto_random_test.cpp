@@ -55,8 +55,8 @@ protected:
     std::string printed;
 };
 
-/// Whether bytes are spread as random ones are: all values occur, and none far more often than the others.
-/// A sound generator fails once in far more runs than will ever be made.
+/// Whether the bytes are distributed as random ones are: all values occur, and none far more often than the
+/// others. The probability that a sound generator fails this is negligible.
 testing::AssertionResult looksRandom(const std::string &bytes)
 {
     std::array<double, 256> counts = {};
@@ -75,7 +75,7 @@ testing::AssertionResult looksRandom(const std::string &bytes)
     return testing::AssertionSuccess();
 }
 
-TEST_F(GenerateRandom, WritesExactlyAsManyBytesAsAskedFor)
+TEST_F(GenerateRandom, WritesExactlyTheRequestedNumberOfBytes)
 {
     for (const int size : {0, 1, 16, 4095, 4096, 4097, 8192, 100000}) {
         const std::string path = folder / std::to_string(size);
@@ -85,7 +85,7 @@ TEST_F(GenerateRandom, WritesExactlyAsManyBytesAsAskedFor)
     }
 }
 
-TEST_F(GenerateRandom, SpreadsAllByteValuesOverTheWholeFile)
+TEST_F(GenerateRandom, DistributesAllByteValuesOverTheWholeFile)
 {
     ASSERT_EQ(generate(3 * 65536, folder / "random.bin"), 0);
     const std::string bytes = ReadFile(folder / "random.bin");
@@ -93,7 +93,7 @@ TEST_F(GenerateRandom, SpreadsAllByteValuesOverTheWholeFile)
         EXPECT_TRUE(looksRandom(bytes.substr(third * 65536, 65536)));
 }
 
-TEST_F(GenerateRandom, RepeatsNoPieceOfTheFile)
+TEST_F(GenerateRandom, RepeatsNoBlockOfTheFile)
 {
     ASSERT_EQ(generate(100001, folder / "random.bin"), 0);
     const std::string bytes = ReadFile(folder / "random.bin");
@@ -103,10 +103,10 @@ TEST_F(GenerateRandom, RepeatsNoPieceOfTheFile)
     EXPECT_EQ(pieces.size(), bytes.size() - 7);
 }
 
-TEST_F(GenerateRandom, DrawsEveryByteOfTheFile)
+TEST_F(GenerateRandom, GeneratesEveryByteOfTheFile)
 {
-    // The files are read only when all are written: in between nothing else fills the memory that the next
-    // bytes are drawn into.
+    // The files are not read until all are written, so that nothing else fills the memory into which the next
+    // bytes are generated.
     const int runs = 8;
     for (int run = 0; run < runs; ++run)
         ASSERT_EQ(generate(9000, folder / std::to_string(run)), 0);
@@ -138,7 +138,7 @@ TEST_F(GenerateRandom, AnnouncesAnOldFileAndReplacesIt)
     EXPECT_NE(second, first);
 }
 
-TEST_F(GenerateRandom, EmptiesAnOldFileForASizeOfZero)
+TEST_F(GenerateRandom, TruncatesAnOldFileForASizeOfZero)
 {
     const std::string path = folder / "random.bin";
     WriteFile(path, "old");
@@ -147,7 +147,7 @@ TEST_F(GenerateRandom, EmptiesAnOldFileForASizeOfZero)
     EXPECT_EQ(ReadFile(path), "");
 }
 
-TEST_F(GenerateRandom, LeavesTheFileItsDefaultMode)
+TEST_F(GenerateRandom, CreatesTheFileWithTheDefaultMode)
 {
     for (const int mask : {0022, 0077, 0137}) {
         const UmaskInForce inForce(mask);
@@ -157,7 +157,7 @@ TEST_F(GenerateRandom, LeavesTheFileItsDefaultMode)
     }
 }
 
-TEST_F(GenerateRandom, LeavesAnOldFileItsMode)
+TEST_F(GenerateRandom, KeepsTheModeOfAnOldFile)
 {
     const std::string path = folder / "random.bin";
     WriteFile(path, "old");
@@ -166,7 +166,7 @@ TEST_F(GenerateRandom, LeavesAnOldFileItsMode)
     EXPECT_EQ(ModeOf(path), 0642);
 }
 
-TEST_F(GenerateRandom, TakesThePathAsUtf8)
+TEST_F(GenerateRandom, ReadsThePathAsUtf8)
 {
     const std::string path = folder / "zufällig ☂.bin";
     EXPECT_EQ(generate(16, path), 0);
@@ -176,7 +176,7 @@ TEST_F(GenerateRandom, TakesThePathAsUtf8)
     EXPECT_EQ(fs::file_size(path), 17u);
 }
 
-TEST_F(GenerateRandom, FailsWhereItCannotCreateTheFile)
+TEST_F(GenerateRandom, FailsIfTheFileCannotBeCreated)
 {
     const std::string missing = folder / "missing/random.bin";
     expectFailure(16, missing, cannotCreate(missing));
@@ -200,14 +200,14 @@ TEST_F(GenerateRandom, CreatesTheTargetOfADanglingLink)
     EXPECT_EQ(fs::file_size(folder / "target.bin"), 16u);
 }
 
-TEST_F(GenerateRandom, FailsWhenTheFileCannotHoldTheBytes)
+TEST_F(GenerateRandom, FailsIfTheBytesDoNotFitIntoTheFile)
 {
     const int mode = ModeOf("/dev/full");
     expectFailure(16, "/dev/full", notice("/dev/full") + Error("Error while writing in file : /dev/full"));
     EXPECT_EQ(ModeOf("/dev/full"), mode);
 }
 
-TEST_F(GenerateRandom, TouchesNoFileForANegativeSize)
+TEST_F(GenerateRandom, ChangesNoFileIfTheSizeIsNegative)
 {
     const std::string path = folder / "random.bin";
     for (const int size : {-1, INT_MIN}) {
@@ -219,7 +219,7 @@ TEST_F(GenerateRandom, TouchesNoFileForANegativeSize)
     EXPECT_EQ(ReadFile(path), "old");
 }
 
-TEST_F(GenerateRandom, TouchesNoFileWhereTheSystemHasNoRandomBytes)
+TEST_F(GenerateRandom, ChangesNoFileIfTheSystemHasNoRandomBytes)
 {
     const std::string path = folder / "random.bin";
     for (const int size : {1, 4096}) {
@@ -229,7 +229,7 @@ TEST_F(GenerateRandom, TouchesNoFileWhereTheSystemHasNoRandomBytes)
         EXPECT_FALSE(fs::exists(path));
     }
     WriteFile(path, "old");
-    // The application library asks for 32 values at once, the engine for 4096.
+    // The application library requests 32 values at a time, the engine 4096.
     constexpr int callsOfABlock = 4096 / 32;
     for (int block = 0; block < 3; ++block) {
         LibraryFaults faults;
@@ -240,14 +240,14 @@ TEST_F(GenerateRandom, TouchesNoFileWhereTheSystemHasNoRandomBytes)
     EXPECT_EQ(ReadFile(path), "old");
 }
 
-TEST_F(GenerateRandom, NoticesASingleByteThatIsNotDrawn)
+TEST_F(GenerateRandom, FailsIfASingleByteIsNotGenerated)
 {
     for (const int missing : {0, 1, 4095, 4096, 4999}) {
         LibraryFaults faults;
         int drawn = 0;
         faults.replace<int(void *, std::size_t)>("getentropy", [&](void *buffer, std::size_t size) {
             for (auto *value = static_cast<unsigned char *>(buffer); size >= 8; value += 8, size -= 8) {
-                // A byte of zero is none that is missing.
+                // A generated byte may be zero; it must not be mistaken for a missing one.
                 if (drawn++ != missing)
                     value[7] = 0x80;
             }
@@ -261,7 +261,7 @@ TEST_F(GenerateRandom, NoticesASingleByteThatIsNotDrawn)
     }
 }
 
-TEST(RandomByte, IsNeverOneThatIsNotDrawn)
+TEST(RandomByte, AByteThatWasNotGeneratedIsNeverReturned)
 {
     const ChildRun run = RunInChild([] {
         const rlimit none = {0, 0};
@@ -274,7 +274,7 @@ TEST(RandomByte, IsNeverOneThatIsNotDrawn)
     EXPECT_EQ(run.output, "");
 }
 
-TEST(RandomByte, TakesAllValuesEquallyOften)
+TEST(RandomByte, AllValuesOccurEquallyOften)
 {
     std::string bytes;
     for (int i = 0; i < 65536; ++i)

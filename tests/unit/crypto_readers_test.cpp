@@ -42,17 +42,12 @@ constexpr int brainpoolP256t1 = 928;
 const std::string decryptionError = Error("Error: reading encrypted private key file fails\n");
 const std::string readingError = Error("Error: reading private key file fails\n");
 
-std::string openErrors(const std::string &path)
-{
-    return Error("Error: Reading Device file fails: ") + Error(path) + Error("\n");
-}
-
-/// Every test starts and ends with an empty error queue.
+/// Each test starts and ends with an empty error queue.
 class StoredKeys : public testing::Test {
 protected:
     ~StoredKeys() override { ERR_clear_error(); }
 
-    /// Writes `content` to a file of its own and returns the path.
+    /// Writes `content` to a file and returns its path.
     std::string file(const std::string &content)
     {
         const std::string path = folder / "key.pem";
@@ -105,7 +100,7 @@ protected:
             EXPECT_EQ(errors.text(), "");
             EXPECT_EQ(questions.count(), 0);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 };
 
@@ -118,7 +113,7 @@ TEST_F(ReadEncPrvKey, ReadsEveryFormThatTheOpensslToolWrites)
     }
 }
 
-TEST_F(ReadEncPrvKey, ReadsTheKeyBehindABlockOfParameters)
+TEST_F(ReadEncPrvKey, ReadsTheKeyAfterABlockOfParameters)
 {
     const KeyOwner expected = StoredKey("prime256v1.parameters-first.pem");
     expectKey(StoredKeyPath("prime256v1.parameters-first.pem"), storedPassword, expected.get());
@@ -139,7 +134,7 @@ TEST_F(ReadEncPrvKey, ReadsWhatTheEngineWrites)
     }
 }
 
-TEST_F(ReadEncPrvKey, OpensNothingWithAnotherPassword)
+TEST_F(ReadEncPrvKey, OpensNoKeyWithAnotherPassword)
 {
     for (const std::string &name : storedNames) {
         for (const auto &[form, encrypted] : storedForms) {
@@ -151,13 +146,13 @@ TEST_F(ReadEncPrvKey, OpensNothingWithAnotherPassword)
     }
 }
 
-TEST_F(ReadEncPrvKey, SetsTheKeyToNullBeforeItOpensTheFile)
+TEST_F(ReadEncPrvKey, SetsTheKeyToNullBeforeOpeningTheFile)
 {
     const std::string missing = folder / "missing é.pem";
-    expectNoKey(missing, storedPassword, openErrors(missing));
+    expectNoKey(missing, storedPassword, CannotOpen(missing));
 }
 
-TEST_F(ReadEncPrvKey, FailsOnFilesWithoutAPrivateKey)
+TEST_F(ReadEncPrvKey, FailsIfTheFileContainsNoPrivateKey)
 {
     const std::string encrypted = ReadFile(StoredKeyPath("prime256v1.aes256.pem"));
     const std::string traditional = ReadFile(StoredKeyPath("rsa2048.traditional.aes128.pem"));
@@ -191,7 +186,7 @@ TEST_F(ReadEncPrvKey, FailsOnFilesWithoutAPrivateKey)
     }
 }
 
-TEST_F(ReadEncPrvKey, ReadsKeysOfOtherKinds)
+TEST_F(ReadEncPrvKey, ReadsKeysOfOtherTypes)
 {
     // Ed25519, the example of RFC 8410.
     const std::string encoding = FromHex(
@@ -202,7 +197,7 @@ TEST_F(ReadEncPrvKey, ReadsKeysOfOtherKinds)
     EXPECT_EQ(EVP_PKEY_id(key), EVP_PKEY_ED25519);
 }
 
-TEST_F(ReadEncPrvKey, ComesToAnEndWhereverThePathLeads)
+TEST_F(ReadEncPrvKey, TerminatesOnPathsToSpecialFiles)
 {
     expectNoKey(folder.path().string(), storedPassword, decryptionError);
     expectNoKey("/dev/null", storedPassword, decryptionError);
@@ -210,7 +205,7 @@ TEST_F(ReadEncPrvKey, ComesToAnEndWhereverThePathLeads)
     expectNoKey("/dev/urandom", storedPassword, decryptionError);
 }
 
-TEST_F(ReadEncPrvKey, FailsAtEachStep)
+TEST_F(ReadEncPrvKey, FailsIfAnyStepFails)
 {
     const std::string path = StoredKeyPath("prime256v1.aes256.pem");
     for (const char *function :
@@ -225,11 +220,11 @@ TEST_F(ReadEncPrvKey, FailsAtEachStep)
             EXPECT_EQ(output.text(), decryptionError);
             EXPECT_EQ(key, nullptr);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 }
 
-/// The first line of content, and the end of the last one, which is what a new line leaves of it in a buffer.
+/// The first line of content, and the end of the last one: the part of it that a new line leaves in a buffer.
 std::pair<std::string, std::string> firstAndLastOf(const std::string &text)
 {
     const std::size_t headers = text.find("\n\n");
@@ -239,7 +234,7 @@ std::pair<std::string, std::string> firstAndLastOf(const std::string &text)
     return {text.substr(first, 24), end.substr(last + std::strlen("-----END EC PRIVATE KEY-----") + 1)};
 }
 
-TEST_F(ReadEncPrvKey, WipesTheFilesTextAndThePassword)
+TEST_F(ReadEncPrvKey, WipesTheTextOfTheFileAndThePassword)
 {
     for (const auto &[form, encrypted] : storedForms) {
         SCOPED_TRACE(form);
@@ -249,7 +244,7 @@ TEST_F(ReadEncPrvKey, WipesTheFilesTextAndThePassword)
         for (const std::string &secret : {first, last}) {
             ASSERT_GT(secret.size(), 5u);
             ReleasedMemory memory;
-            memory.lookFor(secret);
+            memory.searchFor(secret);
             std::vector<std::string> wiped;
             LibraryFaults faults;
             faults.replace<decltype(OPENSSL_cleanse)>("OPENSSL_cleanse", [&](void *bytes, std::size_t size) {
@@ -260,8 +255,8 @@ TEST_F(ReadEncPrvKey, WipesTheFilesTextAndThePassword)
             ASSERT_EQ(Crypto().ReadEncPrvKey(Bytes(path), &key, Bytes(storedPassword)), 1);
             EVP_PKEY_free(key);
             EXPECT_TRUE(memory.sawReleases());
-            EXPECT_FALSE(memory.heldTheSecret());
-            // The decoded block, which is the key itself where the file is not encrypted.
+            EXPECT_FALSE(memory.containedTheSecret());
+            // The decoded block, which is the key itself if the file is not encrypted.
             EXPECT_EQ(faults.calls("CRYPTO_secure_clear_free"), 1);
 
             const bool engineHasPassword = form == "aes128.pem" || form == "aes256.pem";
@@ -289,7 +284,7 @@ protected:
     std::string printed;
 };
 
-TEST_F(ReadPrvKey, ReadsUnencryptedKeysWithoutAQuestion)
+TEST_F(ReadPrvKey, ReadsUnencryptedKeysWithoutAskingForAPassword)
 {
     const PasswordQuestions questions(storedPassword);
     for (const std::string &name : storedNames) {
@@ -330,17 +325,17 @@ TEST_F(ReadPrvKey, AsksForThePasswordOfAnEncryptedKeyOnTheTerminal)
     }
 }
 
-TEST_F(ReadPrvKey, LeavesTheKeyAsItWasWhereTheFileCannotBeOpened)
+TEST_F(ReadPrvKey, KeepsTheKeyIfTheFileCannotBeOpened)
 {
     const KeyOwner old = FixedKey(prime256v1, 7);
     EVP_PKEY *key = old.get();
     const std::string missing = folder / "missing é.pem";
     EXPECT_EQ(read(missing, &key), -1);
     EXPECT_EQ(key, old.get());
-    EXPECT_EQ(printed, openErrors(missing));
+    EXPECT_EQ(printed, CannotOpen(missing));
 }
 
-TEST_F(ReadPrvKey, FailsOnFilesWithoutAPrivateKey)
+TEST_F(ReadPrvKey, FailsIfTheFileContainsNoPrivateKey)
 {
     const PasswordQuestions questions(storedPassword);
     const std::string plain = ReadFile(StoredKeyPath("prime256v1.pem"));
@@ -378,7 +373,7 @@ protected:
         return KeyOwner(key);
     }
 
-    /// The file counts as read, but gives no key.
+    /// Expects the file to count as read without giving a key.
     void expectNoKey(const std::string &path)
     {
         EXPECT_EQ(readKey(path), nullptr) << path;
@@ -407,7 +402,7 @@ protected:
     std::string printed;
 };
 
-TEST_F(ReadPubKey, ReadsKeysMadeWithAnotherTool)
+TEST_F(ReadPubKey, ReadsKeysMadeByAnotherTool)
 {
     EXPECT_EQ(PointOf(readKey(TestData("prime256v1-public.pem")).get()),
               FromHex("a2359c52a56bdc3a76f3e89ae8501aaccb1c3123bd5cfe7116abaa74c63447d5"
@@ -418,7 +413,7 @@ TEST_F(ReadPubKey, ReadsKeysMadeWithAnotherTool)
     EXPECT_EQ(EVP_PKEY_bits(readKey(TestData("rsa2048-public.pem")).get()), 2048);
 }
 
-TEST_F(ReadPubKey, TakesTheFirstPublicKeyAfterAnythingElse)
+TEST_F(ReadPubKey, ReadsTheFirstPublicKeyAfterAnyOtherContent)
 {
     const std::string content = "a note\n" + ReadFile(TestData("certificate.pem")) +
                                 publicKeyFile(brainpoolP256t1, 5) + publicKeyFile(prime256v1, 6);
@@ -432,13 +427,13 @@ TEST_F(ReadPubKey, ReadsAKeyAfterAMuchLongerText)
     EXPECT_EQ(PointOf(readKey(path).get()), PointOf(FixedKey(prime256v1, 5).get()));
 }
 
-TEST_F(ReadPubKey, ReadsAPathThatIsNotAscii)
+TEST_F(ReadPubKey, AcceptsANonAsciiPath)
 {
     const std::string path = file("clé ☂.pem", publicKeyFile(prime256v1, 5));
     EXPECT_NE(readKey(path), nullptr);
 }
 
-TEST_F(ReadPubKey, ReplacesAndReleasesTheKeyThatWasThere)
+TEST_F(ReadPubKey, ReplacesAndReleasesThePreviousKey)
 {
     KeyOwner old = FixedKey(prime256v1, 7);
     const ReleaseWatch watch(old.get());
@@ -449,28 +444,27 @@ TEST_F(ReadPubKey, ReplacesAndReleasesTheKeyThatWasThere)
     EXPECT_EQ(PointOf(key), PointOf(FixedKey(brainpoolP256t1, 5).get()));
 }
 
-TEST_F(ReadPubKey, FailsWhereThereIsNoFile)
+TEST_F(ReadPubKey, FailsIfThereIsNoFile)
 {
     const KeyOwner old = FixedKey(prime256v1, 7);
     for (const char *name : {"missing.pem", "missing/public.pem", "absent é.pem"}) {
         EVP_PKEY *key = old.get();
         EXPECT_EQ(read(folder / name, &key), -1);
-        EXPECT_EQ(printed, Error("Error: Reading Device file fails: ") + Error(folder / name) + Error("\n"));
+        EXPECT_EQ(printed, CannotOpen(folder / name));
         EXPECT_EQ(key, old.get());
     }
 }
 
-TEST_F(ReadPubKey, FailsWithoutAPlaceForTheKey)
+TEST_F(ReadPubKey, FailsIfThePointerToTheKeyIsNull)
 {
     EXPECT_EQ(read(TestData("prime256v1-public.pem"), nullptr), -1);
     EXPECT_EQ(printed, Error("Error: reading public key file fails\n"));
-    // The file is asked for first.
+    // The file is checked first.
     EXPECT_EQ(read(folder / "missing.pem", nullptr), -1);
-    EXPECT_EQ(printed,
-              Error("Error: Reading Device file fails: ") + Error(folder / "missing.pem") + Error("\n"));
+    EXPECT_EQ(printed, CannotOpen(folder / "missing.pem"));
 }
 
-TEST_F(ReadPubKey, CountsAFileWithoutAPublicKeyAsRead)
+TEST_F(ReadPubKey, SucceedsOnAFileWithoutAPublicKey)
 {
     const std::string good = publicKeyFile(prime256v1, 5);
     const std::string encoding = ContentOfPemFile("PUBLIC KEY", good);
@@ -495,7 +489,7 @@ TEST_F(ReadPubKey, CountsAFileWithoutAPublicKeyAsRead)
         expectNoKey(file(name, content));
 }
 
-TEST_F(ReadPubKey, TakesNoPublicKeyFromAPrivateKeyFile)
+TEST_F(ReadPubKey, ReadsNoPublicKeyFromAPrivateKeyFile)
 {
     const KeyOwner key = FixedKey(prime256v1, 5);
     ASSERT_EQ(Crypto().SaveEncPrvKey(Bytes(folder / "encrypted.pem"), key.get(), Bytes("password"),
@@ -506,7 +500,7 @@ TEST_F(ReadPubKey, TakesNoPublicKeyFromAPrivateKeyFile)
     expectNoKey(folder / "plain.pem");
 }
 
-TEST_F(ReadPubKey, AsksForNoPasswordOfAnEncryptedPublicKey)
+TEST_F(ReadPubKey, DoesNotAskForThePasswordOfAnEncryptedPublicKey)
 {
     const FileOwner stream(std::fopen((folder / "encrypted.pem").c_str(), "wb"));
     const KeyOwner key = FixedKey(prime256v1, 5);
@@ -520,7 +514,7 @@ TEST_F(ReadPubKey, AsksForNoPasswordOfAnEncryptedPublicKey)
     expectNoKey(folder / "encrypted.pem");
 }
 
-TEST_F(ReadPubKey, ComesToAnEndWhereverThePathLeads)
+TEST_F(ReadPubKey, TerminatesOnPathsToSpecialFiles)
 {
     fs::create_directory(folder / "folder.pem");
     expectNoKey(folder / "folder.pem");
@@ -529,7 +523,7 @@ TEST_F(ReadPubKey, ComesToAnEndWhereverThePathLeads)
     expectNoKey("/dev/urandom");
 }
 
-TEST_F(ReadPubKey, LeavesNoKeyWhereTheLibraryFails)
+TEST_F(ReadPubKey, ReturnsNoKeyIfTheLibraryFails)
 {
     for (const char *function : {"BIO_new_fp", "PEM_bytes_read_bio_secmem"}) {
         SCOPED_TRACE(function);
@@ -542,11 +536,11 @@ TEST_F(ReadPubKey, LeavesNoKeyWhereTheLibraryFails)
             EXPECT_EQ(read, nullptr);
             EXPECT_EQ(output.text(), "");
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 }
 
-TEST_F(ReadPubKey, ReadsAnEllipticCurveKeyInTheSlowerWayWhereTheFasterOneFails)
+TEST_F(ReadPubKey, FallsBackToTheSlowerWayOfReadingAnEllipticCurveKey)
 {
     for (const char *function : {"EVP_PKEY_new", "EVP_PKEY_assign"}) {
         SCOPED_TRACE(function);
@@ -559,11 +553,11 @@ TEST_F(ReadPubKey, ReadsAnEllipticCurveKeyInTheSlowerWayWhereTheFasterOneFails)
             ASSERT_NE(read, nullptr);
             EXPECT_EQ(PointOf(read), PointOf(StoredKey("prime256v1.pem").get()));
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 }
 
-/// A reader, with a file of the kind that it reads.
+/// A reader, with a file of the type that it reads.
 struct Reader {
     const char *name;
     int (*read)(const std::string &path, EVP_PKEY **key);
@@ -589,12 +583,12 @@ const std::array<Reader, 3> readers = {{
      "prime256v1.pem"},
 }};
 
-/// Any of the readers, with a file that other text surrounds, or that comes through a pipe.
+/// Any of the readers, with a file that contains other text or that is read from a pipe.
 class EachReader : public testing::TestWithParam<Reader> {
 protected:
     ~EachReader() override { ERR_clear_error(); }
 
-    /// What a reader made of the file at `path`.
+    /// What the reader returns and prints for the file at `path`.
     std::string outcome(const std::string &path) const
     {
         EVP_PKEY *key = nullptr;
@@ -632,7 +626,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Readers, EachReader, testing::ValuesIn(readers), testing::PrintToStringParamName());
 
-TEST_P(EachReader, FindsTheKeyAfterMuchOtherText)
+TEST_P(EachReader, TheKeyIsFoundAfterMuchOtherText)
 {
     std::string lines;
     for (int i = 0; i < 100000; ++i)
@@ -641,7 +635,7 @@ TEST_P(EachReader, FindsTheKeyAfterMuchOtherText)
     expectKeyIn(std::string(3 << 20, '#') + "\n" + keyFile);
 }
 
-TEST_P(EachReader, Takes16MebibytesOfAFileAndNoMore)
+TEST_P(EachReader, AtMost16MebibytesOfAFileAreRead)
 {
     constexpr std::size_t limit = 16 << 20;
     std::string note(limit - keyFile.size() - 1, '#');
@@ -650,22 +644,22 @@ TEST_P(EachReader, Takes16MebibytesOfAFileAndNoMore)
     expectNoKeyIn("#" + note + keyFile);
 }
 
-TEST_P(EachReader, DoesNotWaitForWhatFollowsTheKeyInAPipe)
+TEST_P(EachReader, NoReaderWaitsForDataAfterTheKeyInAPipe)
 {
     const std::string path = makePipe();
-    // It stays open at this end.
+    // This end stays open.
     const int pipe = open(path.c_str(), O_RDWR | O_CLOEXEC);
     for (const std::string &before : {std::string(), std::string(5000, '\n')}) {
         const std::string content = before + keyFile;
         ASSERT_EQ(write(pipe, content.data(), content.size()), static_cast<ssize_t>(content.size()));
         const ChildRun run =
-            RunInChild([&] { std::fputs(outcome(path).c_str(), stdout); }, {.millisecondsToLive = 60000});
+            RunInChild([&] { std::fputs(outcome(path).c_str(), stdout); }, {.timeoutMilliseconds = 60000});
         EXPECT_EQ(run.output, "the key");
     }
     close(pipe);
 }
 
-TEST_P(EachReader, PutsTogetherAKeyThatComesInPieces)
+TEST_P(EachReader, AKeyThatArrivesInPiecesIsRead)
 {
     const std::string path = makePipe();
     std::thread writer([&] {
@@ -681,8 +675,8 @@ TEST_P(EachReader, PutsTogetherAKeyThatComesInPieces)
     writer.join();
 }
 
-/// Writes `beginning` and then `piece` again and again into a pipe, in a process of its own, until nobody
-/// reads any more.
+/// Writes `beginning`, and then `piece` repeatedly, into a pipe from a separate process, until the reader
+/// closes it.
 class EndlessWriter {
 public:
     EndlessWriter(const std::string &path, const std::string &beginning, const std::string &piece)
@@ -711,7 +705,7 @@ public:
         int status = 0;
         EXPECT_EQ(waitpid(process, &status, 0), process);
         EXPECT_TRUE(WIFSIGNALED(status));
-        // What is still in the pipe counts, too.
+        // This includes the bytes that are still in the pipe.
         EXPECT_LE(*total, size_t{17} << 20);
         munmap(total, sizeof *total);
     }
@@ -719,11 +713,11 @@ public:
     EndlessWriter &operator=(const EndlessWriter &) = delete;
 
 private:
-    size_t *total; // bytes written, shared with the process
+    size_t *total; // bytes written, shared with the writing process
     pid_t process;
 };
 
-TEST_P(EachReader, ComesToAnEndOnEndlessText)
+TEST_P(EachReader, EveryReaderStopsOnEndlessText)
 {
     const std::string path = makePipe();
     const std::string label = keyFile.substr(0, keyFile.find('\n') + 1);
@@ -733,7 +727,7 @@ TEST_P(EachReader, ComesToAnEndOnEndlessText)
         {"", line},
         {label, "A"},
         {label, line},
-        // The library takes lines in pieces of this size, and sees no more than the first byte of each.
+        // The library reads lines in pieces of this size, and sees only the first byte of each.
         {"", "A" + std::string(253, '\0')}};
     for (const auto &[beginning, piece] : cases) {
         SCOPED_TRACE(beginning + piece);
@@ -742,7 +736,7 @@ TEST_P(EachReader, ComesToAnEndOnEndlessText)
     }
 }
 
-TEST_P(EachReader, ReleasesWhatItTookOfTheSecureHeap)
+TEST_P(EachReader, EveryReaderReleasesItsBlocksOfTheSecureHeap)
 {
     const ChildRun run = RunInChild([&] {
         if (CRYPTO_secure_malloc_init(65536, 16) == 0)

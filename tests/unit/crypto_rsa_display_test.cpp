@@ -1,4 +1,4 @@
-// The display of an RSA key's numbers.
+// Printing the numbers of an RSA key.
 #include "src/crypto.h"
 
 #include "keygen/console.h"
@@ -55,7 +55,7 @@ protected:
     const RsaOwner rsa = RsaOwner(EVP_PKEY_get1_RSA(stored.get()));
 };
 
-TEST_F(DisplayRsaKeyParams, PrintsTheFiveNumbersInTheirOrder)
+TEST_F(DisplayRsaKeyParams, PrintsTheFiveNumbersInOrder)
 {
     EXPECT_EQ(displayed(stored.get()), "p = 0x" + hexOf(RSA_get0_p(rsa.get())) + "\nq = 0x" +
                                            hexOf(RSA_get0_q(rsa.get())) + "\nn = 0x" +
@@ -73,7 +73,7 @@ TEST_F(DisplayRsaKeyParams, PrintsUpperCaseDigitsInPairs)
     EXPECT_EQ(displayed(key.get()), "p = 0x0ABC\nq = 0x0D\nn = 0xABCDEF\ne = 0x0\nd = 0x-05\n");
 }
 
-TEST_F(DisplayRsaKeyParams, PrintsNullForTheNumbersThatAreMissing)
+TEST_F(DisplayRsaKeyParams, PrintsNullForMissingNumbers)
 {
     const KeyOwner publicKey = PublicHalf(stored.get());
     EXPECT_EQ(displayed(publicKey.get()),
@@ -83,7 +83,7 @@ TEST_F(DisplayRsaKeyParams, PrintsNullForTheNumbersThatAreMissing)
     EXPECT_EQ(displayed(empty.get()), "p = NULL\nq = NULL\nn = NULL\ne = NULL\nd = NULL\n");
 }
 
-TEST_F(DisplayRsaKeyParams, PrintsOneLineForAKeyOfAnotherKind)
+TEST_F(DisplayRsaKeyParams, PrintsOneLineForAKeyOfAnotherType)
 {
     const std::string line = "Error: EVP_PKEY_get1_RSA failed\n";
     EXPECT_EQ(displayed(FixedKey(prime256v1, 5).get()), line);
@@ -92,7 +92,7 @@ TEST_F(DisplayRsaKeyParams, PrintsOneLineForAKeyOfAnotherKind)
     EXPECT_EQ(displayed(empty.get()), line);
 }
 
-TEST_F(DisplayRsaKeyParams, FlushesItsLinesButNotTheErrorLine)
+TEST_F(DisplayRsaKeyParams, FlushesTheNumbersButNotTheErrorMessage)
 {
     LibraryFaults faults;
     displayed(FixedKey(prime256v1, 5).get());
@@ -104,7 +104,7 @@ TEST_F(DisplayRsaKeyParams, FlushesItsLinesButNotTheErrorLine)
     EXPECT_EQ(flushed, output.text());
 }
 
-TEST_F(DisplayRsaKeyParams, GoesOnAfterANumberWithoutMemoryForItsDigits)
+TEST_F(DisplayRsaKeyParams, ContinuesIfAllocatingTheDigitsOfANumberFails)
 {
     const KeyOwner publicKey = PublicHalf(stored.get());
     LibraryFaults faults;
@@ -112,20 +112,20 @@ TEST_F(DisplayRsaKeyParams, GoesOnAfterANumberWithoutMemoryForItsDigits)
     EXPECT_EQ(displayed(publicKey.get()), "p = NULL\nq = NULL\ne = 0x010001\nd = NULL\n");
 }
 
-TEST_F(DisplayRsaKeyParams, WipesTheDigitsAndLeavesTheKeyToItsOwner)
+TEST_F(DisplayRsaKeyParams, WipesTheDigitsAndDoesNotReleaseTheKey)
 {
     const auto run = [&] {
         ReleasedMemory memory;
-        memory.lookFor(hexOf(RSA_get0_p(rsa.get())));
+        memory.searchFor(hexOf(RSA_get0_p(rsa.get())));
         displayed(stored.get());
         EXPECT_TRUE(memory.sawReleases());
-        EXPECT_FALSE(memory.heldTheSecret());
+        EXPECT_FALSE(memory.containedTheSecret());
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
     EXPECT_EQ(EVP_PKEY_bits(stored.get()), 2048);
 }
 
-TEST_F(DisplayRsaKeyParams, KeepsItsPlaceAmidOrdinaryOutput)
+TEST_F(DisplayRsaKeyParams, KeepsTheOrderWithBufferedOutput)
 {
     const KeyOwner key(EVP_PKEY_new());
     RSA *const small = RSA_new();

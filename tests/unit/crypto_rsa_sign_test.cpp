@@ -1,4 +1,4 @@
-// The base class's signatures: with RSA keys, and with stored keys of either kind.
+// Signatures of the base class: with RSA keys, and with stored keys of either type.
 #include "src/ec_crypto.h"
 
 #include "tests/support/captured_output.h"
@@ -38,12 +38,7 @@ const std::string decryptionError = Error("Error: reading encrypted private key 
 const std::string readingError = Error("Error: reading private key file fails\n");
 const std::string signingError = Error("Error: signing fails \n");
 
-std::string openErrors(const std::string &path)
-{
-    return Error("Error: Reading Device file fails: ") + Error(path) + Error("\n");
-}
-
-/// Every test starts and ends with an empty error queue.
+/// Each test starts and ends with an empty error queue.
 class StoredKeys : public testing::Test {
 protected:
     ~StoredKeys() override { ERR_clear_error(); }
@@ -85,7 +80,7 @@ protected:
         EXPECT_EQ(signatureSize, 12345u);
     }
 
-    /// Signs under faults and expects this outcome, and nothing left behind.
+    /// Signs with injected faults, and expects this outcome and no leak.
     void expectOutcome(int status, const std::string &messages,
                        const std::function<void(LibraryFaults &)> &prepare)
     {
@@ -98,7 +93,7 @@ protected:
             EXPECT_EQ(signatureSize, status == -1 ? 12345u : 256u);
             take();
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 
     const KeyOwner key = StoredKey("rsa2048.pem");
@@ -108,7 +103,7 @@ protected:
     std::string printed;
 };
 
-TEST_F(RsaSign, MakesASignatureThatVerifiesElsewhere)
+TEST_F(RsaSign, MakesASignatureThatTheOpensslToolVerifies)
 {
     EXPECT_EQ(sign(), 1);
     EXPECT_EQ(printed, rsaSuccessLines);
@@ -116,12 +111,12 @@ TEST_F(RsaSign, MakesASignatureThatVerifiesElsewhere)
     const std::string first = take();
     EXPECT_TRUE(OpensslAcceptsRsa(key.get(), "message", first));
     EXPECT_FALSE(OpensslAcceptsRsa(key.get(), "massage", first));
-    // This kind of signature has nothing random in it.
+    // PKCS#1 v1.5 signatures are deterministic.
     EXPECT_EQ(sign(), 1);
     EXPECT_EQ(take(), first);
 }
 
-TEST_F(RsaSign, VerifiesInEarnestWithTheSamePaddingAndDigest)
+TEST_F(RsaSign, VerifiesTheSignatureItself)
 {
     LibraryFaults faults;
     EXPECT_EQ(sign(), 1);
@@ -134,7 +129,7 @@ TEST_F(RsaSign, VerifiesInEarnestWithTheSamePaddingAndDigest)
                                   "EVP_PKEY_sign", "EVP_PKEY_verify_init", "EVP_PKEY_verify"}));
 }
 
-TEST_F(RsaSign, TestsTheDataOnlyAfterItHasTheBuffer)
+TEST_F(RsaSign, ChecksTheDataAfterAllocatingTheBuffer)
 {
     const auto run = [&] {
         expectNoSignature(key.get(), nullptr, digest.size(), "Error: unvalid hash pointer \n");
@@ -142,10 +137,10 @@ TEST_F(RsaSign, TestsTheDataOnlyAfterItHasTheBuffer)
         faults.fail("CRYPTO_malloc");
         expectNoSignature(key.get(), nullptr, digest.size(), "Error: allocating signature buffer fails\n");
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
-TEST_F(RsaSign, FailsAtEachStepWithItsOwnMessage)
+TEST_F(RsaSign, EachStepFailsWithItsOwnMessage)
 {
     const struct {
         const char *function;
@@ -175,7 +170,7 @@ TEST_F(RsaSign, FailsAtEachStepWithItsOwnMessage)
     }
 }
 
-TEST_F(RsaSign, FailsOnWhatCannotSign)
+TEST_F(RsaSign, FailsWithAKeyThatCannotSign)
 {
     const KeyOwner elliptic = FixedKey(prime256v1, 5);
     expectNoSignature(elliptic.get(), Bytes(digest), digest.size(), "Error: RSA padding fails\n");
@@ -184,7 +179,7 @@ TEST_F(RsaSign, FailsOnWhatCannotSign)
     expectNoSignature(publicKey.get(), Bytes(digest), digest.size(), "Error: creating signature fails\n");
 }
 
-TEST_F(RsaSign, SignsDigestsOf32BytesOnly)
+TEST_F(RsaSign, SignsOnlyDigestsOf32Bytes)
 {
     for (const std::size_t size : {0u, 20u, 31u, 33u, 64u}) {
         const std::string data(size, 'x');
@@ -194,9 +189,8 @@ TEST_F(RsaSign, SignsDigestsOf32BytesOnly)
 
 TEST_F(RsaSign, ReportsASignatureThatDoesNotVerify)
 {
-    expectOutcome(0, failLines, [](LibraryFaults &faults) { faults.spoil("EVP_PKEY_verify", 0); });
+    expectOutcome(0, failLines, [](LibraryFaults &faults) { faults.overrideResult("EVP_PKEY_verify", 0); });
 
-    const KeyOwner other = StoredKey("rsa2048.pem");
     LibraryFaults faults;
     faults.before("EVP_PKEY_verify", [&] { signature[100] ^= 1; });
     EXPECT_EQ(sign(), 0);
@@ -206,11 +200,11 @@ TEST_F(RsaSign, ReportsASignatureThatDoesNotVerify)
     EXPECT_FALSE(OpensslAcceptsRsa(key.get(), "message", take()));
 }
 
-TEST_F(RsaSign, CountsAVerificationThatCannotBeMadeAsSuccess)
+TEST_F(RsaSign, CountsAVerificationErrorAsSuccess)
 {
     for (const long result : {-1L, -2L, 2L})
         expectOutcome(1, rsaSuccessLines,
-                      [=](LibraryFaults &faults) { faults.spoil("EVP_PKEY_verify", result); });
+                      [=](LibraryFaults &faults) { faults.overrideResult("EVP_PKEY_verify", result); });
     expectOutcome(1, rsaSuccessLines, [](LibraryFaults &faults) {
         faults.fail("EVP_PKEY_verify_init", 0);
         faults.fail("EVP_PKEY_verify", -1);
@@ -254,7 +248,7 @@ protected:
                 EXPECT_EQ(size, 12345u);
                 EXPECT_EQ(faults.calls("fflush(stdout)"), 0);
             };
-            EXPECT_EQ(LeftBehindBy(run), 0);
+            EXPECT_EQ(LeakedBy(run), 0);
         }
     }
 
@@ -264,7 +258,7 @@ protected:
     std::string printed;
 };
 
-TEST_F(GenerateSignature, SignsWithKeysOfTheOpensslTool)
+TEST_F(GenerateSignature, SignsWithKeysMadeByTheOpensslTool)
 {
     const std::string data("data\0with a zero byte", 21);
     for (const std::string &name : storedNames) {
@@ -283,14 +277,14 @@ TEST_F(GenerateSignature, SignsWithKeysOfTheOpensslTool)
                 EXPECT_EQ(size, elliptic ? 64u : 256u);
                 made = take();
             };
-            EXPECT_EQ(LeftBehindBy(run), 0);
+            EXPECT_EQ(LeakedBy(run), 0);
             EXPECT_TRUE(elliptic ? OpensslAcceptsEcdsa(key.get(), Sha256Of(data), EncodedSignature(made))
                                  : OpensslAcceptsRsa(key.get(), data, made));
         }
     }
 }
 
-TEST_F(GenerateSignature, SignsWithKeysOfThisEngine)
+TEST_F(GenerateSignature, SignsWithKeysMadeByTheEngine)
 {
     const std::string path = folder / "private.pem";
     for (const int nid : {NID_X9_62_prime256v1, NID_brainpoolP256t1}) {
@@ -322,15 +316,15 @@ TEST_F(GenerateSignature, SignsDataOfAnyLength)
     }
 }
 
-TEST_F(GenerateSignature, FailsWhereTheKeyCannotBeRead)
+TEST_F(GenerateSignature, FailsIfTheKeyCannotBeRead)
 {
     const std::string missing = folder / "missing.pem";
-    expectFailure(missing, storedPassword, openErrors(missing) + readingError);
+    expectFailure(missing, storedPassword, CannotOpen(missing) + readingError);
     expectFailure(StoredKeyPath("prime256v1.aes256.pem"), "wrong horse", decryptionError + readingError);
     expectFailure(StoredKeyPath("prime256v1.public.pem"), storedPassword, decryptionError + readingError);
 }
 
-TEST_F(GenerateSignature, FailsWithAKeyOfTheOtherKind)
+TEST_F(GenerateSignature, FailsWithAKeyOfTheOtherType)
 {
     Crypto rsaEngine;
     EXPECT_EQ(generate(rsaEngine, StoredKeyPath("prime256v1.aes256.pem"), "data"), -1);
@@ -341,7 +335,7 @@ TEST_F(GenerateSignature, FailsWithAKeyOfTheOtherKind)
               readingLine + Error("Error: determining signing buffer length fails \n") + signingError);
 }
 
-TEST_F(GenerateSignature, FailsWithoutMemory)
+TEST_F(GenerateSignature, FailsIfAnAllocationFails)
 {
     const struct {
         int call;
@@ -360,26 +354,26 @@ TEST_F(GenerateSignature, FailsWithoutMemory)
             EXPECT_EQ(signature, &untouched);
             EXPECT_EQ(size, 12345u);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 }
 
-TEST_F(GenerateSignature, FailsOverASignatureThatDoesNotVerifyButHandsItOut)
+TEST_F(GenerateSignature, FailsButReturnsASignatureThatDoesNotVerify)
 {
     const auto run = [&] {
         Crypto engine;
         LibraryFaults faults;
-        faults.spoil("EVP_PKEY_verify", 0);
+        faults.overrideResult("EVP_PKEY_verify", 0);
         EXPECT_EQ(generate(engine, StoredKeyPath("rsa2048.aes256.pem"), "data"), -1);
         EXPECT_EQ(printed, readingLine + failLines + signingError);
         ASSERT_EQ(size, 256u);
         take();
         EXPECT_EQ(faults.calls("fflush(stdout)"), 0);
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
-TEST_F(GenerateSignature, SignsNothingButAWholeDigest)
+TEST_F(GenerateSignature, SignsOnlyACompleteDigest)
 {
     const std::pair<const char *, std::string> cases[] = {
         {"EVP_sha256", Error("unknown message digest ")},
@@ -413,8 +407,8 @@ TEST_F(GenerateSignature, SignsNothingButAWholeDigest)
     }
 }
 
-/// An engine that notes what it is given to sign.
-class NotingEngine : public EC_Crypto {
+/// An engine that records what it is asked to sign.
+class RecordingEngine : public EC_Crypto {
 public:
     int sign(const unsigned char *data, size_t len, unsigned char **sig, size_t *siglen,
              EVP_PKEY *key) override
@@ -432,10 +426,10 @@ public:
     unsigned char **place = nullptr;
 };
 
-TEST_F(GenerateSignature, SignsThe32BytesOfTheDigestInTheEnginesOwnWay)
+TEST_F(GenerateSignature, SignsThe32BytesOfTheDigestWithTheEnginesOwnOperation)
 {
     const KeyOwner key = StoredKey("prime256v1.pem");
-    NotingEngine engine;
+    RecordingEngine engine;
     for (const int status : {1, 0, -1, 2}) {
         engine.status = status;
         LibraryFaults faults;

@@ -1,4 +1,4 @@
-// RSA keys: generation, and their files.
+// RSA keys: generation and files.
 #include "src/ec_crypto.h"
 
 #include "tests/support/captured_output.h"
@@ -30,16 +30,16 @@ constexpr int prime256v1 = 415;
 
 const std::string okLine = Info("RSA key ok \n");
 
-/// Puts an error into the library's queue.
+/// Adds an error to the library's queue.
 void raise(int library, int reason, int function = 0x7B)
 {
     static_cast<void>(function); // newer versions have no function codes
     ERR_put_error(library, function, reason, "file", 1);
 }
 
-/// Makes every generation hand out `key` instead of a new one, for a new one takes a second, and return
+/// Makes every generation return `key`, because generating a new one takes a second, and makes it report
 /// `status`.
-void generateInstead(LibraryFaults &faults, EVP_PKEY *key, int status = 1)
+void substituteGeneratedKey(LibraryFaults &faults, EVP_PKEY *key, int status = 1)
 {
     faults.replace<decltype(EVP_PKEY_keygen)>("EVP_PKEY_keygen",
                                               [key, status](EVP_PKEY_CTX *, EVP_PKEY **place) {
@@ -49,7 +49,7 @@ void generateInstead(LibraryFaults &faults, EVP_PKEY *key, int status = 1)
                                               });
 }
 
-/// KeyGen with a generation that hands out a stored key, and with whatever faults a test adds.
+/// KeyGen with a generation that returns a stored key, and with the faults that a test adds.
 class RsaKeyGen : public testing::Test {
 protected:
     ~RsaKeyGen() override { ERR_clear_error(); }
@@ -72,7 +72,7 @@ protected:
             EVP_PKEY_free(key);
     }
 
-    /// Generates under faults and expects this outcome, and nothing left behind.
+    /// Generates with injected faults, and expects this outcome and no leak.
     void expect(int expected, const std::string &messages, const Preparation &prepare)
     {
         const auto run = [&] {
@@ -81,15 +81,16 @@ protected:
             EXPECT_EQ(generatedKey, expected == 1 ? stored.get() : old.get());
             EXPECT_EQ(printed, messages);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 
-    /// Standard error shows the error that the test raised, and nothing else.
-    void expectTheErrorShown()
+    /// Expects standard error to contain the error that the test raised, and nothing else, after `prints`
+    /// calls that print the queue.
+    void expectThePrintedError(int prints = 1)
     {
         EXPECT_NE(errors.find(":a reason of the tests:"), std::string::npos) << errors;
         EXPECT_EQ(errors.find('\n'), errors.size() - 1);
-        EXPECT_EQ(queuePrints, 1);
+        EXPECT_EQ(queuePrints, prints);
     }
 
     const KeyOwner stored = StoredKey("rsa2048.pem");
@@ -101,14 +102,14 @@ protected:
     const EVP_PKEY *generatedKey = nullptr;
 };
 
-// Reasons that no version of the library knows, and what the tests call them.
+// Reason codes that no version of the library uses, and the texts that the tests register for them.
 constexpr int longReason = 3901;
 constexpr int reasonOfTen = 3902;
 constexpr int reasonOfEleven = 3903;
 constexpr int shortReason = 3904;
 constexpr int unknownReason = 3905;
 
-void nameReasons()
+void registerReasons()
 {
     static std::array<ERR_STRING_DATA, 5> names = {{{ERR_PACK(0, 0, longReason), "a reason of the tests"},
                                                     {ERR_PACK(0, 0, reasonOfTen), "0123456789"},
@@ -119,13 +120,13 @@ void nameReasons()
     ASSERT_EQ(loaded, 1);
 }
 
-TEST_F(RsaKeyGen, SetsUpAGenerationAndChecksTheKey)
+TEST_F(RsaKeyGen, SetsUpTheGenerationAndChecksTheKey)
 {
-    expect(1, okLine, [&](LibraryFaults &faults) { generateInstead(faults, stored.get()); });
+    expect(1, okLine, [&](LibraryFaults &faults) { substituteGeneratedKey(faults, stored.get()); });
     EXPECT_EQ(errors, "");
 
     LibraryFaults faults;
-    generateInstead(faults, stored.get());
+    substituteGeneratedKey(faults, stored.get());
     EVP_PKEY *key = nullptr;
     CapturedOutput output;
     EXPECT_EQ(Crypto().KeyGen(&key), 1);
@@ -138,7 +139,7 @@ TEST_F(RsaKeyGen, SetsUpAGenerationAndChecksTheKey)
               steps);
 }
 
-TEST_F(RsaKeyGen, ReturnsZeroWhenItCannotBeSetUp)
+TEST_F(RsaKeyGen, ReturnsZeroIfTheSetupFails)
 {
     std::vector<std::pair<std::string, long>> failures = {
         {"EVP_PKEY_CTX_new_id", 0},  {"EVP_PKEY_keygen_init", 0},  {"EVP_PKEY_keygen_init", -1},
@@ -147,7 +148,7 @@ TEST_F(RsaKeyGen, ReturnsZeroWhenItCannotBeSetUp)
 #if OPENSSL_VERSION_NUMBER >= 0x30000000L
     failures.emplace_back("OSSL_LIB_CTX_get0_global_default", 0);
 #endif
-    nameReasons();
+    registerReasons();
     for (const auto &failure : failures) {
         SCOPED_TRACE(failure.first);
         expect(0, "", [&](LibraryFaults &faults) {
@@ -158,41 +159,41 @@ TEST_F(RsaKeyGen, ReturnsZeroWhenItCannotBeSetUp)
     }
 }
 
-TEST_F(RsaKeyGen, ShowsTheErrorsOfAGenerationThatFailsAndReturnsMinusOne)
+TEST_F(RsaKeyGen, PrintsTheErrorsOfAFailedGenerationAndReturnsMinusOne)
 {
-    nameReasons();
+    registerReasons();
     for (const long result : {0L, -1L, 2L}) {
         expect(-1, "", [&](LibraryFaults &faults) {
             faults.before("EVP_PKEY_keygen", [] { raise(ERR_LIB_RSA, longReason); });
             faults.fail("EVP_PKEY_keygen", result);
         });
-        EXPECT_NE(errors.find(":a reason of the tests:"), std::string::npos) << errors;
-        EXPECT_EQ(errors.find('\n'), errors.size() - 1);
+        // The queue is printed after the failed generation, and again, empty, by the check of the key.
+        expectThePrintedError(2);
     }
-    // Nor is there a key where the generation only says so.
+    // A generation that reports success without returning a key fails, too.
     expect(-1, "", [](LibraryFaults &faults) { faults.fail("EVP_PKEY_keygen", 1); });
 }
 
-TEST_F(RsaKeyGen, ChecksTheKeyOfAFailedGenerationAllTheSame)
+TEST_F(RsaKeyGen, ChecksTheKeyEvenIfTheGenerationReportsFailure)
 {
-    nameReasons();
+    registerReasons();
     for (const int result : {0, -1, 2}) {
         expect(1, okLine, [&](LibraryFaults &faults) {
-            generateInstead(faults, stored.get(), result);
+            substituteGeneratedKey(faults, stored.get(), result);
             faults.before("EVP_PKEY_keygen", [] { raise(ERR_LIB_RSA, longReason); });
         });
-        expectTheErrorShown();
+        expectThePrintedError();
     }
 }
 
-TEST_F(RsaKeyGen, CountsErrorsFromBeforeAsTheKeys)
+TEST_F(RsaKeyGen, TreatsEarlierErrorsAsErrorsOfTheKey)
 {
-    // OpenSSL 1.1.1 empties the queue itself when it is set up for the first time.
+    // OpenSSL 1.1.1 itself clears the queue when it is initialised for the first time.
     const Crypto setUp;
-    nameReasons();
+    registerReasons();
     raise(ERR_LIB_CONF, 1);
     raise(ERR_LIB_RSA, longReason);
-    generate([&](LibraryFaults &faults) { generateInstead(faults, stored.get()); });
+    generate([&](LibraryFaults &faults) { substituteGeneratedKey(faults, stored.get()); });
     EXPECT_EQ(status, -1);
     EXPECT_EQ(generatedKey, old.get());
     EXPECT_EQ(printed, okLine);
@@ -201,11 +202,11 @@ TEST_F(RsaKeyGen, CountsErrorsFromBeforeAsTheKeys)
     EXPECT_EQ(queuePrints, 1);
     EXPECT_EQ(ERR_peek_error(), 0u);
 
-    generate([&](LibraryFaults &faults) { generateInstead(faults, stored.get()); });
+    generate([&](LibraryFaults &faults) { substituteGeneratedKey(faults, stored.get()); });
     EXPECT_EQ(status, 1);
 }
 
-TEST_F(RsaKeyGen, FailsWithoutAPlaceForTheKey)
+TEST_F(RsaKeyGen, FailsIfThePointerToTheKeyIsNull)
 {
     CapturedOutput errorOutput(2);
     CapturedOutput output;
@@ -216,17 +217,17 @@ TEST_F(RsaKeyGen, FailsWithoutAPlaceForTheKey)
     EXPECT_EQ(faults.calls("EVP_PKEY_CTX_new_id"), 0);
 }
 
-TEST_F(RsaKeyGen, FailsOnAKeyThatIsNoRsaKey)
+TEST_F(RsaKeyGen, FailsIfTheKeyIsNotAnRsaKey)
 {
     const KeyOwner elliptic = FixedKey(prime256v1, 8);
-    expect(-1, "", [&](LibraryFaults &faults) { generateInstead(faults, elliptic.get()); });
+    expect(-1, "", [&](LibraryFaults &faults) { substituteGeneratedKey(faults, elliptic.get()); });
     expect(-1, "", [&](LibraryFaults &faults) {
-        generateInstead(faults, stored.get());
+        substituteGeneratedKey(faults, stored.get());
         faults.fail("EVP_PKEY_get1_RSA");
     });
 }
 
-TEST_F(RsaKeyGen, GoesByTheResultOfTheCheckAndByTheQueue)
+TEST_F(RsaKeyGen, DependsOnTheResultOfTheCheckAndOnTheQueue)
 {
     const struct {
         long checked;
@@ -237,13 +238,13 @@ TEST_F(RsaKeyGen, GoesByTheResultOfTheCheckAndByTheQueue)
         {1, true, -1, okLine}, {-1, false, -1, ""}, {-1, true, -1, ""}, {2, false, 1, ""},
         {2, true, -1, ""},     {-2, false, 1, ""},  {-2, true, -1, ""},
     };
-    nameReasons();
+    registerReasons();
     for (const auto &each : cases) {
         for (const bool hasChannel : {true, false}) {
             SCOPED_TRACE(std::to_string(each.checked) + (each.queued ? " with an error" : "") +
                          (hasChannel ? "" : " without a channel"));
             expect(each.status, each.messages, [&](LibraryFaults &faults) {
-                generateInstead(faults, stored.get());
+                substituteGeneratedKey(faults, stored.get());
                 if (!hasChannel)
                     faults.fail("BIO_new_fp");
                 if (each.queued)
@@ -251,22 +252,22 @@ TEST_F(RsaKeyGen, GoesByTheResultOfTheCheckAndByTheQueue)
                 faults.fail("RSA_check_key", each.checked);
             });
             if (each.queued && hasChannel)
-                expectTheErrorShown();
+                expectThePrintedError();
             else
                 EXPECT_EQ(errors, "");
         }
     }
 }
 
-/// The key is found inconsistent, for reasons that `raiseAll` queues.
-class RsaKeyGenOfABadKey : public RsaKeyGen {
+/// The check finds the key inconsistent, for the reasons that `raiseAll` adds to the queue.
+class RsaKeyGenWithAnInconsistentKey : public RsaKeyGen {
 protected:
-    RsaKeyGenOfABadKey() { nameReasons(); }
+    RsaKeyGenWithAnInconsistentKey() { registerReasons(); }
 
     void expectMessages(const std::string &messages, const std::function<void()> &raiseAll)
     {
         generate([&](LibraryFaults &faults) {
-            generateInstead(faults, stored.get());
+            substituteGeneratedKey(faults, stored.get());
             faults.before("RSA_check_key", raiseAll);
             faults.fail("RSA_check_key", 0);
         });
@@ -282,7 +283,7 @@ protected:
     }
 };
 
-TEST_F(RsaKeyGenOfABadKey, SkipsTheFirstTenCharactersOfEachReason)
+TEST_F(RsaKeyGenWithAnInconsistentKey, SkipsTheFirstTenCharactersOfEachReason)
 {
     expectMessages("", [] {});
     expectMessages(keyError("f the tests"), [] { raise(ERR_LIB_RSA, longReason); });
@@ -292,7 +293,7 @@ TEST_F(RsaKeyGenOfABadKey, SkipsTheFirstTenCharactersOfEachReason)
     expectMessages(keyError(""), [] { raise(ERR_LIB_RSA, unknownReason); });
 }
 
-TEST_F(RsaKeyGenOfABadKey, PrintsTheOldestFirstAndTakesEachFromTheQueue)
+TEST_F(RsaKeyGenWithAnInconsistentKey, PrintsTheOldestErrorFirstAndRemovesEachFromTheQueue)
 {
     expectMessages(keyError("f the tests") + keyError("X") + keyError(""), [] {
         raise(ERR_LIB_RSA, longReason);
@@ -302,7 +303,7 @@ TEST_F(RsaKeyGenOfABadKey, PrintsTheOldestFirstAndTakesEachFromTheQueue)
     EXPECT_EQ(ERR_peek_error(), 0u);
 }
 
-TEST_F(RsaKeyGenOfABadKey, StopsAtAnErrorOfAnotherOrigin)
+TEST_F(RsaKeyGenWithAnInconsistentKey, StopsAtAnErrorFromAnotherSource)
 {
     const auto stopsAt = [&](int library, int reason, int function) {
         expectMessages(keyError("X"), [=] {
@@ -324,7 +325,7 @@ TEST_F(RsaKeyGenOfABadKey, StopsAtAnErrorOfAnotherOrigin)
 #endif
 }
 
-TEST_F(RsaKeyGenOfABadKey, LeavesNothingBehindAndNoSecretInReleasedMemory)
+TEST_F(RsaKeyGenWithAnInconsistentKey, DoesNotLeakAndWipesTheSecret)
 {
     const auto run = [&] {
         ReleasedMemory memory;
@@ -335,19 +336,19 @@ TEST_F(RsaKeyGenOfABadKey, LeavesNothingBehindAndNoSecretInReleasedMemory)
                 const BIGNUM *const p = RSA_get0_p(rsa.get());
                 std::string prime(static_cast<std::size_t>(BN_num_bytes(p)), '\0');
                 BN_bn2bin(p, reinterpret_cast<unsigned char *>(prime.data()));
-                memory.lookFor(prime);
+                memory.searchFor(prime);
                 return 1;
             });
             faults.fail("RSA_check_key", 0);
         });
         EXPECT_EQ(status, -1);
         EXPECT_TRUE(memory.sawReleases());
-        EXPECT_FALSE(memory.heldTheSecret());
+        EXPECT_FALSE(memory.containedTheSecret());
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
-TEST_F(RsaKeyGenOfABadKey, FindsAPrivateExponentThatDoesNotFit)
+TEST_F(RsaKeyGenWithAnInconsistentKey, DetectsAWrongPrivateExponent)
 {
     const RsaOwner good(EVP_PKEY_get1_RSA(stored.get()));
     const RsaOwner bad(RSA_new());
@@ -357,12 +358,12 @@ TEST_F(RsaKeyGenOfABadKey, FindsAPrivateExponentThatDoesNotFit)
     RSA_set0_factors(bad.get(), BN_dup(RSA_get0_p(good.get())), BN_dup(RSA_get0_q(good.get())));
     const KeyOwner key(EVP_PKEY_new());
     EVP_PKEY_set1_RSA(key.get(), bad.get());
-    generate([&](LibraryFaults &faults) { generateInstead(faults, key.get()); });
+    generate([&](LibraryFaults &faults) { substituteGeneratedKey(faults, key.get()); });
     EXPECT_EQ(status, -1);
 #if OPENSSL_VERSION_NUMBER >= 0x30000000L
     EXPECT_EQ(printed, keyError("ngruent to 1"));
 #else
-    // The check itself goes by another function code there.
+    // In these versions the check itself has a different function code.
     EXPECT_EQ(printed, "");
 #endif
     EXPECT_EQ(errors, "");
@@ -378,8 +379,11 @@ const std::string refusalLines = Error("Not supported operation\n") +
                                  "Error: converting public Key to DER Format fails \n" +
                                  Error("Error: calculating PubKey hash fails\n");
 const std::string doneLine = Info("Key generation done\n");
+/// Everything that a successful run prints after the line about the cipher.
+const std::string successLines =
+    generatingLine + okLine + savingLine + privateLine + publicLine + refusalLines + doneLine;
 
-/// GenerateKeys in a folder of its own, with a generation that hands out a stored key.
+/// GenerateKeys in a temporary directory, with a generation that returns a stored key.
 class RsaGenerateKeys : public testing::Test {
 protected:
     ~RsaGenerateKeys() override { ERR_clear_error(); }
@@ -401,12 +405,12 @@ protected:
         const auto run = [&] {
             Crypto engine;
             LibraryFaults faults;
-            generateInstead(faults, stored.get());
+            substituteGeneratedKey(faults, stored.get());
             prepare(faults);
             EXPECT_EQ(generate(engine, AES256_CBC, faults), -1);
             EXPECT_EQ(printed, aes256Line + generatingLine + messages);
         };
-        EXPECT_EQ(LeftBehindBy(run), filesLeftOpen);
+        EXPECT_EQ(LeakedBy(run), filesLeftOpen);
     }
 
     const KeyOwner stored = StoredKey("rsa2048.pem");
@@ -423,10 +427,9 @@ TEST_F(RsaGenerateKeys, WritesBothKeyFilesAndNoHashFile)
     for (const auto &[cipher, cipherLine] : cases) {
         Crypto engine;
         LibraryFaults faults;
-        generateInstead(faults, stored.get());
+        substituteGeneratedKey(faults, stored.get());
         EXPECT_EQ(generate(engine, cipher, faults), 1);
-        EXPECT_EQ(printed, cipherLine + generatingLine + okLine + savingLine + privateLine + publicLine +
-                               refusalLines + doneLine);
+        EXPECT_EQ(printed, cipherLine + successLines);
         EXPECT_FALSE(fs::exists(hashPath));
         EXPECT_EQ(ModeOf(privatePath), 0400);
         EXPECT_EQ(ModeOf(publicPath), 0444);
@@ -457,7 +460,7 @@ TEST_F(RsaGenerateKeys, FlushesBeforeAndAfterTheGenerationAndAtTheEnd)
     CapturedOutput output;
     std::string seenAtGeneration;
     LibraryFaults faults;
-    generateInstead(faults, stored.get());
+    substituteGeneratedKey(faults, stored.get());
     faults.before("EVP_PKEY_keygen", [&] { seenAtGeneration = output.flushedText(); });
     EXPECT_EQ(engine.GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath),
                                   Bytes(storedPassword), AES256_CBC),
@@ -485,7 +488,7 @@ TEST_F(RsaGenerateKeys, GeneratesTheKeyOfItsOwnClass)
     EXPECT_EQ(ReadFile(hashPath), Sha256Of(encoding.substr(27)));
 }
 
-TEST_F(RsaGenerateKeys, StopsWhenThereIsNoKey)
+TEST_F(RsaGenerateKeys, StopsIfTheGenerationFails)
 {
     const std::string message = Error("Error: fail occured while generating RSA private key\n");
     expectFailure(message, [](LibraryFaults &faults) { faults.fail("EVP_PKEY_keygen"); });
@@ -494,14 +497,14 @@ TEST_F(RsaGenerateKeys, StopsWhenThereIsNoKey)
     EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
-TEST_F(RsaGenerateKeys, StopsAtThePrivateKeyFile)
+TEST_F(RsaGenerateKeys, StopsIfThePrivateKeyFileFails)
 {
     const std::string before = okLine + savingLine;
     const std::string after = Error("Error: creating PEM file fails\n");
     expectFailure(
         before + Error("Error: writing encrypted private Key fails\n") + after,
         [](LibraryFaults &faults) { faults.fail("PEM_write_PKCS8"); }, 1);
-    // Made writable by the second of two runs, and so readable no more.
+    // The second of the two runs made it writable, and no longer readable, so only its size can be checked.
     EXPECT_EQ(fs::file_size(privatePath), 0u);
     fs::remove(privatePath);
     privatePath = folder / "missing/private.pem";
@@ -509,7 +512,7 @@ TEST_F(RsaGenerateKeys, StopsAtThePrivateKeyFile)
     EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
-TEST_F(RsaGenerateKeys, StopsAtThePublicKeyFileAndKeepsThePrivateKey)
+TEST_F(RsaGenerateKeys, StopsIfThePublicKeyFileFailsAndKeepsThePrivateKey)
 {
     const std::string before = okLine + savingLine + privateLine;
     const std::string after = Error("Error: creating Pubkey.pem fails\n");
@@ -523,21 +526,21 @@ TEST_F(RsaGenerateKeys, StopsAtThePublicKeyFileAndKeepsThePrivateKey)
     EXPECT_FALSE(fs::exists(hashPath));
 }
 
-TEST_F(RsaGenerateKeys, SucceedsWhateverBecomesOfTheHash)
+TEST_F(RsaGenerateKeys, SucceedsEvenIfTheHashFails)
 {
     const auto run = [&] {
         Crypto engine;
         LibraryFaults faults;
-        generateInstead(faults, stored.get());
+        substituteGeneratedKey(faults, stored.get());
         faults.fail("CRYPTO_malloc");
         EXPECT_EQ(generate(engine, AES256_CBC, faults), 1);
         EXPECT_EQ(printed, aes256Line + generatingLine + okLine + savingLine + privateLine + publicLine +
                                Error("Error: allocating buffer for PubKey hash fails\n") + doneLine);
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
-/// The one key pair of this process that is generated in earnest.
+/// The only key pair that this process really generates.
 struct FullSizeKey {
     FullSizeKey()
     {
@@ -562,12 +565,11 @@ FullSizeKey &fullSizeKey()
     return generatedOnce;
 }
 
-TEST(RsaKeyOfFullSize, HasItsSizeAndExponentAndOpensWithOtherTools)
+TEST(RsaKeyOfFullSize, TheKeyHasTheRightSizeAndExponentAndOpensWithOtherTools)
 {
     const FullSizeKey &made = fullSizeKey();
     EXPECT_EQ(made.status, 1);
-    EXPECT_EQ(made.printed, aes256Line + generatingLine + okLine + savingLine + privateLine + publicLine +
-                                refusalLines + doneLine);
+    EXPECT_EQ(made.printed, aes256Line + successLines);
     EXPECT_EQ(made.errors, "");
     EXPECT_FALSE(fs::exists(made.folder / "hash.bin"));
     const std::string opened = OutputOfOpenssl(
@@ -586,7 +588,7 @@ TEST(RsaKeyOfFullSize, HasItsSizeAndExponentAndOpensWithOtherTools)
     EXPECT_EQ(lines.find("\ne = ") - lines.find("n = 0x"), 6u + 1024u);
 }
 
-TEST(RsaKeyOfFullSize, MakesSignaturesOf512BytesThatVerifyElsewhere)
+TEST(RsaKeyOfFullSize, TheKeyMakesSignaturesOf512BytesThatTheOpensslToolVerifies)
 {
     const FullSizeKey &made = fullSizeKey();
     const std::string data("data\0with a zero byte", 21);

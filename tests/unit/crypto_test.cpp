@@ -27,7 +27,7 @@ namespace {
 constexpr int prime256v1 = 415;
 constexpr int brainpoolP256t1 = 928;
 
-// An object has no members of its own, and is never deleted through a base pointer.
+// The class has no data members, and objects are never deleted through a base pointer.
 static_assert(sizeof(Crypto) == sizeof(void *));
 static_assert(std::is_polymorphic_v<Crypto>);
 static_assert(!std::has_virtual_destructor_v<Crypto>);
@@ -37,7 +37,7 @@ static_assert(AES256_CBC == 1);
 
 using Preparation = std::function<void(LibraryFaults &)>;
 
-/// The place of a virtual operation in its class's table, up to an offset that all operations share.
+/// The slot of a virtual function in its class's table, up to an offset that all functions share.
 template <typename Member>
 std::size_t slotOf(Member operation)
 {
@@ -46,7 +46,7 @@ std::size_t slotOf(Member operation)
     return place / sizeof(void *);
 }
 
-TEST(Crypto, HasItsVirtualOperationsInTheirOrder)
+TEST(Crypto, DeclaresTheVirtualFunctionsInOrder)
 {
     const std::size_t first = slotOf(&Crypto::KeyGen);
     EXPECT_EQ(slotOf(&Crypto::sign), first + 1);
@@ -95,7 +95,7 @@ void raise(int library)
     ERR_put_error(library, 1, ERR_R_INTERNAL_ERROR, "file", 1);
 }
 
-TEST(Crypto, KeepsTheErrorsFromBeforeItsConstructionAndNoOthers)
+TEST(Crypto, KeepsErrorsFromBeforeTheConstructionAndNoOthers)
 {
     ERR_clear_error();
     for (const int before : {0, 1, 2}) {
@@ -115,7 +115,7 @@ TEST(Crypto, KeepsTheErrorsFromBeforeItsConstructionAndNoOthers)
     }
 }
 
-/// Whether `setUp`, the first of the library in its process, leaves errors in its queue where the
+/// Whether `setUp`, which initialises the library in its process, leaves errors in the queue if the
 /// configuration file is broken.
 bool leavesErrorsOfTheConfiguration(const std::function<void()> &setUp)
 {
@@ -129,9 +129,9 @@ bool leavesErrorsOfTheConfiguration(const std::function<void()> &setUp)
     return ERR_peek_error() != 0;
 }
 
-TEST(CryptoDeathTest, LeavesNoErrorsOfABrokenConfigurationFile)
+TEST(CryptoDeathTest, ABrokenConfigurationFileLeavesNoErrors)
 {
-    // Processes of their own, in which nothing has read another configuration before.
+    // New processes, so that no other configuration has been read before.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto library = [] { OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr); };
     EXPECT_EXIT(std::_Exit(leavesErrorsOfTheConfiguration(library) ? 1 : 0), testing::ExitedWithCode(1), "");
@@ -139,8 +139,8 @@ TEST(CryptoDeathTest, LeavesNoErrorsOfABrokenConfigurationFile)
     EXPECT_EXIT(std::_Exit(leavesErrorsOfTheConfiguration(engine) ? 1 : 0), testing::ExitedWithCode(0), "");
 }
 
-/// Whether an engine's construction, the first in its process, reads the configuration file that the library
-/// finds through the environment: the file gives an object identifier a name.
+/// Whether constructing an engine, the first in its process, reads the configuration file that the
+/// environment names: the file gives a name to an object identifier.
 bool readsConfiguration()
 {
     const TemporaryFolder folder;
@@ -154,14 +154,14 @@ bool readsConfiguration()
     return OBJ_sn2nid("nameOfThisTest") != NID_undef;
 }
 
-TEST(CryptoDeathTest, ReadsTheStandardConfigurationFileWhenConstructed)
+TEST(CryptoDeathTest, TheConstructorReadsTheStandardConfigurationFile)
 {
-    // A process of its own, in which nothing has read another configuration before.
+    // A new process, so that no other configuration has been read before.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(std::_Exit(readsConfiguration() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
-TEST(Crypto, ReleasesBuffersButNoNullBuffer)
+TEST(Crypto, ReleasesABufferAndRefusesANullPointer)
 {
     Crypto engine;
     CapturedOutput output;
@@ -170,7 +170,7 @@ TEST(Crypto, ReleasesBuffersButNoNullBuffer)
     EXPECT_EQ(output.text(), "");
 }
 
-TEST(Crypto, RefusesTheBinaryForm)
+TEST(Crypto, DoesNotSupportTheBinaryForm)
 {
     Crypto engine;
     const KeyOwner key = FixedKey(prime256v1, 1);
@@ -202,7 +202,7 @@ TEST(Crypto, EncodesAPublicKeyWithItsNamedCurve)
     }
 }
 
-TEST(Crypto, EncodesNoMissingKey)
+TEST(Crypto, RefusesToEncodeANullKey)
 {
     Crypto engine;
     unsigned char mark = 0;
@@ -223,7 +223,7 @@ protected:
     unsigned char untouched = 0;
 };
 
-TEST_F(GetPubKeyDerUnderFaults, KeepsTheBufferAsItWasWhereThereIsNoLength)
+TEST_F(GetPubKeyDerUnderFaults, KeepsTheBufferIfTheLengthCannotBeDetermined)
 {
     for (const long length : {0L, -1L}) {
         LibraryFaults faults;
@@ -239,7 +239,7 @@ TEST_F(GetPubKeyDerUnderFaults, KeepsTheBufferAsItWasWhereThereIsNoLength)
     }
 }
 
-TEST_F(GetPubKeyDerUnderFaults, SetsTheBufferToNullWhereItsAllocationFails)
+TEST_F(GetPubKeyDerUnderFaults, SetsTheBufferToNullIfItsAllocationFails)
 {
     LibraryFaults faults;
     faults.fail("CRYPTO_malloc");
@@ -253,7 +253,7 @@ TEST_F(GetPubKeyDerUnderFaults, SetsTheBufferToNullWhereItsAllocationFails)
     EXPECT_EQ(faults.calls("i2d_PUBKEY"), 1);
 }
 
-TEST_F(GetPubKeyDerUnderFaults, HandsTheUnfilledBufferOutWhereTheEncodingFails)
+TEST_F(GetPubKeyDerUnderFaults, ReturnsTheUnfilledBufferIfTheEncodingFails)
 {
     for (const long result : {0L, -1L}) {
         const auto run = [&] {
@@ -269,11 +269,11 @@ TEST_F(GetPubKeyDerUnderFaults, HandsTheUnfilledBufferOutWhereTheEncodingFails)
             EXPECT_EQ(size, 91u);
             EXPECT_EQ(Crypto().Buffer_Cleanup(der), 1);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 }
 
-TEST_F(GetPubKeyDerUnderFaults, EndsTheBinaryFormInTheSameWay)
+TEST_F(GetPubKeyDerUnderFaults, TheBinaryFormFailsInTheSameWay)
 {
     const struct {
         const char *function;
@@ -300,7 +300,7 @@ TEST_F(GetPubKeyDerUnderFaults, EndsTheBinaryFormInTheSameWay)
                 EXPECT_EQ(output.text(), Error(text));
                 OPENSSL_free(form);
             };
-            EXPECT_EQ(LeftBehindBy(run), 0);
+            EXPECT_EQ(LeakedBy(run), 0);
         }
     }
 }
@@ -322,13 +322,13 @@ protected:
             EXPECT_EQ(errors.text(), "");
             EXPECT_EQ(der, &untouched);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 
     TemporaryFolder folder;
 };
 
-TEST_F(GetPubKeyDerOfFile, IsTheEncodingInTheFile)
+TEST_F(GetPubKeyDerOfFile, ReturnsTheEncodingInTheFile)
 {
     for (const std::string &name : storedNames) {
         const std::string path = StoredKeyPath(name + ".public.pem");
@@ -340,18 +340,17 @@ TEST_F(GetPubKeyDerOfFile, IsTheEncodingInTheFile)
             EXPECT_EQ(output.text(), "");
             EXPECT_EQ(TakeBuffer(der, size), ContentOfPemFile("PUBLIC KEY", ReadFile(path)));
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 }
 
-TEST_F(GetPubKeyDerOfFile, FailsWhereTheFileCannotBeOpened)
+TEST_F(GetPubKeyDerOfFile, FailsIfTheFileCannotBeOpened)
 {
     const std::string missing = folder / "missing.pem";
-    expectFailure(missing, Error("Error: Reading Device file fails: ") + Error(missing) + Error("\n") +
-                               Error("Error: reading public key fails\n"));
+    expectFailure(missing, CannotOpen(missing) + Error("Error: reading public key fails\n"));
 }
 
-TEST_F(GetPubKeyDerOfFile, FailsWhereTheFileHoldsNoPublicKey)
+TEST_F(GetPubKeyDerOfFile, FailsIfTheFileContainsNoPublicKey)
 {
     for (const std::string &content : {std::string(), ReadFile(StoredKeyPath("prime256v1.pem"))}) {
         WriteFile(folder / "key.pem", content);
@@ -410,18 +409,18 @@ protected:
             EXPECT_EQ(output.text(), messages);
             EXPECT_EQ(size, 0u);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 };
 
-TEST_F(CalculateDigestUnderFaults, FailsWithoutAMethodOrAContext)
+TEST_F(CalculateDigestUnderFaults, FailsIfThereIsNoMethodOrContext)
 {
     for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"})
         expectDigest(-1, Error("unknown message digest "),
                      [=](LibraryFaults &faults) { faults.fail(function); });
 }
 
-TEST_F(CalculateDigestUnderFaults, LeavesTheLengthZeroWhereAStepFails)
+TEST_F(CalculateDigestUnderFaults, SetsTheLengthToZeroIfAStepFails)
 {
     for (const char *function :
          {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
@@ -430,12 +429,12 @@ TEST_F(CalculateDigestUnderFaults, LeavesTheLengthZeroWhereAStepFails)
     }
 }
 
-TEST_F(CalculateDigestUnderFaults, TakesItsStepsInTheirOrder)
+TEST_F(CalculateDigestUnderFaults, PerformsItsStepsInOrder)
 {
     LibraryFaults faults;
     std::string buffer(32, '\0');
     auto *digest = reinterpret_cast<unsigned char *>(buffer.data());
-    // The upper half of the length is written, too.
+    // The upper half of the length must be written, too.
     std::size_t size = ~std::size_t{0};
     EXPECT_EQ(Crypto().CalculateDigest(Bytes("data"), 4, &digest, &size), 1);
     EXPECT_EQ(size, 32u);
@@ -446,10 +445,10 @@ TEST_F(CalculateDigestUnderFaults, TakesItsStepsInTheirOrder)
     EXPECT_EQ(buffer, Sha256Of("data"));
 }
 
-/// An engine whose binary form is given by the test.
-class BinaryFormGiven : public Crypto {
+/// An engine whose binary form the test supplies.
+class EngineWithBinaryForm : public Crypto {
 public:
-    BinaryFormGiven(int resultOfCall, std::string binaryForm)
+    EngineWithBinaryForm(int resultOfCall, std::string binaryForm)
         : result(resultOfCall), form(std::move(binaryForm))
     {
     }
@@ -471,7 +470,7 @@ private:
 
 TEST(GetHashPubKey, HashesTheBinaryFormOfItsOwnClass)
 {
-    BinaryFormGiven engine(1, "abc");
+    EngineWithBinaryForm engine(1, "abc");
     const KeyOwner key = FixedKey(prime256v1, 1);
     std::string buffer(34, '#');
     unsigned char *place = reinterpret_cast<unsigned char *>(buffer.data());
@@ -484,11 +483,11 @@ TEST(GetHashPubKey, HashesTheBinaryFormOfItsOwnClass)
     EXPECT_EQ(buffer, FromHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad") + "##");
 }
 
-TEST(GetHashPubKey, FailsWithAPlainLineWhenTheBinaryFormFails)
+TEST(GetHashPubKey, PrintsAnUncolouredMessageIfTheBinaryFormFails)
 {
     const KeyOwner key = FixedKey(prime256v1, 1);
     for (const int result : {0, -1, 2}) {
-        BinaryFormGiven engine(result, "abc");
+        EngineWithBinaryForm engine(result, "abc");
         std::string buffer(32, '#');
         unsigned char *place = reinterpret_cast<unsigned char *>(buffer.data());
         std::size_t length = 0;
@@ -499,7 +498,7 @@ TEST(GetHashPubKey, FailsWithAPlainLineWhenTheBinaryFormFails)
     }
 }
 
-TEST(GetHashPubKey, FailsWhenTheDigestFails)
+TEST(GetHashPubKey, FailsIfTheDigestFails)
 {
     const std::string hashError = Error("Error : calculating public Key (DER Format) hash fails\n");
     const std::pair<const char *, std::string> cases[] = {
@@ -512,7 +511,7 @@ TEST(GetHashPubKey, FailsWhenTheDigestFails)
     };
     for (const auto &[function, messages] : cases) {
         SCOPED_TRACE(function);
-        BinaryFormGiven engine(1, "abc");
+        EngineWithBinaryForm engine(1, "abc");
         std::string buffer(32, '#');
         unsigned char *place = reinterpret_cast<unsigned char *>(buffer.data());
         std::size_t length = 7;
@@ -525,7 +524,7 @@ TEST(GetHashPubKey, FailsWhenTheDigestFails)
     }
 }
 
-TEST(GetHashPubKey, IsRefusedByTheBaseClass)
+TEST(GetHashPubKey, IsNotSupportedByTheBaseClass)
 {
     Crypto engine;
     const KeyOwner key = FixedKey(prime256v1, 1);
@@ -541,7 +540,7 @@ TEST(GetHashPubKey, IsRefusedByTheBaseClass)
 
 TEST(GetHashPubKey, HashesThePointOfAnEllipticCurveKey)
 {
-    // Digests taken with another tool.
+    // Digests computed with another tool.
     const std::pair<EC_Crypto, const char *> cases[] = {
         {EC_Crypto(prime256v1), "4b86e7c3666058e52c3297d7793aa8d51c26fe830d0aa38be94b232c1e0db0fc"},
         {EC_Crypto(brainpoolP256t1), "2c1d865d00f297d9949c69266f536246d43fcd2658a539b99e47ca252c3cb564"},

@@ -1,4 +1,4 @@
-// What the writers print, return, release and leave on disk when a library fails under them.
+// What the writers print, return, release and leave on disk when a library call fails.
 #include "src/ec_crypto.h"
 
 #include "tests/support/captured_output.h"
@@ -29,7 +29,7 @@ const std::string plainLine = "Error: converting public Key to DER Format fails 
 const std::string hashError = Error("Error : calculating public Key (DER Format) hash fails\n");
 const std::string formerHashError = Error("Error: calculating PubKey hash fails\n");
 
-/// The hash file of a key, under faults.
+/// Writing the hash file of a key, with injected faults.
 class HashFileUnderFaults : public testing::Test {
 protected:
     ~HashFileUnderFaults() override { ERR_clear_error(); }
@@ -50,20 +50,15 @@ protected:
             EXPECT_EQ(errors.text(), "");
             opened = faults.calls("fopen") > 0;
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 
-    /// The old file keeps its content and its mode.
+    /// Expects the old file to keep its content and mode.
     void expectOldFile()
     {
         EXPECT_FALSE(opened);
         EXPECT_EQ(ModeOf(path), 0444);
         EXPECT_EQ(ReadFile(path), "old");
-    }
-
-    std::string pathErrors() const
-    {
-        return Error("Error: Reading Device file fails: ") + Error(path) + Error("\n");
     }
 
     const KeyOwner key = FixedKey(prime256v1, 5);
@@ -72,14 +67,14 @@ protected:
     bool opened = false;
 };
 
-TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheBufferCannotBeAllocated)
+TEST_F(HashFileUnderFaults, TheOldFileIsKeptIfTheBufferCannotBeAllocated)
 {
     expectFailure(Error("Error: allocating buffer for PubKey hash fails\n"),
                   [](LibraryFaults &faults) { faults.fail("CRYPTO_malloc"); });
     expectOldFile();
 }
 
-TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheEncodingFails)
+TEST_F(HashFileUnderFaults, TheOldFileIsKeptIfTheEncodingFails)
 {
     expectFailure(Error("Error: extracting public key fails\n") + plainLine + formerHashError,
                   [](LibraryFaults &faults) { faults.fail("i2d_PUBKEY"); });
@@ -93,14 +88,14 @@ TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheEncodingFails)
     expectOldFile();
 }
 
-TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheDigestFails)
+TEST_F(HashFileUnderFaults, TheOldFileIsKeptIfTheDigestFails)
 {
     for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"}) {
         expectFailure(Error("unknown message digest ") + hashError + formerHashError,
                       [=](LibraryFaults &faults) { faults.fail(function); });
         expectOldFile();
     }
-    // No file claims to be a hash that was never calculated.
+    // No file may contain a hash that was never computed.
     for (const char *function :
          {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
         SCOPED_TRACE(function);
@@ -109,22 +104,22 @@ TEST_F(HashFileUnderFaults, KeepsItsContentWhereTheDigestFails)
     }
 }
 
-TEST_F(HashFileUnderFaults, IsNamedInTheMessageWhereItCannotBeWritten)
+TEST_F(HashFileUnderFaults, TheMessageNamesTheFileIfItCannotBeWritten)
 {
-    expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fopen"); });
+    expectFailure(CannotOpen(path), [](LibraryFaults &faults) { faults.fail("fopen"); });
     EXPECT_EQ(ModeOf(path), 0444);
     EXPECT_EQ(ReadFile(path), "old");
 }
 
-TEST_F(HashFileUnderFaults, IsReadOnlyAndNamedInTheMessageWhereItIsNotWrittenWhole)
+TEST_F(HashFileUnderFaults, TheMessageNamesTheFileIfItIsNotWrittenWholeAndTheFileIsReadOnly)
 {
-    expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.fail("fflush", EOF); });
+    expectFailure(CannotOpen(path), [](LibraryFaults &faults) { faults.fail("fflush", EOF); });
     EXPECT_EQ(ModeOf(path), 0444);
-    expectFailure(pathErrors(), [](LibraryFaults &faults) { faults.spoil("fclose", EOF); });
+    expectFailure(CannotOpen(path), [](LibraryFaults &faults) { faults.overrideResult("fclose", EOF); });
     EXPECT_EQ(ModeOf(path), 0444);
 }
 
-TEST_F(HashFileUnderFaults, IsWritableWhileItIsOpenAndReadOnlyAfterwards)
+TEST_F(HashFileUnderFaults, TheFileIsWritableWhileItIsOpenAndReadOnlyAfterwards)
 {
     WriteFile(path, "old");
     fs::permissions(path, fs::perms(0444));
@@ -142,7 +137,7 @@ TEST_F(HashFileUnderFaults, IsWritableWhileItIsOpenAndReadOnlyAfterwards)
                                         "fflush", "fclose"}));
 }
 
-TEST_F(HashFileUnderFaults, IsNamedInTheMessageForThePacketsHashToo)
+TEST_F(HashFileUnderFaults, TheMessageNamesTheTableHashFileIfItCannotBeWritten)
 {
     const std::string messages = Error("Error: Creating file fails: ") + Error(path) + Error("\n");
     const std::string hash(32, 'h');
@@ -152,17 +147,17 @@ TEST_F(HashFileUnderFaults, IsNamedInTheMessageForThePacketsHashToo)
             if (std::string(function) == "fopen")
                 faults.fail(function);
             else
-                faults.spoil(function, EOF);
+                faults.overrideResult(function, EOF);
             CapturedOutput output;
             EXPECT_EQ(Crypto().SaveHashTableHash(Bytes(hash), 32, Bytes(path)), -1);
             EXPECT_EQ(output.text(), messages);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
     EXPECT_EQ(ModeOf(path), 0444);
 }
 
-/// The two PEM writers under faults.
+/// The two PEM writers, with injected faults.
 class KeyFileUnderFaults : public testing::Test {
 protected:
     ~KeyFileUnderFaults() override { ERR_clear_error(); }
@@ -183,7 +178,7 @@ protected:
             EXPECT_EQ(output.text(), Error(message));
             EXPECT_EQ(errors.text(), "");
         };
-        EXPECT_EQ(LeftBehindBy(run), filesLeftOpen);
+        EXPECT_EQ(LeakedBy(run), filesLeftOpen);
         EXPECT_EQ(ModeOf(path), mode);
     }
 
@@ -201,7 +196,7 @@ protected:
             EXPECT_EQ(output.text(), Error(message));
             EXPECT_EQ(errors.text(), "");
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
         EXPECT_EQ(ModeOf(path), mode);
     }
 
@@ -210,7 +205,7 @@ protected:
     const std::string path = folder / "key.pem";
 };
 
-TEST_F(KeyFileUnderFaults, StaysOpenAndWritableWhereThePrivateKeyFails)
+TEST_F(KeyFileUnderFaults, ThePrivateKeyFileStaysOpenAndWritableIfTheWriteFails)
 {
     for (const char *function :
          {"EVP_PKEY2PKCS8", "PKCS5_pbe2_set_iv", "PKCS8_set0_pbe", "PEM_write_PKCS8"}) {
@@ -220,18 +215,18 @@ TEST_F(KeyFileUnderFaults, StaysOpenAndWritableWhereThePrivateKeyFails)
         EXPECT_EQ(fs::file_size(path), 0u);
     }
     expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 1,
-                            [](LibraryFaults &faults) { faults.spoil("fflush", EOF); });
+                            [](LibraryFaults &faults) { faults.overrideResult("fflush", EOF); });
 }
 
-TEST_F(KeyFileUnderFaults, IsReportedWhereThePrivateKeysFileCannotBeOpenedOrClosed)
+TEST_F(KeyFileUnderFaults, APrivateKeyFileThatCannotBeOpenedOrClosedIsReported)
 {
     expectPrivateKeyFailure("Error: creating Key File fails\n", 0400, 0,
                             [](LibraryFaults &faults) { faults.fail("fopen"); });
     expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 0,
-                            [](LibraryFaults &faults) { faults.spoil("fclose", EOF); });
+                            [](LibraryFaults &faults) { faults.overrideResult("fclose", EOF); });
 }
 
-TEST_F(KeyFileUnderFaults, BecomesReadOnlyWhereThePublicKeyFails)
+TEST_F(KeyFileUnderFaults, ThePublicKeyFileBecomesReadOnlyIfTheWriteFails)
 {
     expectPublicKeyFailure(-1, "Error: creating key file fails\n", 0444,
                            [](LibraryFaults &faults) { faults.fail("fopen"); });
@@ -241,11 +236,11 @@ TEST_F(KeyFileUnderFaults, BecomesReadOnlyWhereThePublicKeyFails)
     for (const char *function : {"fflush", "fclose"}) {
         SCOPED_TRACE(function);
         expectPublicKeyFailure(0, "Error: writing key fails\n", 0444,
-                               [=](LibraryFaults &faults) { faults.spoil(function, EOF); });
+                               [=](LibraryFaults &faults) { faults.overrideResult(function, EOF); });
     }
 }
 
-TEST_F(KeyFileUnderFaults, IsWritableUntilItIsClosed)
+TEST_F(KeyFileUnderFaults, TheFileIsWritableUntilItIsClosed)
 {
     for (const bool isPrivate : {true, false}) {
         fs::remove(path);

@@ -1,4 +1,4 @@
-// The private key files: their formats, and who can open the encrypted one.
+// The private key files: their formats, and which passwords open the encrypted one.
 #include "src/crypto.h"
 
 #include "tests/support/captured_output.h"
@@ -26,15 +26,15 @@ namespace {
 constexpr int prime256v1 = 415;
 constexpr int brainpoolP256t1 = 928;
 
-/// The parts of a key file that are random, or encrypted.
+/// The parts of a key file that are random or encrypted.
 struct EncryptedKey {
     std::string salt;
     std::string vector;
     std::string ciphertext;
 };
 
-/// The encoding that holds these parts, written down byte by byte: PBES2 with PBKDF2 (2048 iterations,
-/// HMAC-SHA-256) and AES in CBC mode.
+/// The encoding with these parts, spelled out byte by byte: PBES2 with PBKDF2 (2048 iterations, HMAC-SHA-256)
+/// and AES in CBC mode.
 std::string encodingOf(const EncryptedKey &parts, const std::string &cipherDigits)
 {
     return FromHex("30 81 EC 30 57 06 09 2A 86 48 86 F7 0D 01 05 0D 30 4A"
@@ -85,7 +85,7 @@ class SaveEncPrvKey : public testing::Test {
 protected:
     ~SaveEncPrvKey() override { ERR_clear_error(); }
 
-    /// The content of a new key file's block.
+    /// The content of the PEM block of a new key file.
     std::string save(const std::string &path, const std::string &password, EVP_PKEY *key,
                      const EVP_CIPHER *cipher = EVP_aes_256_cbc())
     {
@@ -95,7 +95,7 @@ protected:
         return ContentOfPemFile("ENCRYPTED PRIVATE KEY", ReadFile(path));
     }
 
-    /// As any user of the library opens the file.
+    /// Opens the file as any user of the library does.
     static KeyOwner opened(const std::string &path, const std::string &password)
     {
         const FileOwner file(std::fopen(path.c_str(), "rb"));
@@ -103,7 +103,7 @@ protected:
         return KeyOwner(PEM_read_PrivateKey(file.get(), nullptr, nullptr, copy.data()));
     }
 
-    /// A private key that cannot be written leaves nothing that can be opened.
+    /// Expects that a private key that cannot be written leaves no key that can be opened.
     void expectFailure(const std::string &path, EVP_PKEY *key, const unsigned char *password,
                        const EVP_CIPHER *cipher)
     {
@@ -138,7 +138,7 @@ TEST_F(SaveEncPrvKey, EncryptsWithTheCipherAndTheFixedParameters)
     }
 }
 
-TEST_F(SaveEncPrvKey, DrawsANewSaltAndVectorForEachFile)
+TEST_F(SaveEncPrvKey, UsesANewSaltAndInitialisationVectorForEachFile)
 {
     const KeyOwner key = FixedKey(prime256v1, 20);
     const EncryptedKey first = partsOf(save(folder / "first.pem", "password", key.get()));
@@ -148,7 +148,7 @@ TEST_F(SaveEncPrvKey, DrawsANewSaltAndVectorForEachFile)
     EXPECT_NE(first.ciphertext, second.ciphertext);
 }
 
-TEST_F(SaveEncPrvKey, WritesAFileThatThePasswordOpens)
+TEST_F(SaveEncPrvKey, WritesAFileThatOpensWithThePassword)
 {
     std::string longest;
     for (int i = 0; i < 1023; ++i)
@@ -166,7 +166,7 @@ TEST_F(SaveEncPrvKey, WritesAFileThatThePasswordOpens)
     }
 }
 
-TEST_F(SaveEncPrvKey, WritesAFileThatNoOtherPasswordOpens)
+TEST_F(SaveEncPrvKey, WritesAFileThatOpensWithNoOtherPassword)
 {
     const KeyOwner key = FixedKey(prime256v1, 20);
     save(folder / "private.pem", "password", key.get());
@@ -174,8 +174,8 @@ TEST_F(SaveEncPrvKey, WritesAFileThatNoOtherPasswordOpens)
         EXPECT_EQ(opened(folder / "private.pem", password), nullptr) << password;
 }
 
-// The library's readers take no more of a password.
-TEST_F(SaveEncPrvKey, TakesTheFirst1024BytesOfAPassword)
+// The library's readers use no more of a password.
+TEST_F(SaveEncPrvKey, UsesTheFirst1024BytesOfAPassword)
 {
     const std::string stem(1022, 'a');
     const KeyOwner key = FixedKey(prime256v1, 20);
@@ -213,7 +213,7 @@ TEST_F(SaveEncPrvKey, WritesNothingWithoutAKeyOrACipher)
     EXPECT_EQ(ReadFile(folder / "no cipher.pem"), "");
 }
 
-TEST_F(SaveEncPrvKey, LeavesAnOldFileEmptyAndWritableWhenTheWriteFails)
+TEST_F(SaveEncPrvKey, LeavesAnOldFileEmptyAndWritableIfTheWriteFails)
 {
     const KeyOwner key = FixedKey(prime256v1, 20);
     const std::string path = folder / "private.pem";
@@ -252,7 +252,7 @@ TEST_F(SavePrvKey, WritesTheUnencryptedKeyAsOtherToolsDo)
     }
 }
 
-TEST_F(SavePrvKey, LeavesTheModeToTheProcess)
+TEST_F(SavePrvKey, CreatesTheFileWithTheDefaultMode)
 {
     const KeyOwner key = FixedKey(prime256v1, 5);
     for (const int mask : {022, 077}) {
@@ -266,7 +266,7 @@ TEST_F(SavePrvKey, LeavesTheModeToTheProcess)
     EXPECT_EQ(ModeOf(path), 0620);
 }
 
-TEST_F(SavePrvKey, FailsWhereTheFileCannotBeCreated)
+TEST_F(SavePrvKey, FailsIfTheFileCannotBeCreated)
 {
     const KeyOwner key = FixedKey(prime256v1, 5);
     expectFailure(folder / "missing/private.pem", key.get(), "Error: creating Key File fails\n");
@@ -274,7 +274,7 @@ TEST_F(SavePrvKey, FailsWhereTheFileCannotBeCreated)
     EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
-TEST_F(SavePrvKey, FailsWhereTheKeyCannotBeWritten)
+TEST_F(SavePrvKey, FailsIfTheKeyCannotBeWritten)
 {
     const KeyOwner key = FixedKey(prime256v1, 5);
     expectFailure(path, nullptr, "Error: writing Key fails\n");
@@ -283,13 +283,13 @@ TEST_F(SavePrvKey, FailsWhereTheKeyCannotBeWritten)
         LibraryFaults faults;
         faults.fail("PEM_write_PrivateKey");
         expectFailure(path, key.get(), "Error: writing Key fails\n");
-        faults.spoil("fclose", EOF);
+        faults.overrideResult("fclose", EOF);
         expectFailure(path, key.get(), "Error: writing Key fails\n");
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
-TEST_F(SavePrvKey, KeepsNoCopyInABuffer)
+TEST_F(SavePrvKey, LeavesNoCopyOfTheKeyInABuffer)
 {
     const KeyOwner key = FixedKey(prime256v1, 5);
     const auto run = [&] {
@@ -298,7 +298,7 @@ TEST_F(SavePrvKey, KeepsNoCopyInABuffer)
         EXPECT_EQ(faults.callsOf({"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"}),
                   (std::vector<std::string>{"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"}));
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// What the engine's writers leave behind when a signal comes while they write.
+// What the engine's writers leave behind when a signal arrives during a write.
 #include "src/crypto.h"
 
 #include "src/ec_crypto.h"
@@ -35,7 +35,7 @@ const std::set<int> heldBack = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGPIPE,
 
 const std::string tableHash(32, 'h');
 
-/// Every function with a substitute that a writer calls.
+/// All substituted functions that a writer calls.
 const std::vector<std::string> functions = {"CRYPTO_malloc",
                                             "CRYPTO_free",
                                             "i2d_PUBKEY",
@@ -101,10 +101,10 @@ const std::array<Writer, 5> writers = {{
      0444, 0444, [](const std::string &path) { return ReadFile(path) == tableHash; }},
 }};
 
-class SignalsDuring : public testing::TestWithParam<Writer> {
+class SignalsDuringAWrite : public testing::TestWithParam<Writer> {
 protected:
-    /// Writes to `path` in a child that gets `signal` before its call number `number`. `onSignal`: see
-    /// sigaction.
+    /// Writes to `path` in a child process that receives `signal` before its call number `number`. `onSignal`
+    /// is its action, as for sigaction.
     ChildRun writeUnder(const std::string &path, int signal, int number, void (*onSignal)(int))
     {
         return RunInChild([&] {
@@ -123,7 +123,7 @@ protected:
                     LibraryFaults::everyCall);
             }
             writer.write(path, written.get());
-            // No check here, of whether all functions were called: this process only writes.
+            // Skips the check that all functions were called: this process only writes.
             std::_Exit(EXIT_SUCCESS);
         });
     }
@@ -156,9 +156,10 @@ protected:
     TemporaryFolder folder;
 };
 
-INSTANTIATE_TEST_SUITE_P(Files, SignalsDuring, testing::ValuesIn(writers), testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Files, SignalsDuringAWrite, testing::ValuesIn(writers),
+                         testing::PrintToStringParamName());
 
-TEST_P(SignalsDuring, AnyCallLeaveTheWholeFileWithItsMode)
+TEST_P(SignalsDuringAWrite, ASignalAtAnyCallLeavesTheCompleteFileWithItsMode)
 {
     int calls = 0;
     for (bool ended = false; !ended; ++calls) {
@@ -174,11 +175,11 @@ TEST_P(SignalsDuring, AnyCallLeaveTheWholeFileWithItsMode)
             expectWritten(path, exists ? writer.oldMode : writer.newMode);
         }
     }
-    // fopen, a write, fclose.
+    // At least fopen, a write and fclose.
     EXPECT_GE(calls, 3);
 }
 
-TEST_P(SignalsDuring, TheOpeningWaitForTheWholeFileWhicheverTheyAre)
+TEST_P(SignalsDuringAWrite, AnySignalDuringTheOpeningIsHeldBackUntilTheFileIsComplete)
 {
     for (const int signal : heldBack) {
         SCOPED_TRACE(signal);
@@ -189,7 +190,7 @@ TEST_P(SignalsDuring, TheOpeningWaitForTheWholeFileWhicheverTheyAre)
     }
 }
 
-TEST_P(SignalsDuring, TheWriteToAPipeAreNotHeldBack)
+TEST_P(SignalsDuringAWrite, SignalsAreNotHeldBackDuringAWriteToAPipe)
 {
     const std::string path = folder / "pipe";
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -206,8 +207,8 @@ TEST_P(SignalsDuring, TheWriteToAPipeAreNotHeldBack)
     EXPECT_EQ(blocked, std::set<int>());
 }
 
-// Other programs use the engine, too.
-TEST_P(SignalsDuring, TheWriteAreBlockedAsBeforeOnEveryWayOut)
+// Programs with signal masks of their own may use the engine.
+TEST_P(SignalsDuringAWrite, TheSignalMaskIsRestoredOnEveryReturn)
 {
     const std::set<int> callers = {SIGINT, SIGCHLD};
     const OnlyBlocked blocked(callers);

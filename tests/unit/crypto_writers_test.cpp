@@ -37,7 +37,7 @@ std::string pathError(const std::string &text, const std::string &path)
     return Error(text) + Error(path) + Error("\n");
 }
 
-/// One of the engine's file writers, with the outcomes that differ from one to the next.
+/// One of the engine's file writers, with the outcomes in which the writers differ.
 struct Writer {
     const char *name;
     int (*write)(const std::string &path);
@@ -45,7 +45,7 @@ struct Writer {
     std::string (*cannotCreate)(const std::string &path);
     std::string (*cannotWrite)(const std::string &path);
     int statusOfFailedWrite;
-    /// Whether a file is as it should be, to the last byte.
+    /// Whether a file is complete and correct.
     bool (*isComplete)(const std::string &file);
     bool namesPathsInUtf8;
 };
@@ -127,7 +127,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Files, EachWriter, testing::ValuesIn(writers), testing::PrintToStringParamName());
 
-TEST_P(EachWriter, MakesANewFileReadOnlyWhateverTheMask)
+TEST_P(EachWriter, ANewFileIsReadOnlyWithAnyUmask)
 {
     for (const int mask : {0000, 0022, 0077, 0777}) {
         const UmaskInForce inForce(mask);
@@ -139,12 +139,12 @@ TEST_P(EachWriter, MakesANewFileReadOnlyWhateverTheMask)
     }
 }
 
-TEST_P(EachWriter, WritesTheWholeFile)
+TEST_P(EachWriter, TheWholeFileIsWritten)
 {
     expectWritten(folder / "file");
 }
 
-TEST_P(EachWriter, OverwritesItsOwnReadOnlyFile)
+TEST_P(EachWriter, AReadOnlyFileOfItsOwnIsOverwritten)
 {
     const std::string path = folder / "file";
     expectWritten(path);
@@ -152,7 +152,7 @@ TEST_P(EachWriter, OverwritesItsOwnReadOnlyFile)
     EXPECT_EQ(ModeOf(path), writer.mode);
 }
 
-TEST_P(EachWriter, CutsALongerOldFileOff)
+TEST_P(EachWriter, ALongerOldFileIsTruncated)
 {
     const std::string path = folder / "file";
     WriteFile(path, std::string(5000, '#'));
@@ -161,10 +161,10 @@ TEST_P(EachWriter, CutsALongerOldFileOff)
     EXPECT_EQ(ModeOf(path), writer.mode);
 }
 
-TEST_P(EachWriter, GivesAnOldFileThatItCannotOpenItsModeBack)
+TEST_P(EachWriter, TheModeOfAnOldFileThatCannotBeOpenedIsRestored)
 {
     if (underSanitizers)
-        GTEST_SKIP() << "a sanitizer looks at objects through a descriptor of its own";
+        GTEST_SKIP() << "a sanitizer inspects objects through a file descriptor of its own";
     const std::string path = folder / "file";
     WriteFile(path, "old");
     for (const int mode : {0400, 0444, 0640, 07751, 0000}) {
@@ -181,8 +181,8 @@ TEST_P(EachWriter, GivesAnOldFileThatItCannotOpenItsModeBack)
     EXPECT_EQ(ReadFile(path), "old");
 }
 
-// The name that permissions are set under may be another file's.
-TEST_P(EachWriter, GivesAFileUnderTheLatin1NameItsModeBack)
+// The name under which the mode is set may belong to another file.
+TEST_P(EachWriter, TheModeOfAFileWithTheLatin1NameIsRestored)
 {
     const std::string otherPath = folder / "clÃ©/file";
     fs::create_directory(folder / "clÃ©");
@@ -192,13 +192,13 @@ TEST_P(EachWriter, GivesAFileUnderTheLatin1NameItsModeBack)
     EXPECT_EQ(ModeOf(otherPath), 0640);
 }
 
-TEST_P(EachWriter, FailsInAMissingFolder)
+TEST_P(EachWriter, AMissingDirectoryIsAFailure)
 {
     expectNotCreated(folder / "missing/file");
     EXPECT_FALSE(fs::exists(folder / "missing"));
 }
 
-TEST_P(EachWriter, FailsWhereAFolderIsInPlaceAndLeavesItAsItIs)
+TEST_P(EachWriter, ADirectoryInPlaceOfTheFileIsAFailureAndIsNotChanged)
 {
     const std::string path = folder / "file";
     fs::create_directory(path);
@@ -207,7 +207,7 @@ TEST_P(EachWriter, FailsWhereAFolderIsInPlaceAndLeavesItAsItIs)
     EXPECT_EQ(ModeOf(path), 0750);
 }
 
-TEST_P(EachWriter, FailsWhereALinkLeadsIntoAMissingFolder)
+TEST_P(EachWriter, ALinkIntoAMissingDirectoryIsAFailure)
 {
     const std::string path = folder / "file";
     fs::create_symlink(folder / "missing/file", path);
@@ -215,7 +215,7 @@ TEST_P(EachWriter, FailsWhereALinkLeadsIntoAMissingFolder)
     EXPECT_TRUE(fs::is_symlink(path));
 }
 
-TEST_P(EachWriter, WritesTheFileThatALinkLeadsTo)
+TEST_P(EachWriter, TheTargetOfALinkIsWritten)
 {
     for (const bool exists : {false, true}) {
         const std::string target = folder / (exists ? "old" : "new");
@@ -230,7 +230,7 @@ TEST_P(EachWriter, WritesTheFileThatALinkLeadsTo)
     }
 }
 
-TEST_P(EachWriter, WritesIntoAPipeAndLeavesItsMode)
+TEST_P(EachWriter, APipeIsWrittenAndItsModeIsKept)
 {
     const std::string path = folder / "pipe";
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
@@ -248,7 +248,7 @@ TEST_P(EachWriter, WritesIntoAPipeAndLeavesItsMode)
     EXPECT_TRUE(writer.isComplete(content.substr(0, static_cast<std::size_t>(size))));
 }
 
-TEST_P(EachWriter, NoticesWhenTheDeviceIsFullAndLeavesItsMode)
+TEST_P(EachWriter, AFullDeviceIsReportedAndItsModeIsKept)
 {
     const int mode = ModeOf("/dev/full");
     CapturedOutput output;
@@ -257,9 +257,9 @@ TEST_P(EachWriter, NoticesWhenTheDeviceIsFullAndLeavesItsMode)
     EXPECT_EQ(ModeOf("/dev/full"), mode);
 }
 
-// A path's bytes are the file's name. Its permissions, though, are set under the name that the bytes spell
-// in Latin-1, but for the table hash file.
-TEST_P(EachWriter, SetsPermissionsUnderTheNameThatItReads)
+// The bytes of a path are the file's name. Except for the table hash file, however, the mode is set under the
+// name that the bytes spell in Latin-1.
+TEST_P(EachWriter, TheModeIsSetUnderTheLatin1Name)
 {
     const UmaskInForce inForce(0027);
     const std::string path = folder / "clé.bin";
@@ -267,7 +267,7 @@ TEST_P(EachWriter, SetsPermissionsUnderTheNameThatItReads)
     EXPECT_EQ(ModeOf(path), writer.namesPathsInUtf8 ? writer.mode : 0640);
 }
 
-TEST_P(EachWriter, FindsAnotherFileUnderTheLatin1Name)
+TEST_P(EachWriter, AnotherFileWithTheLatin1NameGetsTheMode)
 {
     const std::string path = folder / "clé.bin";
     const std::string otherPath = folder / "clÃ©.bin";
@@ -279,7 +279,7 @@ TEST_P(EachWriter, FindsAnotherFileUnderTheLatin1Name)
     EXPECT_EQ(ReadFile(otherPath), "other");
 }
 
-TEST_P(EachWriter, NamesAPathThatIsNotAscii)
+TEST_P(EachWriter, MessagesNameANonAsciiPath)
 {
     expectNotCreated(folder / "dossier absent é ☂/clé.bin");
 }
@@ -297,7 +297,7 @@ TEST(SavePubKey, WritesTheNamedCurveAndTheUncompressedPoint)
     }
 }
 
-TEST(SavePubKey, WritesAFileReadElsewhereBackToTheSameBytes)
+TEST(SavePubKey, RewritesAFileOfAnotherToolWithTheSameBytes)
 {
     const TemporaryFolder folder;
     for (const char *name : {"prime256v1-public.pem", "brainpoolP256t1-public.pem", "rsa2048-public.pem"}) {
@@ -309,11 +309,11 @@ TEST(SavePubKey, WritesAFileReadElsewhereBackToTheSameBytes)
     }
 }
 
-TEST(SavePubKey, LeavesAReadOnlyFileWithoutContentWhenThereIsNoKey)
+TEST(SavePubKey, LeavesAnEmptyReadOnlyFileIfThereIsNoKey)
 {
     const TemporaryFolder folder;
     const std::string path = folder / "public.pem";
-    // A new file, then an old one.
+    // First a new file, then an old one.
     for (int run = 0; run < 2; ++run) {
         CapturedOutput output;
         EXPECT_EQ(Crypto().SavePubKey(Bytes(path), nullptr), 0);
@@ -327,7 +327,7 @@ TEST(SavePubKey, LeavesAReadOnlyFileWithoutContentWhenThereIsNoKey)
 TEST(SaveHashPubKey, WritesTheHashOfTheBinaryForm)
 {
     const TemporaryFolder folder;
-    // Digests taken with another tool.
+    // Digests computed with another tool.
     const std::pair<int, const char *> cases[] = {
         {prime256v1, "4b86e7c3666058e52c3297d7793aa8d51c26fe830d0aa38be94b232c1e0db0fc"},
         {brainpoolP256t1, "2c1d865d00f297d9949c69266f536246d43fcd2658a539b99e47ca252c3cb564"},
@@ -344,7 +344,7 @@ TEST(SaveHashPubKey, WritesTheHashOfTheBinaryForm)
     }
 }
 
-TEST(SaveHashPubKey, CalculatesTheHashBeforeItCreatesTheFile)
+TEST(SaveHashPubKey, ComputesTheHashBeforeItCreatesTheFile)
 {
     const TemporaryFolder folder;
     EC_Crypto engine(prime256v1);
@@ -359,7 +359,7 @@ TEST(SaveHashPubKey, CalculatesTheHashBeforeItCreatesTheFile)
     }
 }
 
-TEST(SaveHashPubKey, KeepsAnOldFilesContentAndModeWhenTheHashFails)
+TEST(SaveHashPubKey, KeepsTheContentAndModeOfAnOldFileIfTheHashFails)
 {
     const TemporaryFolder folder;
     const std::string path = folder / "hash.bin";
@@ -372,7 +372,7 @@ TEST(SaveHashPubKey, KeepsAnOldFilesContentAndModeWhenTheHashFails)
     EXPECT_EQ(ReadFile(path), "old");
 }
 
-TEST(SaveHashPubKey, IsRefusedByTheBaseClass)
+TEST(SaveHashPubKey, IsNotSupportedByTheBaseClass)
 {
     const TemporaryFolder folder;
     CapturedOutput output;
@@ -383,7 +383,7 @@ TEST(SaveHashPubKey, IsRefusedByTheBaseClass)
     EXPECT_FALSE(fs::exists(folder / "hash.bin"));
 }
 
-TEST(SaveHashTableHash, WritesAsManyBytesAsAskedFor)
+TEST(SaveHashTableHash, WritesTheRequestedNumberOfBytes)
 {
     const TemporaryFolder folder;
     for (const int length : {0, 1, 31, 32}) {

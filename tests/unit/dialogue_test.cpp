@@ -22,8 +22,8 @@ namespace {
 
 const char *const begin = "settings:\n";
 
-/// Answers by `script`, in a folder of its own with the folder keys in it, and returns the settings that
-/// it changes. `before` runs before the dialogue.
+/// Runs the dialogue with the answers of `script`, in a directory that contains the directory keys, and
+/// returns the settings that it changes. `before` runs before the dialogue.
 std::string settingsAfter(
     const DialogueScript &script, const std::function<void()> &before = [] {})
 {
@@ -66,7 +66,7 @@ DialogueScript choices(const std::string &curve, const std::string &cipher)
 const std::string tableOfEight = "passwordTable=[\"pass0\", \"pass1\", \"pass2\", \"pass3\", \"pass4\", "
                                  "\"pass5\", \"pass6\", \"pass7\"]\n";
 
-TEST(Dialogue, FillsTheSettingsOfOnePair)
+TEST(Dialogue, SetsTheSettingsForOnePair)
 {
     EXPECT_EQ(settingsAfter(folderStep("") + OnePairSteps("secret")),
               "password=\"secret\"\n"
@@ -78,7 +78,7 @@ TEST(Dialogue, FillsTheSettingsOfOnePair)
               "passwordOK=true\n");
 }
 
-TEST(Dialogue, FillsTheSettingsOfAPacket)
+TEST(Dialogue, SetsTheSettingsForAPacket)
 {
     EXPECT_EQ(settingsAfter(folderStep("keys") + DialogueScript{{question::packets, "2"}} + eightPasswords() +
                                 choices("2", "2"),
@@ -96,7 +96,7 @@ TEST(Dialogue, FillsTheSettingsOfAPacket)
                   "brainpoolP256t1=true\n");
 }
 
-TEST(Dialogue, ChoosesCurveAndCipherApart)
+TEST(Dialogue, SetsTheCurveAndTheCipherIndependently)
 {
     const DialogueScript beginning =
         folderStep("") + DialogueScript{{question::packets, "1"}} + PasswordSteps("secret");
@@ -106,7 +106,7 @@ TEST(Dialogue, ChoosesCurveAndCipherApart)
     EXPECT_NE(onlyCipher.find("passwordOK=true\naes128=true\n"), std::string::npos);
 }
 
-TEST(Dialogue, LeavesTheSettingsOfOnePairAsTheyAre)
+TEST(Dialogue, ChangesNoOtherSettingForOnePair)
 {
     const std::string filled = settingsAfter(folderStep("") + OnePairSteps("secret"), [] {
         isKeyGeneration = false;
@@ -124,7 +124,7 @@ TEST(Dialogue, AsksForEightPasswordsUnlessThereIsOnePair)
     EXPECT_NE(filled.find("numberKeys=3\n"), std::string::npos);
 }
 
-TEST(Dialogue, AsksForNoPasswordThatIsConfirmedAlready)
+TEST(Dialogue, DoesNotAskForAPasswordThatIsAlreadyConfirmed)
 {
     const std::string filled =
         settingsAfter(folderStep("") + DialogueScript{{question::packets, "1"}} + choices("1", "1"), [] {
@@ -136,7 +136,7 @@ TEST(Dialogue, AsksForNoPasswordThatIsConfirmedAlready)
     EXPECT_EQ(filled.find("password=\"before\"\n"), 0U);
 }
 
-TEST(Dialogue, ForgetsPasswordsThatWereNotConfirmed)
+TEST(Dialogue, DiscardsPasswordsThatWereNotConfirmed)
 {
     const std::string filled = settingsAfter(folderStep("") +
                                              DialogueScript{{question::packets, "1"},
@@ -147,7 +147,7 @@ TEST(Dialogue, ForgetsPasswordsThatWereNotConfirmed)
     EXPECT_NE(filled.find("passwordTable=[\"second\"]\n"), std::string::npos);
 }
 
-TEST(Dialogue, RepeatsOnlyTheMistypedPasswordOfAPacket)
+TEST(Dialogue, AsksAgainOnlyForTheMistypedPasswordOfAPacket)
 {
     DialogueScript passwords = eightPasswords();
     const DialogueScript mistyped = {{question::Password(" [2]"), "mistaken"},
@@ -158,7 +158,7 @@ TEST(Dialogue, RepeatsOnlyTheMistypedPasswordOfAPacket)
     EXPECT_NE(filled.find(tableOfEight), std::string::npos);
 }
 
-TEST(Dialogue, BeginsWithTheNoticeOnATerminalShownAndEdited)
+TEST(Dialogue, StartsWithTheNoticeAndLeavesEchoAndEditingOn)
 {
     PseudoTerminal terminal([] {
         setenv("HOME", "/home/user", 1);

@@ -1,4 +1,4 @@
-// What a generation prints, returns, releases and wipes when a library fails under it.
+// What a generation prints, returns, releases and wipes when a library call fails.
 #include "src/ec_crypto.h"
 
 #include "tests/support/captured_output.h"
@@ -27,7 +27,7 @@ namespace {
 constexpr int prime256v1 = 415;
 constexpr int brainpoolP256t1 = 928;
 
-// Some versions of the library take the key to encode without const.
+// Some versions of the library do not declare the key to encode const.
 #if OPENSSL_VERSION_NUMBER >= 0x30000000L
 using PrivateKey = const EVP_PKEY;
 #else
@@ -36,7 +36,7 @@ using PrivateKey = EVP_PKEY;
 
 using Preparation = std::function<void(LibraryFaults &)>;
 
-/// The library's queue as a failing function leaves it.
+/// Fills the library's error queue as a failing function does.
 void raise()
 {
     ERR_put_error(ERR_LIB_EC, 1, ERR_R_INTERNAL_ERROR, "file", 1);
@@ -65,7 +65,7 @@ protected:
 
     void expectFailure(const Preparation &prepare)
     {
-        EXPECT_EQ(LeftBehindBy([&] {
+        EXPECT_EQ(LeakedBy([&] {
                       generate(prepare);
                       EXPECT_EQ(status, 0);
                   }),
@@ -76,14 +76,14 @@ protected:
     std::string errors;
 };
 
-/// Every step of a generation, in its order.
+/// The steps of a generation, in order.
 const std::vector<std::string> steps = {
     "EVP_PKEY_CTX_new_id",  "EVP_PKEY_paramgen_init", setCurveFunction,   "EVP_PKEY_paramgen",
     "EVP_PKEY_CTX_new",     "EVP_PKEY_keygen_init",   "EVP_PKEY_keygen",  "EVP_PKEY_get1_EC_KEY",
     "EC_KEY_set_asn1_flag", "EVP_PKEY_assign",        "EC_KEY_check_key",
 };
 
-TEST_F(EcKeyGenUnderFaults, TakesItsStepsInTheirOrder)
+TEST_F(EcKeyGenUnderFaults, PerformsItsStepsInOrder)
 {
     LibraryFaults faults;
     EVP_PKEY *key = nullptr;
@@ -96,7 +96,7 @@ TEST_F(EcKeyGenUnderFaults, TakesItsStepsInTheirOrder)
               steps);
 }
 
-TEST_F(EcKeyGenUnderFaults, ReturnsZeroWithoutAWordWhereAStepFails)
+TEST_F(EcKeyGenUnderFaults, ReturnsZeroAndPrintsNothingIfAStepFails)
 {
     for (const std::string &step : steps) {
         if (step == "EVP_PKEY_keygen" || step == "EC_KEY_set_asn1_flag")
@@ -114,7 +114,7 @@ TEST_F(EcKeyGenUnderFaults, ReturnsZeroWithoutAWordWhereAStepFails)
 #endif
 }
 
-TEST_F(EcKeyGenUnderFaults, ShowsTheLibrarysErrorsWhereTheGenerationItselfFails)
+TEST_F(EcKeyGenUnderFaults, PrintsTheErrorsOfTheLibraryIfTheGenerationItselfFails)
 {
     for (const long result : {0L, -1L, 2L}) {
         expectFailure([=](LibraryFaults &faults) {
@@ -123,30 +123,30 @@ TEST_F(EcKeyGenUnderFaults, ShowsTheLibrarysErrorsWhereTheGenerationItselfFails)
         });
         EXPECT_NE(errors.find(":error:"), std::string::npos) << errors;
         EXPECT_EQ(errors.find('\n'), errors.size() - 1);
-        // Nor is the key taken that is there all the same.
+        // A key that the failed generation returns nevertheless is not used either.
         expectFailure([=](LibraryFaults &faults) {
             faults.before("EVP_PKEY_keygen", raise);
-            faults.spoil("EVP_PKEY_keygen", result);
+            faults.overrideResult("EVP_PKEY_keygen", result);
         });
         EXPECT_EQ(errors.find('\n'), errors.size() - 1);
     }
     expectFailure([](LibraryFaults &faults) { faults.fail("EVP_PKEY_keygen", 1); });
 }
 
-TEST_F(EcKeyGenUnderFaults, TakesZeroAloneForAFailureBeforeTheGeneration)
+TEST_F(EcKeyGenUnderFaults, TreatsOnlyZeroAsAFailureBeforeTheGeneration)
 {
     for (const char *step :
          {"EVP_PKEY_paramgen_init", setCurveFunction, "EVP_PKEY_paramgen", "EVP_PKEY_keygen_init"}) {
         SCOPED_TRACE(step);
         for (const long result : {-1L, -2L, 2L}) {
-            generate([=](LibraryFaults &faults) { faults.spoil(step, result); });
+            generate([=](LibraryFaults &faults) { faults.overrideResult(step, result); });
             EXPECT_EQ(status, 1);
             EXPECT_EQ(errors, "");
         }
     }
 }
 
-TEST_F(EcKeyGenUnderFaults, ReturnsZeroForAnyOtherResultOfTheCheck)
+TEST_F(EcKeyGenUnderFaults, ReturnsZeroUnlessTheCheckReturnsOne)
 {
     for (const long result : {0L, -1L, 2L}) {
         expectFailure([=](LibraryFaults &faults) { faults.fail("EC_KEY_check_key", result); });
@@ -154,13 +154,13 @@ TEST_F(EcKeyGenUnderFaults, ReturnsZeroForAnyOtherResultOfTheCheck)
     }
 }
 
-TEST_F(EcKeyGenUnderFaults, TakesAContextOfTheKeysKindWithoutParameters)
+TEST_F(EcKeyGenUnderFaults, UsesAContextForTheKeyTypeIfThereAreNoParameters)
 {
     LibraryFaults faults;
     faults.fail("EVP_PKEY_paramgen", -1);
     EVP_PKEY *key = nullptr;
     const CapturedOutput errorOutput(2);
-    // Without a curve there is nothing to generate on.
+    // Without a curve the generation fails.
     EXPECT_EQ(EC_Crypto(prime256v1).KeyGen(&key), 0);
     EXPECT_EQ(faults.calls("ERR_print_errors_fp"), 1);
     EXPECT_EQ(key, nullptr);
@@ -168,7 +168,7 @@ TEST_F(EcKeyGenUnderFaults, TakesAContextOfTheKeysKindWithoutParameters)
               (std::vector<std::string>{"EVP_PKEY_CTX_new_id", "EVP_PKEY_CTX_new_id", "EVP_PKEY_keygen"}));
 }
 
-TEST_F(EcKeyGenUnderFaults, ReturnsZeroWithoutTheSecondContext)
+TEST_F(EcKeyGenUnderFaults, ReturnsZeroIfTheSecondContextCannotBeCreated)
 {
     expectFailure([](LibraryFaults &faults) {
         faults.fail("EVP_PKEY_paramgen", -1);
@@ -177,7 +177,7 @@ TEST_F(EcKeyGenUnderFaults, ReturnsZeroWithoutTheSecondContext)
     EXPECT_EQ(errors, "");
 }
 
-TEST_F(EcKeyGenUnderFaults, SetsTheNamedCurveFlagAndTheRightKindsOfKeys)
+TEST_F(EcKeyGenUnderFaults, SetsTheNamedCurveFlagAndTheRightKeyTypes)
 {
     LibraryFaults faults;
     std::vector<int> flags;
@@ -207,7 +207,7 @@ const std::string privateError = Error("Error occured while creating PEM file!\n
 const std::string publicError = Error("Error occured while creating public key PEM file!\n");
 const std::string hashError = Error("Error occured while creating public key hash file!\n");
 
-/// The private number of a new key as the library made it, before anything else looks at it.
+/// The private number of a new key, read directly after the library has generated it.
 std::string privateNumberOf(EVP_PKEY *key)
 {
     std::string bytes(32, '\0');
@@ -223,30 +223,30 @@ std::string privateNumberOf(EVP_PKEY *key)
     return bytes;
 }
 
-/// A generation with its three files, under faults.
+/// A generation and its three files, with injected faults.
 class EcGenerateKeysUnderFaults : public testing::Test {
 protected:
     ~EcGenerateKeysUnderFaults() override { ERR_clear_error(); }
 
-    /// Makes the memory be searched for the private number of the pair, from its making on.
-    static void lookForTheNewNumber(LibraryFaults &faults, ReleasedMemory &memory)
+    /// Makes `memory` search released blocks for the private number of the pair, from its generation on.
+    static void searchForTheNewNumber(LibraryFaults &faults, ReleasedMemory &memory)
     {
         faults.replace<decltype(EVP_PKEY_keygen)>("EVP_PKEY_keygen",
                                                   [&memory](EVP_PKEY_CTX *context, EVP_PKEY **key) {
                                                       const int status = EVP_PKEY_keygen(context, key);
-                                                      memory.lookFor(privateNumberOf(*key));
+                                                      memory.searchFor(privateNumberOf(*key));
                                                       return status;
                                                   });
-        // Here the library itself leaves the number in a block of its own.
+        // The library itself releases a block that contains the number here.
         faults.replace<decltype(EVP_PKEY2PKCS8)>("EVP_PKEY2PKCS8", [&memory](PrivateKey *key) {
             PKCS8_PRIV_KEY_INFO *info = nullptr;
-            memory.lookAway([&] { info = EVP_PKEY2PKCS8(key); });
+            memory.withoutSearching([&] { info = EVP_PKEY2PKCS8(key); });
             return info;
         });
     }
 
-    /// Expects the failure after these messages, all released but files that are meant to stay open, and the
-    /// private number wiped from whatever memory the library gives back.
+    /// Expects the failure after these messages. Everything must be released except files that intentionally
+    /// stay open, and the private number must be wiped from all released memory.
     void expectFailure(const std::string &messages, const Preparation &prepare, int filesLeftOpen = 0)
     {
         const auto run = [&] {
@@ -254,7 +254,7 @@ protected:
                 fs::remove(path);
             ReleasedMemory memory;
             LibraryFaults faults;
-            lookForTheNewNumber(faults, memory);
+            searchForTheNewNumber(faults, memory);
             prepare(faults);
             CapturedOutput errors(2);
             CapturedOutput output;
@@ -265,9 +265,9 @@ protected:
             EXPECT_EQ(output.text(), aes256Line + primeLine + messages);
             EXPECT_EQ(errors.text(), "");
             EXPECT_TRUE(memory.sawReleases());
-            EXPECT_FALSE(memory.heldTheSecret());
+            EXPECT_FALSE(memory.containedTheSecret());
         };
-        EXPECT_EQ(LeftBehindBy(run), filesLeftOpen);
+        EXPECT_EQ(LeakedBy(run), filesLeftOpen);
     }
 
     void expectFiles(bool privateFile, bool publicFile, bool hashFile)
@@ -283,7 +283,7 @@ protected:
     const std::string hashPath = folder / "hash.bin";
 };
 
-TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileAndNoSecretWhereTheNewKeyFails)
+TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileAndNoSecretIfTheNewKeyFails)
 {
     for (const char *function : {"EVP_PKEY_get1_EC_KEY", "EVP_PKEY_assign", "EC_KEY_check_key"}) {
         SCOPED_TRACE(function);
@@ -292,7 +292,7 @@ TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileAndNoSecretWhereTheNewKeyFails)
     }
 }
 
-TEST_F(EcGenerateKeysUnderFaults, ShowsTheLibrarysErrorsWhereTheGenerationFails)
+TEST_F(EcGenerateKeysUnderFaults, PrintsTheErrorsOfTheLibraryIfTheGenerationFails)
 {
     const auto run = [&] {
         LibraryFaults faults;
@@ -309,11 +309,11 @@ TEST_F(EcGenerateKeysUnderFaults, ShowsTheLibrarysErrorsWhereTheGenerationFails)
         EXPECT_NE(errors.find(":error:"), std::string::npos) << errors;
         EXPECT_EQ(errors.find('\n'), errors.size() - 1);
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
     expectFiles(false, false, false);
 }
 
-TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileWhereTheGenerationCannotBeSetUp)
+TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileIfTheSetupFails)
 {
     for (const char *function : {"EVP_PKEY_CTX_new_id", "EVP_PKEY_paramgen", "EVP_PKEY_keygen_init"}) {
         SCOPED_TRACE(function);
@@ -330,12 +330,12 @@ TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileWhereTheGenerationCannotBeSetUp)
             EXPECT_EQ(output.text(), aes256Line + primeLine + keyPairError);
             EXPECT_EQ(errors.text(), "");
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
         expectFiles(false, false, false);
     }
 }
 
-TEST_F(EcGenerateKeysUnderFaults, LeavesNoOtherFileWhereThePrivateKeyFileFails)
+TEST_F(EcGenerateKeysUnderFaults, LeavesNoOtherFileIfThePrivateKeyFileFails)
 {
     const std::string writingError = Error("Error: writing encrypted private Key fails\n") + privateError;
     expectFailure(Error("Error: creating Key File fails\n") + privateError,
@@ -350,13 +350,13 @@ TEST_F(EcGenerateKeysUnderFaults, LeavesNoOtherFileWhereThePrivateKeyFileFails)
         EXPECT_EQ(fs::file_size(privatePath), 0u);
     }
     expectFailure(
-        writingError, [](LibraryFaults &faults) { faults.spoil("fflush", EOF); }, 1);
+        writingError, [](LibraryFaults &faults) { faults.overrideResult("fflush", EOF); }, 1);
     expectFiles(true, false, false);
-    expectFailure(writingError, [](LibraryFaults &faults) { faults.spoil("fclose", EOF); });
+    expectFailure(writingError, [](LibraryFaults &faults) { faults.overrideResult("fclose", EOF); });
     expectFiles(true, false, false);
 }
 
-TEST_F(EcGenerateKeysUnderFaults, KeepsThePrivateKeyWhereThePublicKeyFileFails)
+TEST_F(EcGenerateKeysUnderFaults, KeepsThePrivateKeyIfThePublicKeyFileFails)
 {
     expectFailure(privateLine + Error("Error: creating key file fails\n") + publicError,
                   [](LibraryFaults &faults) { faults.fail("fopen", 0, 2); });
@@ -367,11 +367,11 @@ TEST_F(EcGenerateKeysUnderFaults, KeepsThePrivateKeyWhereThePublicKeyFileFails)
     EXPECT_EQ(ModeOf(privatePath), 0400);
     EXPECT_EQ(ModeOf(publicPath), 0444);
     expectFailure(privateLine + Error("Error: writing key fails\n") + publicError,
-                  [](LibraryFaults &faults) { faults.spoil("fclose", EOF, 2); });
+                  [](LibraryFaults &faults) { faults.overrideResult("fclose", EOF, 2); });
     expectFiles(true, true, false);
 }
 
-TEST_F(EcGenerateKeysUnderFaults, KeepsBothKeysWhereTheHashFileFails)
+TEST_F(EcGenerateKeysUnderFaults, KeepsBothKeysIfTheHashFileFails)
 {
     const std::string before = privateLine + publicLine;
     const std::string plainLine = "Error: converting public Key to DER Format fails \n";
@@ -394,7 +394,7 @@ TEST_F(EcGenerateKeysUnderFaults, KeepsBothKeysWhereTheHashFileFails)
              Error("Error : calculating public Key (DER Format) hash fails\n") + formerError},
         {"EVP_DigestUpdate", 1,
          Error("Error : calculating public Key (DER Format) hash fails\n") + formerError},
-        {"fopen", 3, Error("Error: Reading Device file fails: ") + Error(hashPath) + Error("\n") + hashError},
+        {"fopen", 3, CannotOpen(hashPath) + hashError},
     };
     for (const auto &[function, call, messages] : cases) {
         SCOPED_TRACE(std::string(function) + " " + std::to_string(call));
@@ -407,20 +407,20 @@ TEST_F(EcGenerateKeysUnderFaults, KeepsBothKeysWhereTheHashFileFails)
     }
 }
 
-TEST_F(EcGenerateKeysUnderFaults, WipesTheSecretWhereAllSucceeds)
+TEST_F(EcGenerateKeysUnderFaults, WipesTheSecretIfTheGenerationSucceeds)
 {
     const auto run = [&] {
         ReleasedMemory memory;
         LibraryFaults faults;
-        lookForTheNewNumber(faults, memory);
+        searchForTheNewNumber(faults, memory);
         EXPECT_EQ(EC_Crypto(brainpoolP256t1)
                       .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath), Bytes("password"),
                                     AES128_CBC),
                   1);
-        EXPECT_FALSE(memory.heldTheSecret());
+        EXPECT_FALSE(memory.containedTheSecret());
     };
     CapturedOutput output;
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
 TEST_F(EcGenerateKeysUnderFaults, FlushesStandardOutputBetweenTheSteps)
@@ -441,7 +441,7 @@ TEST_F(EcGenerateKeysUnderFaults, FlushesStandardOutputBetweenTheSteps)
     EXPECT_EQ(faults.calls("fopen"), faults.calls("fclose"));
 }
 
-TEST_F(EcGenerateKeysUnderFaults, FlushesTheRefusalOfACurveButNotOfACipher)
+TEST_F(EcGenerateKeysUnderFaults, FlushesTheMessageAboutACurveButNotAboutACipher)
 {
     CapturedOutput output;
     LibraryFaults faults;

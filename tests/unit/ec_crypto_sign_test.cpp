@@ -27,11 +27,12 @@ const std::string generatedLine = Info("ECDSA signature generated.\n");
 const std::string verificationLine = Info("Signature verification: ");
 const std::string successLines = generatedLine + verificationLine + Success("SUCCESS \n");
 
-// SHA-256 of "message". Written out: no test may find that the library was used before it.
+// SHA-256 of "message", spelled out because some tests need a library that has not been used before.
 const std::string digest("\xAB\x53\x0A\x13\xE4\x59\x14\x98\x2B\x79\xF9\xB7\xE3\xFB\xA9\x94"
                          "\xCF\xD1\xF3\xFB\x22\xF7\x1C\xEA\x1A\xFB\xF0\x2B\x46\x0C\x6D\x1D");
 
-/// The outcome of one signature. The place for it holds nothing the engine could mistake for its own.
+/// The result of one signing call. The buffer initially points to memory that the engine cannot have
+/// allocated.
 struct Signed {
     int status = 0;
     unsigned char *buffer = nullptr;
@@ -74,7 +75,7 @@ void expectNoSignature(EVP_PKEY *key, const std::string &message, bool giveData 
 
 class EcSign : public testing::TestWithParam<int> {};
 
-TEST_P(EcSign, MakesTwoNumbersOf32BytesThatVerifyElsewhere)
+TEST_P(EcSign, ASignatureIsTwoNumbersOf32BytesThatTheOpensslToolVerifies)
 {
     const KeyOwner key = FixedKey(GetParam(), 0x1234567);
     Signed result = signedWith(key.get(), digest);
@@ -87,7 +88,7 @@ TEST_P(EcSign, MakesTwoNumbersOf32BytesThatVerifyElsewhere)
     EXPECT_FALSE(OpensslAcceptsEcdsa(key.get(), Sha256Of("another message"), signature));
 }
 
-TEST_P(EcSign, SignsDigestsOfAnyLength)
+TEST_P(EcSign, DigestsOfAnyLengthAreSigned)
 {
     const KeyOwner key = FixedKey(GetParam(), 0x1234567);
     for (const std::size_t size : {1u, 20u, 32u, 48u, 64u}) {
@@ -103,7 +104,7 @@ TEST_P(EcSign, SignsDigestsOfAnyLength)
     }
 }
 
-TEST_P(EcSign, MakesADifferentSignatureEachTime)
+TEST_P(EcSign, EachSignatureIsDifferent)
 {
     const KeyOwner key = FixedKey(GetParam(), 77);
     Signed first = signedWith(key.get(), digest);
@@ -133,7 +134,7 @@ std::string signatureWithZeroByte(EC_KEY *ec, bool inSecond)
     }
 }
 
-TEST_P(EcSign, PadsEachNumberWithLeadingZeroBytes)
+TEST_P(EcSign, EachNumberIsPaddedWithLeadingZeroBytes)
 {
     const KeyOwner key = FixedKey(GetParam(), 77);
     const EcKeyOwner ec(EVP_PKEY_get1_EC_KEY(key.get()));
@@ -156,7 +157,7 @@ TEST_P(EcSign, PadsEachNumberWithLeadingZeroBytes)
     }
 }
 
-TEST(EcSignOnPrime256v1, PadsItsOwnSignaturesToo)
+TEST(EcSignOnPrime256v1, NumbersOfItsOwnSignaturesArePadded)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     bool firstPadded = false;
@@ -176,7 +177,7 @@ TEST(EcSignOnPrime256v1, PadsItsOwnSignaturesToo)
     }
 }
 
-TEST_P(EcSign, TestsTheDataOnlyAfterItHasTheBuffer)
+TEST_P(EcSign, TheDataIsCheckedAfterTheBufferIsAllocated)
 {
     const KeyOwner key = FixedKey(GetParam(), 77);
     LibraryFaults faults;
@@ -188,7 +189,7 @@ TEST_P(EcSign, TestsTheDataOnlyAfterItHasTheBuffer)
     expectNoSignature(key.get(), "Error: allocating signature buffer fails \n", false);
 }
 
-TEST_P(EcSign, VerifiesTheEncodingFirstAndTheParsedSignatureThen)
+TEST_P(EcSign, TheEncodingIsVerifiedFirstAndThenTheParsedSignature)
 {
     const KeyOwner key = FixedKey(GetParam(), 77);
     LibraryFaults faults;
@@ -204,7 +205,7 @@ INSTANTIATE_TEST_SUITE_P(OnBothCurves, EcSign, testing::Values(prime256v1, brain
                              return curve.param == prime256v1 ? "prime256v1" : "brainpoolP256t1";
                          });
 
-TEST(EcSignature, HasRoomForBothNumbersOnACurveWithAShortOrder)
+TEST(EcSignature, TheBufferHoldsBothNumbersOnACurveWithAShortOrder)
 {
     const KeyOwner key = FixedKey(NID_secp112r1, 77);
     std::size_t allocated = 0;
@@ -225,7 +226,7 @@ TEST(EcSignature, HasRoomForBothNumbersOnACurveWithAShortOrder)
     EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(numbers)));
 }
 
-TEST(EcSignature, TakesTheLibrarysLargestEncodingAsItsBuffer)
+TEST(EcSignature, TheBufferHasTheSizeOfTheLargestEncoding)
 {
     for (const int nid : {prime256v1, brainpoolP256t1}) {
         const KeyOwner key = FixedKey(nid, 77);
@@ -241,7 +242,7 @@ TEST(EcSignature, TakesTheLibrarysLargestEncodingAsItsBuffer)
     }
 }
 
-TEST(EcSignature, KeepsTheEncodedSizeWhereANumberIsWiderThan32Bytes)
+TEST(EcSignature, TheEncodedSizeIsReturnedIfANumberExceeds32Bytes)
 {
     const KeyOwner key = FixedKey(NID_secp384r1, 77);
     Signed result = signedWith(key.get(), digest);
@@ -252,7 +253,7 @@ TEST(EcSignature, KeepsTheEncodedSizeWhereANumberIsWiderThan32Bytes)
     result.take();
 }
 
-TEST(EcSignature, FailsOnWhatIsNoEllipticCurveKey)
+TEST(EcSignature, AKeyOfAnotherTypeIsRefused)
 {
     expectNoSignature(nullptr, "Error: determining signing buffer length fails \n");
     const KeyOwner rsa = StoredKey("rsa2048.pem");
@@ -262,13 +263,13 @@ TEST(EcSignature, FailsOnWhatIsNoEllipticCurveKey)
     expectNoSignature(withoutCurve.get(), "Error: determining signing buffer length fails \n");
 }
 
-TEST(EcSignature, FailsWithAPublicKey)
+TEST(EcSignature, APublicKeyCannotSign)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     expectNoSignature(PublicHalf(key.get()).get(), "Error: Creating ECDSA signature fails!\n");
 }
 
-TEST(EcSignature, FailsAtEachStepWithItsOwnMessage)
+TEST(EcSignature, EachStepFailsWithItsOwnMessage)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     const struct {
@@ -289,13 +290,13 @@ TEST(EcSignature, FailsAtEachStepWithItsOwnMessage)
             faults.fail(each.function, each.result);
             expectNoSignature(key.get(), each.message);
         };
-        EXPECT_EQ(LeftBehindBy(run), 0);
+        EXPECT_EQ(LeakedBy(run), 0);
     }
 }
 
-/// Signs under faults and expects a signature all the same, whatever its verifications say.
-void expectVerdict(const std::function<void(LibraryFaults &)> &prepare, int status,
-                   const std::string &verdict)
+/// Signs with injected faults, and expects a signature regardless of the results of its verifications.
+void expectVerification(const std::function<void(LibraryFaults &)> &prepare, int status,
+                        const std::string &verdict)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     const auto run = [&] {
@@ -307,32 +308,34 @@ void expectVerdict(const std::function<void(LibraryFaults &)> &prepare, int stat
         ASSERT_EQ(result.size, 64u);
         EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(result.take())));
     };
-    EXPECT_EQ(LeftBehindBy(run), 0);
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
-TEST(EcSignature, PrintsTheVerdictOfTheFirstVerification)
+TEST(EcSignature, TheResultOfTheFirstVerificationIsPrinted)
 {
     const std::string incorrect = Error("Incorrect signature!\n");
     const std::string failed = Error("Error occured during signature verification!\n");
-    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_verify", 0); }, 1, incorrect);
-    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_verify", -1); }, 1, failed);
-    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_verify", 2); }, 1, failed);
+    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_verify", 0); }, 1, incorrect);
+    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_verify", -1); }, 1, failed);
+    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_verify", 2); }, 1, failed);
 }
 
-TEST(EcSignature, ReturnsTheResultOfTheSecondVerification)
+TEST(EcSignature, TheResultOfTheSecondVerificationIsReturned)
 {
     const std::string success = Success("SUCCESS \n");
-    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_do_verify", 0); }, 0, success);
-    expectVerdict([](LibraryFaults &faults) { faults.spoil("ECDSA_do_verify", -1); }, -1, success);
-    expectVerdict(
+    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_do_verify", 0); }, 0,
+                       success);
+    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_do_verify", -1); }, -1,
+                       success);
+    expectVerification(
         [](LibraryFaults &faults) {
-            faults.spoil("ECDSA_verify", 0);
-            faults.spoil("ECDSA_do_verify", 0);
+            faults.overrideResult("ECDSA_verify", 0);
+            faults.overrideResult("ECDSA_do_verify", 0);
         },
         0, Error("Incorrect signature!\n"));
 }
 
-TEST(EcSignature, ReportsASignatureThatIsWrongInEarnest)
+TEST(EcSignature, AWrongSignatureIsReported)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     const KeyOwner other = FixedKey(prime256v1, 78);
@@ -353,7 +356,7 @@ TEST(EcSignature, ReportsASignatureThatIsWrongInEarnest)
     EXPECT_TRUE(OpensslAcceptsEcdsa(other.get(), digest, EncodedSignature(result.take())));
 }
 
-TEST(EcSignature, KeepsTheEncodedSizeWhenANumberCannotBeWritten)
+TEST(EcSignature, TheEncodedSizeIsReturnedIfANumberCannotBeWritten)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     for (const int number : {1, 2}) {
@@ -370,12 +373,12 @@ TEST(EcSignature, KeepsTheEncodedSizeWhenANumberCannotBeWritten)
                 EXPECT_EQ(faults.calls("BN_bn2binpad"), number);
                 result.take();
             };
-            EXPECT_EQ(LeftBehindBy(run), 0);
+            EXPECT_EQ(LeakedBy(run), 0);
         }
     }
 }
 
-TEST(EcSignature, FailsWhereItsOwnEncodingCannotBeParsed)
+TEST(EcSignature, AnEncodingThatCannotBeParsedIsAFailure)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     LibraryFaults faults;
@@ -387,11 +390,11 @@ TEST(EcSignature, FailsWhereItsOwnEncodingCannotBeParsed)
     EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, encoded));
 }
 
-TEST(EcSignature, LeavesTheKeyToItsOwnerAndNothingElseBehind)
+TEST(EcSignature, SigningDoesNotReleaseTheKeyAndDoesNotLeak)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     const ReleaseWatch watch(key.get());
-    EXPECT_EQ(LeftBehindBy([&] {
+    EXPECT_EQ(LeakedBy([&] {
                   signedWith(key.get(), digest).take();
                   expectNoSignature(key.get(), "Error: unvalid hash pointer \n", false);
               }),

@@ -1,6 +1,7 @@
 #include "src/ec_crypto.h"
 
 #include "tests/support/captured_output.h"
+#include "tests/support/private_keys.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
 
@@ -38,20 +39,14 @@ static_assert(!std::is_convertible_v<int, EC_Crypto>);
 static_assert(!std::has_virtual_destructor_v<EC_Crypto>);
 static_assert(std::is_same_v<decltype(EC_Crypto::curveNID), int>);
 
-std::string takeBuffer(unsigned char *buffer, std::size_t size)
-{
-    const BufferOwner owner(buffer);
-    return {reinterpret_cast<const char *>(buffer), size};
-}
-
-TEST(EcCrypto, StartsWithoutACurve)
+TEST(EcCrypto, HasNoCurveByDefault)
 {
     CapturedOutput output;
     EXPECT_EQ(EC_Crypto().curveNID, 0);
     EXPECT_EQ(output.text(), "");
 }
 
-TEST(EcCrypto, TakesAnyCurveAtConstructionWithoutAWord)
+TEST(EcCrypto, AcceptsAnyCurveAtConstructionAndPrintsNothing)
 {
     CapturedOutput output;
     for (const int nid : {prime256v1, brainpoolP256t1, 0, 1, -1, INT_MIN, INT_MAX})
@@ -77,7 +72,7 @@ const std::vector<Selection> selections = {
     {NID_secp384r1, -1, Error("Unsupported curve NID!\n")},
 };
 
-TEST(SetCurveNID, StoresAnyCurveAndRefusesAllButTwo)
+TEST(SetCurveNID, StoresAnyCurveButSupportsOnlyTwo)
 {
     for (const Selection &selection : selections) {
         EC_Crypto engine(7);
@@ -145,7 +140,7 @@ TEST(EcKeyGen, MakesADifferentKeyEachTime)
     EXPECT_EQ(numbers.size(), 20u);
 }
 
-TEST(EcKeyGen, LeavesTheOnlyReferenceToTheCurveKeyInTheKeyObject)
+TEST(EcKeyGen, TheKeyObjectHoldsTheOnlyReferenceToTheCurveKey)
 {
     KeyOwner key = generatedKey(prime256v1);
     const ReleaseWatch watch(key.get());
@@ -154,7 +149,7 @@ TEST(EcKeyGen, LeavesTheOnlyReferenceToTheCurveKeyInTheKeyObject)
     EXPECT_TRUE(watch.released());
 }
 
-TEST(EcKeyGen, ReleasesEverythingButTheKeyObject)
+TEST(EcKeyGen, ReleasesEverythingExceptTheKeyObject)
 {
     const int before = LiveCurveKeys();
     KeyOwner key = generatedKey(prime256v1);
@@ -163,7 +158,7 @@ TEST(EcKeyGen, ReleasesEverythingButTheKeyObject)
     EXPECT_EQ(LiveCurveKeys(), before);
 }
 
-TEST(EcKeyGen, FailsWithoutAWordOnWhatIsNoCurve)
+TEST(EcKeyGen, FailsOnAnInvalidCurveAndPrintsNothing)
 {
     for (const int nid : {0, -1, NID_sha256, INT_MAX}) {
         const KeyOwner old = FixedKey(prime256v1, 7);
@@ -178,7 +173,7 @@ TEST(EcKeyGen, FailsWithoutAWordOnWhatIsNoCurve)
     ERR_clear_error();
 }
 
-TEST(EcKeyGen, FailsWithoutAPlaceForTheKey)
+TEST(EcKeyGen, FailsIfThePointerToTheKeyIsNull)
 {
     CapturedOutput errors(2);
     CapturedOutput output;
@@ -187,7 +182,7 @@ TEST(EcKeyGen, FailsWithoutAPlaceForTheKey)
     EXPECT_EQ(errors.text(), "");
 }
 
-/// GenerateKeys with paths in a folder of its own.
+/// GenerateKeys with paths in a temporary directory.
 class EcGenerateKeys : public testing::Test {
 protected:
     ~EcGenerateKeys() override { ERR_clear_error(); }
@@ -211,7 +206,7 @@ protected:
         EXPECT_EQ(printed, messages);
     }
 
-    /// The three files belong to one new key on the curve, and are in order.
+    /// Expects three correct files that belong to one new key on the curve.
     void expectFiles(int nid, const char *password, const EVP_CIPHER *cipher)
     {
         EXPECT_EQ(ModeOf(privatePath), 0400);
@@ -228,7 +223,7 @@ protected:
         const unsigned char *cursor = Bytes(encrypted);
         const EncryptedKeyOwner parsed(d2i_X509_SIG(nullptr, &cursor, static_cast<long>(encrypted.size())));
         ASSERT_NE(parsed, nullptr);
-        // The cipher's identifier stands before its initialisation vector.
+        // The cipher's identifier precedes its initialisation vector.
         const std::string identifier = FromHex(cipher == EVP_aes_256_cbc() ? "60864801650304012A0410"
                                                                            : "60864801650304010204"
                                                                              "10");
@@ -277,7 +272,7 @@ TEST_F(EcGenerateKeys, WritesThreeFilesForEachCurveAndCipher)
     std::set<std::string> hashes;
     for (const auto &expected : cases) {
         EC_Crypto engine(expected.nid);
-        // Each run replaces the read-only files of the one before.
+        // Each run replaces the read-only files of the previous one.
         EXPECT_EQ(generate(engine, expected.type), 1);
         EXPECT_EQ(printed, expected.cipherLine + expected.curveLine + privateLine + publicLine + hashLine);
         EXPECT_EQ(flushed, printed);
@@ -287,7 +282,7 @@ TEST_F(EcGenerateKeys, WritesThreeFilesForEachCurveAndCipher)
     EXPECT_EQ(hashes.size(), 4u);
 }
 
-TEST_F(EcGenerateKeys, ProtectsTheKeyWithThePasswordAsItIs)
+TEST_F(EcGenerateKeys, EncryptsTheKeyUnderTheUnchangedPassword)
 {
     EC_Crypto engine(prime256v1);
     EXPECT_EQ(generate(engine, AES256_CBC, " pässwörd ☂ "), 1);
@@ -304,13 +299,13 @@ TEST_F(EcGenerateKeys, RefusesAnUnknownCipherInPlainColour)
         EXPECT_NE(flushed, printed);
         expectNoFiles();
     }
-    // The curve is not looked at.
+    // The curve is not checked.
     EC_Crypto engine;
     expectFailure(engine, Info("Unsupported algorithm selected for private key encryption\n"),
                   static_cast<CIHERTYPE>(2));
 }
 
-TEST_F(EcGenerateKeys, RefusesOtherCurvesAfterTheCipherLine)
+TEST_F(EcGenerateKeys, RefusesOtherCurvesAfterTheMessageAboutTheCipher)
 {
     for (const int nid : {0, 1, -1, 414, 416, 927, 929, NID_secp384r1}) {
         EC_Crypto engine(nid);
@@ -322,7 +317,7 @@ TEST_F(EcGenerateKeys, RefusesOtherCurvesAfterTheCipherLine)
     }
 }
 
-TEST_F(EcGenerateKeys, StopsAtAPrivateKeyFileThatCannotBeCreated)
+TEST_F(EcGenerateKeys, StopsIfThePrivateKeyFileCannotBeCreated)
 {
     privatePath = folder / "missing/private.pem";
     EC_Crypto engine(prime256v1);
@@ -331,7 +326,7 @@ TEST_F(EcGenerateKeys, StopsAtAPrivateKeyFileThatCannotBeCreated)
     expectNoFiles();
 }
 
-TEST_F(EcGenerateKeys, StopsAtAPrivateKeyThatCannotBeWritten)
+TEST_F(EcGenerateKeys, StopsIfThePrivateKeyCannotBeWritten)
 {
     EC_Crypto engine(brainpoolP256t1);
     const std::string messages = Error("Error: writing encrypted private Key fails\n") +
@@ -347,7 +342,7 @@ TEST_F(EcGenerateKeys, StopsAtAPrivateKeyThatCannotBeWritten)
     EXPECT_FALSE(fs::exists(hashPath));
 }
 
-TEST_F(EcGenerateKeys, StopsAtAPublicKeyFileAndKeepsThePrivateKey)
+TEST_F(EcGenerateKeys, StopsIfThePublicKeyFileFailsAndKeepsThePrivateKey)
 {
     const std::string summary = Error("Error occured while creating public key PEM file!\n");
     EC_Crypto engine(prime256v1);
@@ -365,12 +360,11 @@ TEST_F(EcGenerateKeys, StopsAtAPublicKeyFileAndKeepsThePrivateKey)
     EXPECT_FALSE(fs::exists(hashPath));
 }
 
-TEST_F(EcGenerateKeys, StopsAtTheHashFileAndKeepsBothKeys)
+TEST_F(EcGenerateKeys, StopsIfTheHashFileFailsAndKeepsBothKeys)
 {
     hashPath = folder / "missing/hash.bin";
     EC_Crypto engine(prime256v1);
-    expectFailure(engine, aes256Line + primeLine + privateLine + publicLine +
-                              Error("Error: Reading Device file fails: ") + Error(hashPath) + Error("\n") +
+    expectFailure(engine, aes256Line + primeLine + privateLine + publicLine + CannotOpen(hashPath) +
                               Error("Error occured while creating public key hash file!\n"));
     EXPECT_EQ(ModeOf(privatePath), 0400);
     EXPECT_EQ(ModeOf(publicPath), 0444);
@@ -379,8 +373,8 @@ TEST_F(EcGenerateKeys, StopsAtTheHashFileAndKeepsBothKeys)
     EXPECT_EQ(ReadFile(publicPath), PemFile("PUBLIC KEY", EncodingOfPoint(prime256v1, PointOf(key.get()))));
 }
 
-/// An engine whose virtual operations are given by the test.
-class OperationsGiven : public EC_Crypto {
+/// An engine whose virtual functions the test supplies.
+class EngineWithOperations : public EC_Crypto {
 public:
     using EC_Crypto::EC_Crypto;
     using EC_Crypto::GetPubKeyBin;
@@ -395,10 +389,10 @@ public:
     bool formFails = false;
 };
 
-TEST_F(EcGenerateKeys, StopsWhenKeyGenDoesNotReturnOne)
+TEST_F(EcGenerateKeys, StopsIfKeyGenDoesNotReturnOne)
 {
     for (const int status : {0, -1, 2}) {
-        OperationsGiven engine(prime256v1);
+        EngineWithOperations engine(prime256v1);
         engine.keyGen = [status](EVP_PKEY **key) {
             EXPECT_EQ(*key, nullptr);
             return status;
@@ -414,7 +408,7 @@ TEST_F(EcGenerateKeys, UsesAndReleasesTheKeyOfKeyGen)
     KeyOwner given = FixedKey(prime256v1, 20);
     const ReleaseWatch watch(given.get());
     const std::string point = PointOf(given.get());
-    OperationsGiven engine(prime256v1);
+    EngineWithOperations engine(prime256v1);
     engine.keyGen = [&given](EVP_PKEY **key) {
         *key = given.release();
         return 1;
@@ -424,13 +418,13 @@ TEST_F(EcGenerateKeys, UsesAndReleasesTheKeyOfKeyGen)
     EXPECT_TRUE(watch.released());
 }
 
-TEST_F(EcGenerateKeys, ReleasesTheKeyWhenAFileFails)
+TEST_F(EcGenerateKeys, ReleasesTheKeyIfAFileFails)
 {
     for (std::string *const path : {&privatePath, &publicPath, &hashPath}) {
         const std::string good = std::exchange(*path, folder / "missing/file");
         KeyOwner given = FixedKey(prime256v1, 20);
         const ReleaseWatch watch(given.get());
-        OperationsGiven engine(prime256v1);
+        EngineWithOperations engine(prime256v1);
         engine.keyGen = [&given](EVP_PKEY **key) {
             *key = given.release();
             return 1;
@@ -443,7 +437,7 @@ TEST_F(EcGenerateKeys, ReleasesTheKeyWhenAFileFails)
 
 TEST_F(EcGenerateKeys, FlushesBeforeAndAfterKeyGen)
 {
-    OperationsGiven engine(prime256v1);
+    EngineWithOperations engine(prime256v1);
     CapturedOutput output;
     std::string beforeKeyGen;
     engine.keyGen = [&](EVP_PKEY **key) {
@@ -460,9 +454,9 @@ TEST_F(EcGenerateKeys, FlushesBeforeAndAfterKeyGen)
     EXPECT_EQ(afterKeyGen.substr(0, beforeKeyGen.size() + 3), beforeKeyGen + "key");
 }
 
-TEST_F(EcGenerateKeys, ReportsAHashThatCannotBeCalculated)
+TEST_F(EcGenerateKeys, ReportsAHashThatCannotBeComputed)
 {
-    OperationsGiven engine(prime256v1);
+    EngineWithOperations engine(prime256v1);
     engine.formFails = true;
     expectFailure(engine, aes256Line + primeLine + privateLine + publicLine +
                               "Error: converting public Key to DER Format fails \n" +
@@ -471,7 +465,7 @@ TEST_F(EcGenerateKeys, ReportsAHashThatCannotBeCalculated)
     EXPECT_FALSE(fs::exists(hashPath));
 }
 
-TEST_F(EcGenerateKeys, WritesUnderNamesThatAreNotAscii)
+TEST_F(EcGenerateKeys, AcceptsNonAsciiPaths)
 {
     privatePath = folder / "clé privée.pem";
     publicPath = folder / "clé publique.pem";
@@ -484,7 +478,7 @@ TEST_F(EcGenerateKeys, WritesUnderNamesThatAreNotAscii)
     EXPECT_EQ(ReadFile(hashPath), Sha256Of(PointOf(key.get())));
 }
 
-/// One of the three ways to a public key's binary form.
+/// One of the three ways of getting the binary form of a public key.
 struct BinaryForm {
     const char *name;
     int (*get)(EC_Crypto &engine, const std::string &path, unsigned char **out, size_t *outLen);
@@ -532,7 +526,7 @@ protected:
         EXPECT_EQ(output.text(), "");
         EXPECT_EQ(old, 0x55);
         EXPECT_NE(buffer, &old);
-        return buffer == &old ? "" : takeBuffer(buffer, length);
+        return buffer == &old ? "" : TakeBuffer(buffer, length);
     }
 
     std::string keyFile(int nid, const EVP_PKEY *key)
@@ -546,7 +540,7 @@ protected:
 
 class EcGetPubKeyBinOfFile : public EcGetPubKeyBin {
 protected:
-    /// Nothing is handed out.
+    /// Expects the failure, and no buffer to be returned.
     void expectFailure(const std::string &path, const std::string &messages)
     {
         EC_Crypto engine(prime256v1);
@@ -567,7 +561,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, EcGetPubKeyBin, testing::Values(keyForm, pathFor
 INSTANTIATE_TEST_SUITE_P(Forms, EcGetPubKeyBinOfFile, testing::Values(pathForm, fileForm),
                          testing::PrintToStringParamName());
 
-TEST_P(EcGetPubKeyBin, IsTheBarePoint)
+TEST_P(EcGetPubKeyBin, TheBinaryFormIsThePointWithoutAHeader)
 {
     EXPECT_EQ(binaryForm(prime256v1, TestData("prime256v1-public.pem")),
               FromHex("a2359c52a56bdc3a76f3e89ae8501aaccb1c3123bd5cfe7116abaa74c63447d5"
@@ -577,7 +571,7 @@ TEST_P(EcGetPubKeyBin, IsTheBarePoint)
                       "55f87730bf6f6539f31460972544ec1dad33637874dc7f1c7d36e9e37694e40d"));
 }
 
-TEST_P(EcGetPubKeyBin, KeepsLeadingZeroBytes)
+TEST_P(EcGetPubKeyBin, LeadingZeroBytesAreKept)
 {
     for (const int nid : {prime256v1, brainpoolP256t1}) {
         bool zeroInX = false;
@@ -596,7 +590,7 @@ TEST_P(EcGetPubKeyBin, KeepsLeadingZeroBytes)
     }
 }
 
-TEST_P(EcGetPubKeyBin, CutsTheHeaderOffThatTheEnginesCurveHas)
+TEST_P(EcGetPubKeyBin, TheHeaderOfTheEnginesCurveIsRemoved)
 {
     const KeyOwner prime = FixedKey(prime256v1, 20);
     const KeyOwner brainpool = FixedKey(brainpoolP256t1, 20);
@@ -608,7 +602,7 @@ TEST_P(EcGetPubKeyBin, CutsTheHeaderOffThatTheEnginesCurveHas)
     EXPECT_EQ(binaryForm(brainpoolP256t1, keyFile(prime256v1, prime.get())), PointOf(prime.get()).substr(1));
 }
 
-TEST_P(EcGetPubKeyBin, CutsTheSameOffKeysOfAnotherKind)
+TEST_P(EcGetPubKeyBin, AsMuchIsRemovedFromKeysOfOtherTypes)
 {
     const std::string file = ReadFile(TestData("rsa2048-public.pem"));
     const std::string encoding = ContentOfPemFile("PUBLIC KEY", file);
@@ -617,7 +611,7 @@ TEST_P(EcGetPubKeyBin, CutsTheSameOffKeysOfAnotherKind)
     EXPECT_EQ(binaryForm(brainpoolP256t1, TestData("rsa2048-public.pem")), encoding.substr(28));
 }
 
-TEST_P(EcGetPubKeyBinOfFile, ReleasesTheKeyThatItReads)
+TEST_P(EcGetPubKeyBinOfFile, TheKeyThatWasReadIsReleased)
 {
     const std::string path = TestData("prime256v1-public.pem");
     const int before = LiveCurveKeys();
@@ -632,16 +626,15 @@ TEST_P(EcGetPubKeyBinOfFile, ReleasesTheKeyThatItReads)
     EXPECT_EQ(LiveCurveKeys(), before);
 }
 
-TEST_P(EcGetPubKeyBinOfFile, FailsWhereThereIsNoFile)
+TEST_P(EcGetPubKeyBinOfFile, AMissingFileIsAFailure)
 {
     for (const char *name : {"missing.pem", "missing/public.pem", "absent é.pem"}) {
         const std::string path = folder / name;
-        expectFailure(path, Error("Error: Reading Device file fails: ") + Error(path) + Error("\n") +
-                                Error("Error: reading public key fails \n"));
+        expectFailure(path, CannotOpen(path) + Error("Error: reading public key fails \n"));
     }
 }
 
-TEST_P(EcGetPubKeyBinOfFile, FailsOnAFileWithoutAPublicKey)
+TEST_P(EcGetPubKeyBinOfFile, AFileWithoutAPublicKeyIsAFailure)
 {
     const std::string message = Error("Error: extracting public key fails\n");
     WriteFile(folder / "empty.pem", "");
@@ -654,7 +647,7 @@ TEST_P(EcGetPubKeyBinOfFile, FailsOnAFileWithoutAPublicKey)
     expectFailure("/dev/zero", message);
 }
 
-TEST(EcGetPubKeyBinOfKey, FailsWithoutAKey)
+TEST(EcGetPubKeyBinOfKey, ANullKeyIsAFailure)
 {
     EC_Crypto engine(prime256v1);
     unsigned char mark = 0;
@@ -667,10 +660,10 @@ TEST(EcGetPubKeyBinOfKey, FailsWithoutAKey)
     EXPECT_EQ(length, 0u);
 }
 
-/// A DSA key without parameters, whose encoding of `size` bytes may be shorter than any curve's header.
+/// A DSA key without parameters. Its encoding of `size` bytes may be shorter than the header of any curve.
 KeyOwner shortKey(std::size_t size)
 {
-    // What the encoding holds besides the bytes of the public number.
+    // The size of the encoding without the bytes of the public number.
     constexpr std::size_t frame = 18;
     const std::string number(size - frame, '\x05');
     const Owner<DSA, DSA_free> dsa(DSA_new());
@@ -681,7 +674,7 @@ KeyOwner shortKey(std::size_t size)
     return key;
 }
 
-TEST(EcGetPubKeyBinOfKey, RefusesAnEncodingShorterThanTheHeader)
+TEST(EcGetPubKeyBinOfKey, AnEncodingShorterThanTheHeaderIsRefused)
 {
     const std::pair<int, std::size_t> cases[] = {
         {prime256v1, 19}, {prime256v1, 26}, {0, 26}, {brainpoolP256t1, 19}, {brainpoolP256t1, 27}};
@@ -697,7 +690,7 @@ TEST(EcGetPubKeyBinOfKey, RefusesAnEncodingShorterThanTheHeader)
     }
 }
 
-TEST(EcGetPubKeyBinOfKey, LeavesNothingOfAnEncodingAsLongAsTheHeader)
+TEST(EcGetPubKeyBinOfKey, TheBinaryFormIsEmptyIfTheEncodingIsAsLongAsTheHeader)
 {
     for (const auto &[nid, size] : {std::pair(prime256v1, 27), std::pair(brainpoolP256t1, 28)}) {
         const KeyOwner key = shortKey(static_cast<std::size_t>(size));
@@ -705,11 +698,11 @@ TEST(EcGetPubKeyBinOfKey, LeavesNothingOfAnEncodingAsLongAsTheHeader)
         unsigned char *buffer = nullptr;
         std::size_t length = 7;
         EXPECT_EQ(engine.GetPubKeyBin(key.get(), &buffer, &length), 1);
-        EXPECT_EQ(takeBuffer(buffer, length), "");
+        EXPECT_EQ(TakeBuffer(buffer, length), "");
     }
 }
 
-TEST_P(EcGetPubKeyBinOfFile, RefusesAFileWithATooShortEncoding)
+TEST_P(EcGetPubKeyBinOfFile, AFileWithATooShortEncodingIsRefused)
 {
     // A DSA key without parameters, whose number is 5.
     const std::string encoding = FromHex("30 11 30 09 06 07 2A 86 48 CE 38 04 01 03 04 00 02 01 05");
@@ -726,7 +719,7 @@ TEST_P(EcGetPubKeyBinOfFile, RefusesAFileWithATooShortEncoding)
     }
 }
 
-TEST(EncodingHeaderSize, DependsOnTheCurveAlone)
+TEST(EncodingHeaderSize, DependsOnlyOnTheCurve)
 {
     EXPECT_EQ(EC_Crypto::EncodingHeaderSize(brainpoolP256t1), 28u);
     for (const int nid : {prime256v1, 0, -1, 927, 929})
@@ -751,7 +744,7 @@ TEST(BnCopy, ReversesTheOrderOfTheBytes)
     }
 }
 
-TEST(BnCopy, CopiesNoMoreThanTheLengthGiven)
+TEST(BnCopy, CopiesNoMoreThanTheGivenLength)
 {
     std::string destination = "####";
     bn_Copy(reinterpret_cast<unsigned char *>(destination.data()), Bytes("abcdef"), 3);

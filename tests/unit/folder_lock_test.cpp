@@ -25,7 +25,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Whether another process would have to wait for the folder.
+/// Whether another process would have to wait for the directory.
 bool isLocked(const std::string &path)
 {
     const int folder = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -43,10 +43,10 @@ protected:
             fs::create_directory(folder / name);
     }
 
-    /// The path of a file as the front end has it.
+    /// The path of a file, in the front end's type.
     QString file(const std::string &name) const { return QString::fromStdString(folder / name); }
 
-    /// "a", "b" and "c" where the folder is locked, in this order.
+    /// The names among "a", "b" and "c" of the directories that are locked, in this order.
     std::string locked() const
     {
         std::string names;
@@ -58,7 +58,7 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F(FolderLocks, HoldTheFoldersOfTheFilesForTheirLifetime)
+TEST_F(FolderLocks, TheDirectoriesOfTheFilesAreLockedForTheLifetimeOfTheLock)
 {
     {
         const FolderLock lock({file("a/key"), file("c/key")});
@@ -69,7 +69,7 @@ TEST_F(FolderLocks, HoldTheFoldersOfTheFilesForTheirLifetime)
     EXPECT_TRUE(fs::is_empty(folder / "a"));
 }
 
-TEST_F(FolderLocks, HoldTheCurrentFolderForABareName)
+TEST_F(FolderLocks, TheCurrentDirectoryIsLockedForABareName)
 {
     const ChildRun run = RunInChild([&] {
         fs::current_path(folder / "b");
@@ -79,7 +79,7 @@ TEST_F(FolderLocks, HoldTheCurrentFolderForABareName)
     EXPECT_EQ(run.status, 40);
 }
 
-TEST_F(FolderLocks, HoldTheRootFolderForAFileInIt)
+TEST_F(FolderLocks, TheRootDirectoryIsLockedForAFileInIt)
 {
     LibraryFaults faults;
     faults.fail("flock", 0, LibraryFaults::everyCall);
@@ -87,8 +87,8 @@ TEST_F(FolderLocks, HoldTheRootFolderForAFileInIt)
     EXPECT_EQ(faults.calls("flock"), 1);
 }
 
-// A second lock on the same folder would wait for the first for ever.
-TEST_F(FolderLocks, HoldAFolderOnceWhateverItIsCalled)
+// A second lock on the same directory would wait for the first one forever.
+TEST_F(FolderLocks, ADirectoryIsLockedOnceUnderSeveralNames)
 {
     fs::create_symlink("a", folder / "link");
     const ChildRun run = RunInChild([&] {
@@ -98,9 +98,9 @@ TEST_F(FolderLocks, HoldAFolderOnceWhateverItIsCalled)
     EXPECT_EQ(run.status, 40);
 }
 
-TEST_F(FolderLocks, LocksAreTakenInTheOrderOfTheFoldersDevicesAndNumbers)
+TEST_F(FolderLocks, LocksAreTakenInTheOrderOfDeviceAndInodeNumbers)
 {
-    // Names in the reverse order of the numbers.
+    // The names are in the reverse order of the inode numbers.
     std::vector<std::pair<ino_t, std::string>> made;
     for (int i = 0; i < 4; ++i) {
         const std::string path = folder / ("made" + std::to_string(i));
@@ -132,7 +132,7 @@ TEST_F(FolderLocks, LocksAreTakenInTheOrderOfTheFoldersDevicesAndNumbers)
     EXPECT_EQ(order, numbers);
 }
 
-TEST_F(FolderLocks, LocksDoWithoutFoldersThatCannotBeLocked)
+TEST_F(FolderLocks, DirectoriesThatCannotBeLockedAreSkipped)
 {
     WriteFile(folder / "file", "");
     const FolderLock lock({file("missing/key"), file("file/key"), file("b/key")});
@@ -150,7 +150,7 @@ TEST_F(FolderLocks, LocksDoWithoutFoldersThatCannotBeLocked)
     }
 }
 
-TEST_F(FolderLocks, LocksAreWaitedForAgainAfterAnInterruption)
+TEST_F(FolderLocks, LockingContinuesAfterAnInterruption)
 {
     int calls = 0;
     LibraryFaults faults;
@@ -162,7 +162,7 @@ TEST_F(FolderLocks, LocksAreWaitedForAgainAfterAnInterruption)
     EXPECT_EQ(calls, 3);
 }
 
-/// The limit on descriptors that leaves `count` of them free, whatever is open already.
+/// The limit on file descriptors that leaves `count` of them free, with those that are already open.
 rlim_t limitWithFree(unsigned int count)
 {
     int limit = 0;
@@ -174,7 +174,7 @@ rlim_t limitWithFree(unsigned int count)
 }
 
 // A run opens one file at a time.
-TEST_F(FolderLocks, LocksLeaveOneDescriptorForTheFiles)
+TEST_F(FolderLocks, OneFileDescriptorIsLeftForTheFiles)
 {
     const auto lockWith = [&](unsigned int descriptors) {
         return RunInChild([&] {

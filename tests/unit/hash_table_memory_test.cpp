@@ -1,4 +1,4 @@
-// Hashes where memory runs out. Allocations of this program go through the operators below.
+// Hashes when allocations fail. This program allocates with the operators below.
 #include "keygen/hash_table.h"
 
 #include "tests/support/sanitizer.h"
@@ -13,12 +13,12 @@
 
 namespace {
 
-/// How many more allocations succeed before one fails; without a value none does.
+/// The number of allocations that succeed before one fails. Without a value none fails.
 std::optional<int> allocationsLeft;
 
 } // namespace
 
-// A sanitizer has operators of its own.
+// A sanitizer provides its own operators.
 #ifndef KEYGEN_UNDER_SANITIZERS
 void *operator new(std::size_t size)
 {
@@ -44,24 +44,24 @@ namespace {
 
 constexpr std::array<unsigned char, 3> data = {'a', 'b', 'c'};
 
-TEST(Sha256, TheHashIsWholeOrNotGivenWhereAnAllocationFails)
+TEST(Sha256, TheHashIsCompleteOrMissingIfAnAllocationFails)
 {
     if (underSanitizers)
         GTEST_SKIP() << "the sanitizer allocates";
     const std::string whole = sha256(data.data(), data.size());
     for (int allocations = 0;; ++allocations) {
         std::string digest;
-        bool given = true;
+        bool returned = true;
         allocationsLeft = allocations;
         try {
             digest = sha256(data.data(), data.size());
         } catch (const std::bad_alloc &) {
-            given = false;
+            returned = false;
         }
         const bool oneFailed = *allocationsLeft < 0;
         allocationsLeft.reset();
-        EXPECT_NE(given, oneFailed) << allocations;
-        if (given) {
+        EXPECT_NE(returned, oneFailed) << allocations;
+        if (returned) {
             EXPECT_EQ(digest, whole);
             EXPECT_GT(allocations, 0);
             break;

@@ -25,7 +25,7 @@ std::string hexSha256(const std::string &text)
     return hex(sha256(reinterpret_cast<const unsigned char *>(text.data()), static_cast<int>(text.size())));
 }
 
-TEST(Sha256, GivesTheRawDigestOfKnownTexts)
+TEST(Sha256, ReturnsTheRawDigestOfKnownTexts)
 {
     EXPECT_EQ(hexSha256(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     EXPECT_EQ(hexSha256("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
@@ -35,7 +35,7 @@ TEST(Sha256, GivesTheRawDigestOfKnownTexts)
               "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
 }
 
-TEST(Sha256, ReadsZeroBytesAndNoFurtherThanTheLength)
+TEST(Sha256, ReadsZeroBytesAndStopsAtTheGivenLength)
 {
     EXPECT_EQ(hexSha256(std::string(1, '\0')),
               "6e340b9cffb37a989ca544e6bb780a2c78901d3fb33738768511a30617afa01d");
@@ -43,7 +43,7 @@ TEST(Sha256, ReadsZeroBytesAndNoFurtherThanTheLength)
     EXPECT_EQ(hex(sha256(text.data(), 3)), hexSha256("abc"));
 }
 
-/// Tables of eight keys: byte j of key i is 65i + j. Whatever follows a key in its buffer must not count.
+/// Tables of eight keys: byte j of key i is 65i + j. Bytes after a key in its buffer must be ignored.
 class HashTable : public FreshSettings {
 protected:
     HashTable()
@@ -82,15 +82,15 @@ private:
     std::array<std::array<unsigned char, 70>, 8> keys;
 };
 
-TEST(HashTableSizes, TheSizesAreThoseOfPointAndRecord)
+TEST(HashTableSizes, TheSizesAreThoseOfAPointAndOfARecord)
 {
     EXPECT_EQ(publicPointSize, 64U);
     EXPECT_EQ(hashRecordSize, 68U);
 }
 
-// The digests come from another implementation: SHA-256 of 01 00 00 00, or 02 00 00 00, and the key.
+// The digests were computed with another implementation: SHA-256 of 01 00 00 00, or 02 00 00 00, and the key.
 
-TEST_F(HashTable, HashesEachKeyBehindTheIdentifierOfPrime256v1)
+TEST_F(HashTable, EachKeyIsHashedAfterTheIdentifierOfPrime256v1)
 {
     EXPECT_EQ(hashes(), (std::array<std::string, 8>{
                             "9df11e7829e0b7406fd51b28863063c5b74dcf559b80e19f49dca252379ea866",
@@ -103,7 +103,7 @@ TEST_F(HashTable, HashesEachKeyBehindTheIdentifierOfPrime256v1)
                             "845ce13d42c702a5671bdb0f487f44118832c84449e6ca7aed62c401f4339d1c"}));
 }
 
-TEST_F(HashTable, HashesEachKeyBehindTheIdentifierOfBrainpoolP256t1)
+TEST_F(HashTable, EachKeyIsHashedAfterTheIdentifierOfBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     EXPECT_EQ(hashes(), (std::array<std::string, 8>{
@@ -117,7 +117,7 @@ TEST_F(HashTable, HashesEachKeyBehindTheIdentifierOfBrainpoolP256t1)
                             "bd78ee976a9963a4b3288e5237c111609e5e8ccc1ea3e0e15404d8b8d5f0623f"}));
 }
 
-TEST_F(HashTable, FillsAllEightEntriesForAPacketOfOne)
+TEST_F(HashTable, AllEightEntriesAreFilledForAPacketOfOne)
 {
     numberKeys = 8;
     const std::array<std::string, 8> ofEight = hashes();
@@ -127,20 +127,20 @@ TEST_F(HashTable, FillsAllEightEntriesForAPacketOfOne)
     EXPECT_EQ(hashes(), ofEight);
 }
 
-TEST_F(HashTable, TheTableIsHashedAsAWholeForAPacketOfEight)
+TEST_F(HashTable, TheWholeTableIsHashedForAPacketOfEight)
 {
     numberKeys = 8;
     EXPECT_EQ(tableHash(), "542aa83a869e7105352cb780e120a6e414205b17b777707cb153a593f80bf5f8");
 }
 
-TEST_F(HashTable, TheTableIsHashedAsAWholeForAPacketOfEightOnBrainpoolP256t1)
+TEST_F(HashTable, TheWholeTableIsHashedForAPacketOfEightOnBrainpoolP256t1)
 {
     numberKeys = 8;
     brainpoolP256t1 = true;
     EXPECT_EQ(tableHash(), "f8cefb045fb3d8e1451157a710335195fcd9a872a8768a28a1ef0e1b1dfd61ea");
 }
 
-TEST_F(HashTable, TheTableIsHashedUpToItsFirstEntryForAPacketOfOne)
+TEST_F(HashTable, OnlyTheFirstEntryIsHashedForAPacketOfOne)
 {
     numberKeys = 1;
     EXPECT_EQ(tableHash(), "766f69a85787abb315a4c09494c1f6d49f5d814998531d2fe2dd8d77259250a2");
@@ -162,20 +162,20 @@ TEST_F(TableHashFile, TheFileIsNamedAfterTheHashFile)
     EXPECT_EQ(pathFor("my-publicKeyhash-file"), "my-publicKeysHashHashes-file");
 }
 
-TEST_F(TableHashFile, TheFileHasTheNameReplacedInFoldersToo)
+TEST_F(TableHashFile, TheNameIsAlsoReplacedInDirectories)
 {
     EXPECT_EQ(pathFor("/publicKeyhash/publicKeyhashpublicKeyhash.bin"),
               "/publicKeysHashHashes/publicKeysHashHashespublicKeysHashHashes.bin");
 }
 
-TEST_F(TableHashFile, TheFileIsTheHashFileItselfUnderAnotherName)
+TEST_F(TableHashFile, TheFileIsTheHashFileItselfIfThatHasAnotherName)
 {
     EXPECT_EQ(pathFor("out/h.bin"), "out/h.bin");
     EXPECT_EQ(pathFor("out/publickeyhash.bin"), "out/publickeyhash.bin");
     EXPECT_EQ(pathFor("out/publicKeyHash.bin"), "out/publicKeyHash.bin");
 }
 
-TEST_F(TableHashFile, LeavesTheHashFilesPathAlone)
+TEST_F(TableHashFile, ThePathOfTheHashFileIsNotChanged)
 {
     pathFor("publicKeyhash.bin");
     EXPECT_EQ(hashPath, "publicKeyhash.bin");

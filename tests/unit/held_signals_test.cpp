@@ -21,14 +21,14 @@ namespace {
 const std::set<int> endOrStop = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGPIPE,
                                  SIGTSTP, SIGALRM, SIGUSR1, SIGUSR2};
 
-/// The signals that are blocked while those for `path` are held back.
+/// The signals that are blocked while the signals for `path` are held back.
 std::set<int> heldFor(const std::string &path)
 {
     const HeldSignals held(path.c_str());
     return BlockedSignals();
 }
 
-TEST(HeldSignals, HeldSignalsAreThoseThatEndOrStopARunWhereAFileIsReplacedOrCreated)
+TEST(HeldSignals, SignalsThatEndOrStopARunAreHeldWhileAFileIsWritten)
 {
     const TemporaryFolder folder;
     const OnlyBlocked none({});
@@ -42,7 +42,7 @@ TEST(HeldSignals, HeldSignalsAreThoseThatEndOrStopARunWhereAFileIsReplacedOrCrea
     }
 }
 
-TEST(HeldSignals, HeldSignalsAreNoneWhereAPipeOrADeviceMayHaveToBeWaitedFor)
+TEST(HeldSignals, NoSignalIsHeldForAPipeOrADevice)
 {
     const TemporaryFolder folder;
     const OnlyBlocked none({});
@@ -54,7 +54,7 @@ TEST(HeldSignals, HeldSignalsAreNoneWhereAPipeOrADeviceMayHaveToBeWaitedFor)
     }
 }
 
-TEST(HeldSignals, JoinThoseThatTheCallerBlocksAndLeaveThemBlocked)
+TEST(HeldSignals, SignalsThatTheCallerBlocksStayBlocked)
 {
     const TemporaryFolder folder;
     const OnlyBlocked callers({SIGINT, SIGCHLD});
@@ -66,7 +66,7 @@ TEST(HeldSignals, JoinThoseThatTheCallerBlocksAndLeaveThemBlocked)
     EXPECT_EQ(BlockedSignals(), (std::set<int>{SIGINT, SIGCHLD}));
 }
 
-TEST(HeldSignals, HeldSignalsTakeTheirEffectAfterwards)
+TEST(HeldSignals, AHeldSignalTakesEffectAfterwards)
 {
     const TemporaryFolder folder;
     const ChildRun run = RunInChild([&] {
@@ -77,14 +77,14 @@ TEST(HeldSignals, HeldSignalsTakeTheirEffectAfterwards)
             std::printf("held");
             std::fflush(stdout);
         }
-        std::printf(" for ever");
+        std::printf(" forever");
         std::fflush(stdout);
     });
     EXPECT_EQ(run.signal, SIGTERM);
     EXPECT_EQ(run.output, "held");
 }
 
-TEST(HeldSignals, HeldSignalsAreTheCallingThreadsOnly)
+TEST(HeldSignals, SignalsAreHeldForTheCallingThreadOnly)
 {
     const TemporaryFolder folder;
     const OnlyBlocked none({});

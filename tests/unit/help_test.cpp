@@ -27,7 +27,7 @@ TEST_F(Help, PrintsTheWholeText)
     EXPECT_TRUE(MatchesTranscript("help.txt", helpText()));
 }
 
-TEST_F(Help, LeavesTheEndOfTheProcessToItsCaller)
+TEST_F(Help, DoesNotEndTheProcess)
 {
     const ChildRun run = RunInChild(ShowHelp);
     EXPECT_TRUE(run.returned);
@@ -44,7 +44,7 @@ TEST_F(Help, NamesEveryAcceptedOption)
 
 class Banner : public FreshSettings {};
 
-TEST_F(Banner, FramesTheNameAndTheVersionBetweenTwoBoldRules)
+TEST_F(Banner, ContainsTheNameAndTheVersionBetweenTwoBoldLines)
 {
     const std::string rule = "    \x1B[01m  " + std::string(67, '-') + "\n";
     CapturedOutput output;
@@ -65,7 +65,7 @@ TEST_F(Banner, ShowsTheVersionOfTheSettings)
 
 class Version : public FreshSettings {};
 
-TEST_F(Version, TheVersionIsOneMessage)
+TEST_F(Version, TheVersionIsPrintedAsOneMessage)
 {
     CapturedOutput output;
     ShowVersion();

@@ -71,7 +71,7 @@ std::string tableReport(const std::string &path)
 
 const std::string tableMissing = Error("Error: Hash hashes file path does not exist\n");
 
-/// Runs the driver in a child whose working folder is the test's own.
+/// Runs the key generation in a child process whose working directory is the test's temporary one.
 class KeyGeneration : public FreshSettings {
 protected:
     KeyGeneration()
@@ -109,7 +109,7 @@ protected:
         EXPECT_EQ(run.errors, "");
     }
 
-    static void wantPacket(int pairs)
+    static void requestPacket(int pairs)
     {
         isKeyNumberCommand = true;
         numberKeys = pairs;
@@ -117,7 +117,7 @@ protected:
             passwordTable.append("password " + QString::number(i));
     }
 
-    /// Whether the private key file opens under `candidate`.
+    /// Whether `candidate` opens the private key file.
     bool opensUnder(const std::string &name, const std::string &candidate)
     {
         const CapturedOutput output;
@@ -144,7 +144,7 @@ TEST_F(KeyGeneration, ReportsOnePair)
     EXPECT_FALSE(fs::exists(folder / "publicKeysHashHashes.bin"));
 }
 
-TEST_F(KeyGeneration, SelectsCurveAndCipher)
+TEST_F(KeyGeneration, SelectsTheCurveAndTheCipher)
 {
     brainpoolP256t1 = true;
     aes128 = true;
@@ -153,7 +153,7 @@ TEST_F(KeyGeneration, SelectsCurveAndCipher)
                  report("privateKey.pem", "publicKey.pem", "publicKeyhash.bin"));
 }
 
-TEST_F(KeyGeneration, GivesTheEngineTheCurvesNumber)
+TEST_F(KeyGeneration, PassesTheNumberOfTheCurveToTheEngine)
 {
     const auto selected = [&](bool brainpoolCurve) {
         brainpoolP256t1 = brainpoolCurve;
@@ -173,7 +173,7 @@ TEST_F(KeyGeneration, GivesTheEngineTheCurvesNumber)
               Info("brainpoolP256t1 curve is selected.\n") + brainpool() + privateKeyFailure + "928");
 }
 
-TEST_F(KeyGeneration, TakesThePasswordOfTheOnePairFromItsOwnSetting)
+TEST_F(KeyGeneration, UsesTheSinglePasswordSettingForOnePair)
 {
     passwordTable = {"from the table"};
     password = QString::fromUtf8("clé €");
@@ -181,7 +181,7 @@ TEST_F(KeyGeneration, TakesThePasswordOfTheOnePairFromItsOwnSetting)
     EXPECT_TRUE(opensUnder("privateKey.pem", "clé €"));
 }
 
-TEST_F(KeyGeneration, MakesTheFoldersBeforeItSelectsTheCurve)
+TEST_F(KeyGeneration, CreatesTheDirectoriesBeforeItSelectsTheCurve)
 {
     publicKeyPath = "missing/publicKey.pem";
     const ChildRun run = RunInChild(
@@ -200,15 +200,15 @@ TEST_F(KeyGeneration, MakesTheFoldersBeforeItSelectsTheCurve)
                   Error("Please make sure you have entered the correct path.\n"));
 }
 
-TEST_F(KeyGeneration, ReportsAFailedPairAndGoesOn)
+TEST_F(KeyGeneration, ReportsAFailedPairAndContinues)
 {
     fs::create_directory(folder / "privateKey.pem");
     expectOutput(Info("Prime256v1 curve is selected. \n") + prime() + privateKeyFailure);
     EXPECT_FALSE(fs::exists(folder / "publicKey.pem"));
 }
 
-// A path is cut at its zero character where the file is opened, and never found under its full name.
-TEST_F(KeyGeneration, EndsTheRunWhereAFileIsMissingAfterItsPairWasGenerated)
+// A path is truncated at its zero character when the file is opened, so no file exists under the full name.
+TEST_F(KeyGeneration, EndsTheRunIfAFileIsMissingAfterThePairWasGenerated)
 {
     const std::string generated = Info("Prime256v1 curve is selected. \n") + prime() + filesCreated;
     const QString missing = QString(QChar(0)) + "x";
@@ -245,7 +245,7 @@ protected:
 
 TEST_F(PacketGeneration, ReportsEachPairAndTheTable)
 {
-    wantPacket(8);
+    requestPacket(8);
     std::string output = Info("Prime256v1 curve is selected. \n");
     for (int i = 0; i < 8; ++i)
         output += prime() + filesCreated + packetReport(i);
@@ -254,9 +254,9 @@ TEST_F(PacketGeneration, ReportsEachPairAndTheTable)
     EXPECT_EQ(ModeOf(folder / "publicKeysHashHashes.bin"), 0444);
 }
 
-TEST_F(PacketGeneration, TakesThePasswordsInTheirOrder)
+TEST_F(PacketGeneration, UsesThePasswordsInOrder)
 {
-    wantPacket(8);
+    requestPacket(8);
     generate();
     for (int i = 0; i < 8; ++i)
         EXPECT_TRUE(opensUnder(numbered("privateKey", i, ".pem"), "password " + std::to_string(i))) << i;
@@ -264,7 +264,7 @@ TEST_F(PacketGeneration, TakesThePasswordsInTheirOrder)
 
 TEST_F(PacketGeneration, APacketMayHaveOnePair)
 {
-    wantPacket(1);
+    requestPacket(1);
     password = "unused";
     expectOutput(Info("Prime256v1 curve is selected. \n") + prime() + filesCreated + packetReport(0) +
                  tableReport("publicKeysHashHashes.bin"));
@@ -272,34 +272,33 @@ TEST_F(PacketGeneration, APacketMayHaveOnePair)
     EXPECT_FALSE(fs::exists(folder / "privateKey01.pem"));
 }
 
-TEST_F(PacketGeneration, CountsAMissingPasswordAsEmptyWhichNoPrivateKeyIsWrittenUnder)
+TEST_F(PacketGeneration, WritesNoPrivateKeyIfThePasswordIsMissing)
 {
     isKeyNumberCommand = true;
     password = "unused";
     expectOutput(Info("Prime256v1 curve is selected. \n") + prime() +
                  Error("Error: writing encrypted private Key fails\n") +
                  Error("Error occured while creating PEM file!\n") + pairFailure +
-                 Error("Error: Reading Device file fails: ") + Error("publicKey00.pem") + Error("\n") +
-                 Error("Error: reading public key fails \n") + tableReport("publicKeysHashHashes.bin"));
+                 CannotOpen("publicKey00.pem") + Error("Error: reading public key fails \n") +
+                 tableReport("publicKeysHashHashes.bin"));
 }
 
-TEST_F(PacketGeneration, ReportsAFailedPairAndGoesOnWithTheOthers)
+TEST_F(PacketGeneration, ReportsAFailedPairAndContinuesWithTheOthers)
 {
-    wantPacket(8);
+    requestPacket(8);
     blockPair(2);
     std::string output = Info("Prime256v1 curve is selected. \n");
     for (int i = 0; i < 8; ++i)
         output += prime() + (i != 2 ? filesCreated + packetReport(i)
-                                    : privateKeyFailure + Error("Error: Reading Device file fails: ") +
-                                          Error("publicKey02.pem") + Error("\n") +
+                                    : privateKeyFailure + CannotOpen("publicKey02.pem") +
                                           Error("Error: reading public key fails \n"));
     expectOutput(output + tableReport("publicKeysHashHashes.bin"));
 }
 
-TEST_F(PacketGeneration, EndsTheRunWhereTheTableHashCannotBeWritten)
+TEST_F(PacketGeneration, EndsTheRunIfTheTableHashCannotBeWritten)
 {
-    wantPacket(1);
-    // The pair's own hash goes to another folder than the table's.
+    requestPacket(1);
+    // The hash of the pair is written to a different directory than that of the table.
     hashPath = "publicKeyhash/publicKeyhash.bin";
     fs::create_directory(folder / "publicKeyhash");
     fs::create_directory(folder / "publicKeyHash");
@@ -310,28 +309,29 @@ TEST_F(PacketGeneration, EndsTheRunWhereTheTableHashCannotBeWritten)
                 Error("publicKeysHashHashes/publicKeysHashHashes.bin") + Error("\n") + tableMissing);
 }
 
-TEST_F(PacketGeneration, EndsTheRunWhereAFolderStandsInPlaceOfTheTableHash)
+TEST_F(PacketGeneration, EndsTheRunIfADirectoryIsInPlaceOfTheTableHash)
 {
-    wantPacket(1);
+    requestPacket(1);
     fs::create_directory(folder / "publicKeysHashHashes.bin");
     expectError(Info("Prime256v1 curve is selected. \n") + prime() + filesCreated + packetReport(0) +
                 Error("Error: Creating file fails: ") + Error("publicKeysHashHashes.bin") + Error("\n") +
                 tableMissing);
 }
 
-TEST_F(PacketGeneration, LeavesZerosInTheTableForPairsWithoutAnyPublicKey)
+TEST_F(PacketGeneration, LeavesZerosInTheTableForPairsWithoutAPublicKey)
 {
-    wantPacket(8);
+    requestPacket(8);
     blockAllPairs();
     const ChildRun run = generate();
     EXPECT_TRUE(run.returned);
     EXPECT_EQ(tableHash(), "cf7084800c1a64f391f6e24ef6f60f7bdc690665f2b055fae91a6271b874d13d");
 }
 
-/// The folders inside the test's own that a run locks, and whether it opens no file while they are free.
-class LockedFolders : public PacketGeneration {
+/// The directories in the temporary one that a run locks, and whether it opens a file while they are
+/// unlocked.
+class LockedDirectories : public PacketGeneration {
 protected:
-    LockedFolders()
+    LockedDirectories()
     {
         for (const char *name : {"private", "public", "hash", "Hash", "p", "00p", "01p"})
             fs::create_directory(folder / name);
@@ -372,17 +372,17 @@ private:
     }
 };
 
-TEST_F(LockedFolders, FoldersOfOnePairAreItsThreeUntilItsLastFile)
+TEST_F(LockedDirectories, TheDirectoriesOfOnePairAreLockedUntilItsLastFileIsWritten)
 {
     EXPECT_EQ(lockedByARun(), "private public hash\n"
                               "private public hash\n"
                               "private public hash\n");
 }
 
-TEST_F(LockedFolders, FoldersOfAPacketAreThoseOfItsNumberedFilesAndOfTheTablesHash)
+TEST_F(LockedDirectories, TheDirectoriesOfThePairsAndOfTheTableHashAreLockedForAPacket)
 {
-    wantPacket(1);
-    // The three files of the pair, its public key once more, and the table's hash.
+    requestPacket(1);
+    // The three files of the pair, its public key again, and the hash of the table.
     EXPECT_EQ(lockedByARun(), "private public hash Hash\n"
                               "private public hash Hash\n"
                               "private public hash Hash\n"
@@ -390,20 +390,21 @@ TEST_F(LockedFolders, FoldersOfAPacketAreThoseOfItsNumberedFilesAndOfTheTablesHa
                               "private public hash Hash\n");
 }
 
-// In a short path the number is put in front, and the folder has another name for each pair.
-TEST_F(LockedFolders, FoldersOfAPacketAreThoseOfEachPair)
+// In a short path the number comes first, so the directory is different for each pair.
+TEST_F(LockedDirectories, TheDirectoriesOfEachPairAreLockedForAPacket)
 {
     publicKeyPath = "p/k";
-    wantPacket(2);
+    requestPacket(2);
     std::string calls;
     for (int i = 0; i < 2 * 4 + 1; ++i)
         calls += "private hash Hash 00p 01p\n";
     EXPECT_EQ(lockedByARun(), calls);
 }
 
-// Public key files of an earlier time, where the pair that should replace them fails. Each was made, and the
-// table's hash worked out from its encoding, by another tool: the encoding less its first 27 bytes, or 28 on
-// brainpoolP256t1, then the bytes that the moved ones left at the end, then zeros, up to 64 bytes.
+// Public key files of an earlier run, left by a pair that fails instead of replacing them. Each key was made,
+// and the hash of the table computed from its encoding, with another tool. A table entry is the encoding
+// without its first 27 bytes (28 on brainpoolP256t1), followed by the bytes that moving these left at the end
+// of the buffer, then zeros up to 64 bytes.
 
 std::string pem(const char *base64)
 {
@@ -422,15 +423,15 @@ const std::string brainpoolKey = pem("MFowFAYHKoZIzj0CAQYJKyQDAwIIAQEIA0IABJUw+t
 const std::string p384Key = pem("MHYwEAYHKoZIzj0CAQYFK4EEACIDYgAEzbyhcDfpUix5FPFjcDMzNFgOYJuK2tv4\n"
                                 "p+frKv2xjMLvX63j4u2DbNKLSDpwAdamMbYRJMHbqS2oP0CyL8rup/KIX2RmRmEC\n"
                                 "2DE6lJFxErZYQpGdMivMwtJSCOEIdghd\n");
-// 19 bytes, shorter than the part that is cut off: a DSA key of value 5 without parameters.
+// 19 bytes, less than the part that is removed: a DSA key of value 5 without parameters.
 const std::string shortKey = pem("MBEwCQYHKoZIzjgEAQMEAAIBBQ==\n");
 
 class StalePublicKey : public PacketGeneration {
 protected:
-    /// The table's hash, and what is printed after the failure of each pair, with `key` in all eight files.
+    /// Expects the table hash, and `messages` after the failure of each pair, with `key` in all eight files.
     void expectTable(const std::string &key, const std::string &messages, const std::string &hash)
     {
-        wantPacket(8);
+        requestPacket(8);
         blockAllPairs();
         for (int i = 0; i < 8; ++i)
             WriteFile(folder / numbered("publicKey", i, ".pem"), key);
@@ -443,67 +444,67 @@ protected:
     }
 };
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfPrime256v1InARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOnPrime256v1InARunOnPrime256v1)
 {
     expectTable(primeKey, "", "9cf4a93bee2d1c4a0f8f41ce9364405d90c375580fd01cb9b00731b9925de012");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfBrainpoolP256t1InARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOnBrainpoolP256t1InARunOnPrime256v1)
 {
     expectTable(brainpoolKey, "", "40f6556c269eb76a47d048961d873a27f122dfc58595ecc34525637dca0eb663");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfSecP384R1InARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOnSecP384R1InARunOnPrime256v1)
 {
     expectTable(p384Key, "", "b9e00b3e376f8e588c92e919c4b87cc476368a4bd175727ef9deafb037b96693");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfEd25519InARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeAnEd25519KeyInARunOnPrime256v1)
 {
     expectTable(ed25519Key, "", "b7c73342ffc54b6327c423711cdd4d0fe75f2aa8b9bc3f03d821b4ae695470f2");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfRsaInARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeAnRsaKeyInARunOnPrime256v1)
 {
     expectTable(rsaKey, "", "14c81af3e3e87b66834de93e7c465c38fe6249928aad01c3703014f27de555fb");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfAnEncodingShorterThanItsHeaderInARunOnPrime256v1)
+TEST_F(StalePublicKey, AStalePublicKeyMayHaveATooShortEncodingInARunOnPrime256v1)
 {
     expectTable(shortKey, noKeyInFile, "cf7084800c1a64f391f6e24ef6f60f7bdc690665f2b055fae91a6271b874d13d");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfPrime256v1InARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOnPrime256v1InARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(primeKey, "", "aeecf03e6a3bc886e31a9958c56e863af99895bdec13222bd1e62060615f5fbb");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfBrainpoolP256t1InARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOnBrainpoolP256t1InARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(brainpoolKey, "", "2d69f2fc4c437bf80efeb4f5bcb909e6b395bb9d9b42b11b9611e959493d9dc0");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfSecP384R1InARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeOnSecP384R1InARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(p384Key, "", "79f09fffa75fb027b42752ddb5da6c8751f7a7d21063582ce88e61a0fc739660");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfEd25519InARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeAnEd25519KeyInARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(ed25519Key, "", "37441a5ca675604cf3d4974d193b04dac20f9fa51f3cef47b6d8ee395bb9cd1b");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfRsaInARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayBeAnRsaKeyInARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(rsaKey, "", "83897922ff6b71679c392fe7791ebf64798b78849112f85b23029592f1c93084");
 }
 
-TEST_F(StalePublicKey, AStalePublicKeyMayBeOfAnEncodingShorterThanItsHeaderInARunOnBrainpoolP256t1)
+TEST_F(StalePublicKey, AStalePublicKeyMayHaveATooShortEncodingInARunOnBrainpoolP256t1)
 {
     brainpoolP256t1 = true;
     expectTable(shortKey, noKeyInFile, "8d2b1cf74ecb214ce8ae0a21d0d8f5619e15524bbb1a502b503005f40c1d0241");
@@ -519,9 +520,9 @@ TEST_F(StalePublicKey, AStalePublicKeyMayBeAFileWithoutAKey)
     expectTable("no key", noKeyInFile, "cf7084800c1a64f391f6e24ef6f60f7bdc690665f2b055fae91a6271b874d13d");
 }
 
-TEST_F(StalePublicKey, CountsByItsPlaceInTheTable)
+TEST_F(StalePublicKey, AStalePublicKeyIsHashedAtItsPlaceInTheTable)
 {
-    wantPacket(8);
+    requestPacket(8);
     blockAllPairs();
     const std::string keys[] = {primeKey, ed25519Key, rsaKey, brainpoolKey, p384Key, shortKey, "", "no key"};
     for (int i = 0; i < 8; ++i)

@@ -11,14 +11,14 @@
 
 namespace {
 
-TEST(DefaultNames, TheDefaultNamesAreThoseOfThreeFiles)
+TEST(DefaultNames, TheThreeFilesHaveDefaultNames)
 {
     EXPECT_STREQ(defaultPublicKeyName, "publicKey.pem");
     EXPECT_STREQ(defaultPrivateKeyName, "privateKey.pem");
     EXPECT_STREQ(defaultHashName, "publicKeyhash.bin");
 }
 
-TEST(ModifyPath, CutsAfterTheLastSlash)
+TEST(ModifyPath, TruncatesThePathAfterTheLastSlash)
 {
     EXPECT_EQ(ModifyPath("a/b/name"), "a/b/");
     EXPECT_EQ(ModifyPath("/name"), "/");
@@ -27,7 +27,7 @@ TEST(ModifyPath, CutsAfterTheLastSlash)
     EXPECT_EQ(ModifyPath(QString::fromUtf8("clés/privée.pem")), QString::fromUtf8("clés/"));
 }
 
-TEST(ModifyPath, ReturnsAFolderWhole)
+TEST(ModifyPath, ReturnsADirectoryUnchanged)
 {
     EXPECT_EQ(ModifyPath("a/b/"), "a/b/");
     EXPECT_EQ(ModifyPath("/"), "/");
@@ -51,7 +51,7 @@ TEST(ModifyPath, HandlesLongPaths)
 
 class KeyPaths : public FreshSettings {
 protected:
-    /// The settings after the completion of these paths.
+    /// The settings after these paths were completed.
     static std::string completed(const char *folder, const char *publicKey, const char *privateKey,
                                  const char *hash)
     {
@@ -97,14 +97,14 @@ private:
     }
 };
 
-// Without a base folder
+// Without a base directory
 
-TEST_F(KeyPaths, ThePathsTurnKeyGenerationOffWhereNoneIsGiven)
+TEST_F(KeyPaths, KeyGenerationIsDisabledIfNoPathIsGiven)
 {
     EXPECT_EQ(completed("", "", "", ""), "isKeyGeneration=false\n");
 }
 
-TEST_F(KeyPaths, ThePathsFollowTheHashPath)
+TEST_F(KeyPaths, OtherPathsFollowTheHashPath)
 {
     EXPECT_EQ(completed("", "", "", "h/"),
               paths("h/publicKey.pem", "h/privateKey.pem", "h/publicKeyhash.bin"));
@@ -114,7 +114,7 @@ TEST_F(KeyPaths, ThePathsFollowTheHashPath)
     EXPECT_EQ(completed("", "", "", "/"), paths("/publicKey.pem", "/privateKey.pem", "/publicKeyhash.bin"));
 }
 
-TEST_F(KeyPaths, ThePathsFollowThePrivateKeyPath)
+TEST_F(KeyPaths, OtherPathsFollowThePrivateKeyPath)
 {
     EXPECT_EQ(completed("", "", "k/", ""),
               paths("k/publicKey.pem", "k/privateKey.pem", "k/publicKeyhash.bin"));
@@ -122,13 +122,13 @@ TEST_F(KeyPaths, ThePathsFollowThePrivateKeyPath)
     EXPECT_EQ(completed("", "", "x.pem", ""), paths("publicKey.pem", "x.pem", "publicKeyhash.bin"));
 }
 
-TEST_F(KeyPaths, ThePathsFollowThePrivateKeyPathBesideAHashPathLeftAsTyped)
+TEST_F(KeyPaths, ThePublicKeyPathFollowsThePrivateKeyPathIfAHashPathIsGiven)
 {
     EXPECT_EQ(completed("", "", "k/", "h/x.bin"), paths("k/publicKey.pem", "k/privateKey.pem", "h/x.bin"));
     EXPECT_EQ(completed("", "", "k/x.pem", "h/"), paths("k/publicKey.pem", "k/x.pem", "h/"));
 }
 
-TEST_F(KeyPaths, ThePathsFollowThePublicKeyPath)
+TEST_F(KeyPaths, OtherPathsFollowThePublicKeyPath)
 {
     EXPECT_EQ(completed("", "a/pub.pem", "", ""),
               paths("a/pub.pem", "a/privateKey.pem", "a/publicKeyhash.bin"));
@@ -137,7 +137,7 @@ TEST_F(KeyPaths, ThePathsFollowThePublicKeyPath)
     EXPECT_EQ(completed("", "pub.pem", "", ""), paths("pub.pem", "privateKey.pem", "publicKeyhash.bin"));
 }
 
-TEST_F(KeyPaths, ThePathsFollowThePublicKeyPathBesideAnotherLeftAsTyped)
+TEST_F(KeyPaths, AMissingPathFollowsThePublicKeyPathIfAnotherIsGiven)
 {
     EXPECT_EQ(completed("", "p/", "k/", ""), paths("p/publicKey.pem", "k/", "p/publicKeyhash.bin"));
     EXPECT_EQ(completed("", "p/", "k/x.pem", ""), paths("p/publicKey.pem", "k/x.pem", "p/publicKeyhash.bin"));
@@ -145,13 +145,13 @@ TEST_F(KeyPaths, ThePathsFollowThePublicKeyPathBesideAnotherLeftAsTyped)
     EXPECT_EQ(completed("", "p/x.pem", "", "h/x.bin"), paths("p/x.pem", "p/privateKey.pem", "h/x.bin"));
 }
 
-TEST_F(KeyPaths, ThePathsStayAsTypedWhereAllThreeAreGiven)
+TEST_F(KeyPaths, ThePathsAreNotChangedIfAllThreeAreGiven)
 {
     EXPECT_EQ(completed("", "x/", "y/", "z/"), paths("x/", "y/", "z/"));
     EXPECT_EQ(completed("", "p.pem", "k.pem", "h.bin"), paths("p.pem", "k.pem", "h.bin"));
 }
 
-TEST_F(KeyPaths, ThePathsTurnKeyGenerationOnWhereSomeAreGiven)
+TEST_F(KeyPaths, KeyGenerationIsEnabledIfSomePathsAreGiven)
 {
     for (const auto &given : {&publicKeyPath, &privateKeyPath, &hashPath}) {
         ResetSettings();
@@ -162,7 +162,7 @@ TEST_F(KeyPaths, ThePathsTurnKeyGenerationOnWhereSomeAreGiven)
     }
 }
 
-TEST_F(KeyPaths, ThePathsLeaveKeyGenerationAsItIsWhereAllAreGiven)
+TEST_F(KeyPaths, KeyGenerationIsNotChangedIfAllPathsAreGiven)
 {
     publicKeyPath = privateKeyPath = hashPath = "a/";
     isKeyGeneration = false;
@@ -170,9 +170,9 @@ TEST_F(KeyPaths, ThePathsLeaveKeyGenerationAsItIsWhereAllAreGiven)
     EXPECT_FALSE(isKeyGeneration);
 }
 
-// Under a base folder
+// Under a base directory
 
-TEST_F(KeyPaths, ThePathsAreTheDefaultNamesInTheBaseFolder)
+TEST_F(KeyPaths, MissingPathsGetTheDefaultNamesInTheBaseDirectory)
 {
     EXPECT_EQ(completed("/data/", "", "", ""),
               pathsUnder("/data/", "/data/publicKey.pem", "/data/privateKey.pem", "/data/publicKeyhash.bin"));
@@ -184,7 +184,7 @@ TEST_F(KeyPaths, ThePathsAreTheDefaultNamesInTheBaseFolder)
               pathsUnder("out//", "out//publicKey.pem", "out//privateKey.pem", "out//publicKeyhash.bin"));
 }
 
-TEST_F(KeyPaths, ThePathsLieUnderTheBaseFolderAsTyped)
+TEST_F(KeyPaths, GivenPathsAreAppendedToTheBaseDirectory)
 {
     EXPECT_EQ(completed("out", "keys/", "", ""),
               pathsUnder("out/", "out/keys/publicKey.pem", "out/privateKey.pem", "out/publicKeyhash.bin"));
@@ -197,7 +197,7 @@ TEST_F(KeyPaths, ThePathsLieUnderTheBaseFolderAsTyped)
     EXPECT_EQ(completed("out", "../p", "./k", "h"), pathsUnder("out/", "out/../p", "out/./k", "out/h"));
 }
 
-TEST_F(KeyPaths, ThePathsLeaveKeyGenerationAsItIsUnderABaseFolder)
+TEST_F(KeyPaths, KeyGenerationIsNotChangedUnderABaseDirectory)
 {
     absolutePath = "out";
     isKeyGeneration = false;
@@ -212,7 +212,7 @@ const std::string privateError =
 const std::string hashError =
     Error("Error: Absolute path for public Key Hash is not accepted when command '-abs' is used\t");
 
-TEST_F(KeyPaths, ThePathsMayNotBeAbsoluteUnderABaseFolder)
+TEST_F(KeyPaths, ThePathsMayNotBeAbsoluteUnderABaseDirectory)
 {
     expectError("out", "/tmp/p.pem", "", "", publicError + Info("/tmp/\n"));
     expectError("out", "", "/tmp/k.pem", "", privateError + Info("/tmp/\n"));
@@ -229,7 +229,7 @@ TEST_F(KeyPaths, ThePathsAreCheckedInOrder)
     expectError("out", "p", "k/", "/c/h", hashError + Info("/c/\n"));
 }
 
-TEST_F(KeyPaths, ThePathsKeepLongNames)
+TEST_F(KeyPaths, LongNamesAreKept)
 {
     const std::string name(100000, 'n');
     EXPECT_EQ(completed("", name.c_str(), "", ""), paths(name, "privateKey.pem", "publicKeyhash.bin"));

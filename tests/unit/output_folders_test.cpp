@@ -27,16 +27,16 @@ std::string question(const std::string &folder)
            Reprompt("Warning: File path does not exist. Do you want to create it?\n(y/n)");
 }
 
-/// Children work in a folder of their own, so that relative paths show in full.
+/// Child processes work in a temporary directory, so that relative paths are printed in full.
 void enter(const TemporaryFolder &folder)
 {
     if (chdir(folder.path().c_str()) != 0)
         std::abort();
 }
 
-class FolderOfAFile : public testing::Test {
+class DirectoryOfAFile : public testing::Test {
 protected:
-    /// What CreateDirectoryPath prints about `path`, and then returns, given these answers.
+    /// What CreateDirectoryPath prints about `path`, followed by its result, with these answers.
     std::string outcome(const std::string &path, const std::string &answers = "")
     {
         const ChildRun run = RunInChild(
@@ -56,21 +56,21 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F(FolderOfAFile, TheFolderIsThereForAFileThatExists)
+TEST_F(DirectoryOfAFile, NoDirectoryIsNeededForAnExistingFile)
 {
     WriteFile(folder / "key.pem", "");
     EXPECT_EQ(outcome("key.pem"), "true");
     EXPECT_EQ(outcome(folder / "key.pem"), "true");
 }
 
-TEST_F(FolderOfAFile, TheFolderIsThereForAFolderThatExists)
+TEST_F(DirectoryOfAFile, NoDirectoryIsNeededForAnExistingDirectory)
 {
     fs::create_directory(folder / "out");
     EXPECT_EQ(outcome("out"), "true");
     EXPECT_EQ(outcome("out/"), "true");
 }
 
-TEST_F(FolderOfAFile, TheFolderIsThereWhereTheFileAloneIsMissing)
+TEST_F(DirectoryOfAFile, NoDirectoryIsCreatedIfOnlyTheFileIsMissing)
 {
     fs::create_directories(folder / "a/b");
     EXPECT_EQ(outcome("a/b/c.pem"), "true");
@@ -79,7 +79,7 @@ TEST_F(FolderOfAFile, TheFolderIsThereWhereTheFileAloneIsMissing)
     EXPECT_FALSE(fs::exists(folder / "a/b/c.pem"));
 }
 
-TEST_F(FolderOfAFile, TheFolderIsCreatedWithItsParents)
+TEST_F(DirectoryOfAFile, TheDirectoryIsCreatedWithItsParents)
 {
     EXPECT_EQ(outcome("a/b/c.pem", "y\n"), question("a/b") + "true");
     EXPECT_TRUE(isFolder("a/b"));
@@ -89,7 +89,7 @@ TEST_F(FolderOfAFile, TheFolderIsCreatedWithItsParents)
     EXPECT_TRUE(isFolder("x/y/z"));
 }
 
-TEST_F(FolderOfAFile, TheFolderIsCreatedWithTheDefaultMode)
+TEST_F(DirectoryOfAFile, TheDirectoryIsCreatedWithTheDefaultMode)
 {
     const mode_t mask = umask(027);
     outcome("a/b/c.pem", "y\n");
@@ -98,14 +98,14 @@ TEST_F(FolderOfAFile, TheFolderIsCreatedWithTheDefaultMode)
     EXPECT_EQ(ModeOf(folder / "a/b"), 0750);
 }
 
-TEST_F(FolderOfAFile, TheFolderIsNotCreatedWhenTheUserDeclines)
+TEST_F(DirectoryOfAFile, TheDirectoryIsNotCreatedIfTheUserDeclines)
 {
     EXPECT_EQ(outcome("a/b/c.pem", "n\n"), question("a/b") + "false");
     EXPECT_EQ(outcome("a/b/c.pem", "N\n"), question("a/b") + "false");
     EXPECT_FALSE(fs::exists(folder / "a"));
 }
 
-TEST_F(FolderOfAFile, TheFolderIsAskedForAgainUntilOneOfFourAnswers)
+TEST_F(DirectoryOfAFile, TheQuestionIsRepeatedUntilTheAnswerIsOneOfFour)
 {
     EXPECT_EQ(outcome("a/c", "x\nyes\nY\n"), question("a") + again + again + "true");
     EXPECT_EQ(outcome("b/c", "no No YES ny yn 1 y"),
@@ -113,7 +113,7 @@ TEST_F(FolderOfAFile, TheFolderIsAskedForAgainUntilOneOfFourAnswers)
     EXPECT_EQ(outcome("d/c", "\xC3\xBF\n\nn\n"), question("d") + again + "false");
 }
 
-TEST_F(FolderOfAFile, TheFolderIsAskedForWithWordsOfOneLineOrOfSeveral)
+TEST_F(DirectoryOfAFile, AnswersMayBeWordsOnOneLineOrOnSeveral)
 {
     for (const char *answers : {"x yes Y\n", "x\nyes\nY\n", "  x\n\n\tyes Y", "x yes\r\nY\r\n"}) {
         fs::remove_all(folder / "a");
@@ -121,7 +121,7 @@ TEST_F(FolderOfAFile, TheFolderIsAskedForWithWordsOfOneLineOrOfSeveral)
     }
 }
 
-TEST_F(FolderOfAFile, LeavesFurtherWordsToTheNextQuestion)
+TEST_F(DirectoryOfAFile, FurtherWordsAreLeftToTheNextQuestion)
 {
     const ChildRun run = RunInChild(
         [&] {
@@ -135,26 +135,26 @@ TEST_F(FolderOfAFile, LeavesFurtherWordsToTheNextQuestion)
     EXPECT_FALSE(isFolder("b"));
 }
 
-TEST_F(FolderOfAFile, TheFolderIsAskedForAtTheEndOfInputForEverButWithoutHurry)
+TEST_F(DirectoryOfAFile, TheQuestionIsRepeatedSlowlyAndForeverAtTheEndOfInput)
 {
     const ChildRun run = RunInChild(
         [&] {
             enter(folder);
             CreateDirectoryPath("a/c.pem");
         },
-        {.input = "x\n", .millisecondsToLive = 400});
+        {.input = "x\n", .timeoutMilliseconds = 400});
     EXPECT_EQ(run.signal, SIGALRM);
     ASSERT_EQ(run.output.substr(0, question("a").size()), question("a"));
     std::string repeats = run.output.substr(question("a").size());
     EXPECT_EQ(repeats.size() % again.size(), 0U);
     const std::size_t count = repeats.size() / again.size();
-    // The first for the x, then one for each pause; a slow machine brings fewer.
+    // The first repetition is for the x, then there is one for each pause. A slow machine prints fewer.
     EXPECT_GE(count, 2U);
     EXPECT_LE(count, 10U);
     EXPECT_FALSE(fs::exists(folder / "a"));
 }
 
-TEST_F(FolderOfAFile, TheFolderCannotBeCreatedWhereAFileIsInTheWay)
+TEST_F(DirectoryOfAFile, TheDirectoryCannotBeCreatedIfAFileIsInTheWay)
 {
     WriteFile(folder / "file", "");
     EXPECT_EQ(outcome("file/b/c.pem", "y\n"), question("file/b") + "false");
@@ -162,35 +162,35 @@ TEST_F(FolderOfAFile, TheFolderCannotBeCreatedWhereAFileIsInTheWay)
     EXPECT_EQ(ReadFile(folder / "file"), "");
 }
 
-TEST_F(FolderOfAFile, ABareNameIsItsOwnFolder)
+TEST_F(DirectoryOfAFile, ABareNameIsCreatedAsADirectory)
 {
     EXPECT_EQ(outcome("out", "y\n"), question("out") + "true");
     EXPECT_TRUE(isFolder("out"));
 }
 
-TEST_F(FolderOfAFile, TheFolderIsTheFoldersParentForAPathWithATrailingSlash)
+TEST_F(DirectoryOfAFile, TheParentIsCreatedForAPathWithATrailingSlash)
 {
     EXPECT_EQ(outcome("a/b/", "y\n"), question("a/") + "true");
     EXPECT_TRUE(isFolder("a"));
     EXPECT_FALSE(fs::exists(folder / "a/b"));
-    // Less its last component nothing is left: the working folder.
+    // Without its last component the path is empty, which is the working directory.
     EXPECT_EQ(outcome("out/"), "true");
     EXPECT_FALSE(fs::exists(folder / "out"));
 }
 
-TEST_F(FolderOfAFile, TheFolderIsTheWorkingFolderForAnEmptyPath)
+TEST_F(DirectoryOfAFile, AnEmptyPathIsTheWorkingDirectory)
 {
     EXPECT_EQ(outcome(""), "true");
 }
 
-TEST_F(FolderOfAFile, KeepsItsDoubledSlashes)
+TEST_F(DirectoryOfAFile, DoubledSlashesAreKept)
 {
     EXPECT_EQ(outcome("a//b//c.pem", "y\n"), question("a//b/") + "true");
     EXPECT_TRUE(isFolder("a/b"));
 }
 
-// No folder has so long a path, and none of its parents, nor of shorter ones, is created for it.
-TEST_F(FolderOfAFile, TheFolderCannotBeCreatedUnderAPathOfMoreThan32KiB)
+// No directory can have such a long path, and no part of it is created.
+TEST_F(DirectoryOfAFile, TheDirectoryCannotBeCreatedUnderAPathOfMoreThan32KiB)
 {
     const std::string longFolder = "a/" + std::string(70000, 'n');
     EXPECT_EQ(outcome(longFolder + "/c.pem", "y\n"), question(longFolder) + "false");
@@ -199,13 +199,13 @@ TEST_F(FolderOfAFile, TheFolderCannotBeCreatedUnderAPathOfMoreThan32KiB)
     EXPECT_FALSE(fs::exists(folder / "b"));
 }
 
-TEST_F(FolderOfAFile, TheFolderMayHaveANameThatIsNotAscii)
+TEST_F(DirectoryOfAFile, TheDirectoryMayHaveANonAsciiName)
 {
     EXPECT_EQ(outcome("clés/privée.pem", "y\n"), question("clés") + "true");
     EXPECT_TRUE(isFolder("clés"));
 }
 
-TEST_F(FolderOfAFile, LeavesTheCallersPathAlone)
+TEST_F(DirectoryOfAFile, ThePathOfTheCallerIsNotChanged)
 {
     const QString path = QString::fromStdString(folder / "key.pem");
     EXPECT_TRUE(CreateDirectoryPath(path));
@@ -224,7 +224,7 @@ protected:
             {.input = answers});
     }
 
-    /// Every answer is read, every folder made, and nothing but `output` printed.
+    /// Expects every answer to be read, every directory to be created, and only `output` to be printed.
     void expectCreated(const std::string &answers, const std::string &output)
     {
         const ChildRun run = create(answers);
@@ -266,14 +266,14 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F(OutputFolders, BareNamesNeedNoFolder)
+TEST_F(OutputFolders, BareNamesNeedNoDirectory)
 {
     setPaths("p.pem", "k.pem", "h.bin");
     expectCreated("", "");
     EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
-TEST_F(OutputFolders, FoldersIncludeTheBaseFolderWithoutAQuestion)
+TEST_F(OutputFolders, TheBaseDirectoryIsCreatedWithoutAQuestion)
 {
     absolutePath = "out/";
     setPaths("out/p.pem", "out/k.pem", "out/h.bin");
@@ -282,7 +282,7 @@ TEST_F(OutputFolders, FoldersIncludeTheBaseFolderWithoutAQuestion)
     expectCreated("", "");
 }
 
-TEST_F(OutputFolders, FoldersAreAskedForWhereTheBaseFoldersParentIsMissing)
+TEST_F(OutputFolders, TheUserIsAskedIfTheParentOfTheBaseDirectoryIsMissing)
 {
     absolutePath = "a/b/";
     setPaths("a/b/p.pem", "a/b/k.pem", "a/b/h.bin");
@@ -290,7 +290,7 @@ TEST_F(OutputFolders, FoldersAreAskedForWhereTheBaseFoldersParentIsMissing)
     EXPECT_TRUE(isFolder("a/b"));
 }
 
-TEST_F(OutputFolders, FoldersDoNotIncludeABaseFolderWithAFileInItsPlace)
+TEST_F(OutputFolders, ABaseDirectoryIsNotCreatedIfAFileIsInItsPlace)
 {
     WriteFile(folder / "out", "");
     absolutePath = "out/";
@@ -298,7 +298,7 @@ TEST_F(OutputFolders, FoldersDoNotIncludeABaseFolderWithAFileInItsPlace)
     expectError("y\n", question("out") + failure("out/p.pem"));
 }
 
-TEST_F(OutputFolders, FoldersAreAskedForInTheOrderPublicPrivateHash)
+TEST_F(OutputFolders, TheUserIsAskedForPublicKeyThenPrivateKeyThenHash)
 {
     setPaths("p/p.pem", "k/k.pem", "h/h.bin");
     expectCreated("y y y", question("p") + question("k") + question("h"));
@@ -307,7 +307,7 @@ TEST_F(OutputFolders, FoldersAreAskedForInTheOrderPublicPrivateHash)
     EXPECT_TRUE(isFolder("h"));
 }
 
-TEST_F(OutputFolders, FoldersEndTheRunWhenTheUserDeclines)
+TEST_F(OutputFolders, TheRunEndsIfTheUserDeclines)
 {
     setPaths("p/p.pem", "k/k.pem", "h/h.bin");
     expectError("n", question("p") + failure("p/p.pem"));
@@ -316,7 +316,7 @@ TEST_F(OutputFolders, FoldersEndTheRunWhenTheUserDeclines)
     expectError("n", question("h") + hashFailure("h/h.bin"));
 }
 
-TEST_F(OutputFolders, FoldersEndTheRunWhenTheyCannotBeCreated)
+TEST_F(OutputFolders, TheRunEndsIfADirectoryCannotBeCreated)
 {
     WriteFile(folder / "file", "");
     setPaths("file/p.pem", "k.pem", "h.bin");
@@ -345,7 +345,7 @@ protected:
     }
 };
 
-TEST_F(NumberedNames, NumberedNamesCarryTwoDigitsBeforeTheExtension)
+TEST_F(NumberedNames, TwoDigitsAreInsertedBeforeTheExtension)
 {
     setPaths("privateKey.pem", "publicKey.pem", "publicKeyhash.bin");
     expectNames(0, "privateKey00.pem", "publicKey00.pem", "publicKeyHash00.bin");
@@ -353,7 +353,7 @@ TEST_F(NumberedNames, NumberedNamesCarryTwoDigitsBeforeTheExtension)
     expectNames(7, "privateKey07.pem", "publicKey07.pem", "publicKeyHash07.bin");
 }
 
-TEST_F(NumberedNames, NumberedNamesSpellHashWithACapitalAllThroughTheHashPath)
+TEST_F(NumberedNames, HashIsCapitalisedInTheWholeHashPath)
 {
     setPaths("/hashes/privateKey.pem", "/hashes/publicKey.pem", "/base/hashes/publicKeyhash.bin");
     expectNames(3, "/hashes/privateKey03.pem", "/hashes/publicKey03.pem", "/base/Hashes/publicKeyHash03.bin");
@@ -361,7 +361,7 @@ TEST_F(NumberedNames, NumberedNamesSpellHashWithACapitalAllThroughTheHashPath)
     expectNames(0, "k00.pem", "p00.pem", "Hash/HASH/Hash/HashHash00.bin");
 }
 
-TEST_F(NumberedNames, NumberedNamesCarryTheDigitsBeforeTheLastFourCharactersOfAnyPath)
+TEST_F(NumberedNames, TheDigitsAreInsertedBeforeTheLastFourCharactersOfAnyPath)
 {
     setPaths("private", "p.x", "out/hash");
     expectNames(5, "pri05vate", "05p.x", "out/05Hash");
@@ -371,20 +371,20 @@ TEST_F(NumberedNames, NumberedNamesCarryTheDigitsBeforeTheLastFourCharactersOfAn
     expectNames(2, "a.key02.pem", "keys02.d/x", "h.02json");
 }
 
-TEST_F(NumberedNames, NumberedNamesCarryTheDigitsInFrontOfAShorterPath)
+TEST_F(NumberedNames, TheDigitsAreInsertedAtTheStartOfAShorterPath)
 {
     setPaths("abc", "a", "");
     expectNames(7, "07abc", "07a", "07");
 }
 
-// The digits come first, so that they can part the word.
-TEST_F(NumberedNames, NumberedNamesAreNumberedBeforeTheyAreRespelled)
+// The digits are inserted first, so they can split the word.
+TEST_F(NumberedNames, TheDigitsAreInsertedBeforeHashIsCapitalised)
 {
     setPaths("k.pem", "p.pem", "xhashes");
     expectNames(4, "k04.pem", "p04.pem", "xha04shes");
 }
 
-TEST_F(NumberedNames, NumberedNamesLeaveTheRunsPathsAlone)
+TEST_F(NumberedNames, ThePathsOfTheRunAreNotChanged)
 {
     setPaths("k.pem", "p.pem", "hash.bin");
     NumberedKeyFiles(3);

@@ -27,67 +27,67 @@ std::string tooShort(const std::string &candidate)
            Error("Error: incorrect password : " + candidate + "\n");
 }
 
-/// What the password rule prints about `candidate`, after its verdict.
-std::string verdictOn(const QString &candidate)
+/// The result of the password rule for `candidate`, followed by what it prints.
+std::string resultFor(const QString &candidate)
 {
     CapturedOutput output;
     const bool accepted = checkPassword(candidate);
     return (accepted ? "accepted" : "refused: ") + output.text();
 }
 
-QString treble(int times)
+QString trebleClefs(int times)
 {
     return QString::fromUtf8("\xF0\x9D\x84\x9E").repeated(times);
 }
 
 TEST(PasswordRule, RefusesAnEmptyPassword)
 {
-    EXPECT_EQ(verdictOn(""), "refused: " + missing);
-    EXPECT_EQ(verdictOn(QString()), "refused: " + missing);
+    EXPECT_EQ(resultFor(""), "refused: " + missing);
+    EXPECT_EQ(resultFor(QString()), "refused: " + missing);
 }
 
-TEST(PasswordRule, RefusesOneToThreeCharactersAndEchoesThem)
+TEST(PasswordRule, RefusesOneToThreeCharactersAndShowsThem)
 {
-    EXPECT_EQ(verdictOn("a"), "refused: " + tooShort("a"));
-    EXPECT_EQ(verdictOn("ab"), "refused: " + tooShort("ab"));
-    EXPECT_EQ(verdictOn("abc"), "refused: " + tooShort("abc"));
-    EXPECT_EQ(verdictOn("   "), "refused: " + tooShort("   "));
+    EXPECT_EQ(resultFor("a"), "refused: " + tooShort("a"));
+    EXPECT_EQ(resultFor("ab"), "refused: " + tooShort("ab"));
+    EXPECT_EQ(resultFor("abc"), "refused: " + tooShort("abc"));
+    EXPECT_EQ(resultFor("   "), "refused: " + tooShort("   "));
 }
 
 TEST(PasswordRule, AcceptsFourTo1023CharactersSilently)
 {
     for (const int length : {4, 5, 8, 512, 1022, 1023})
-        EXPECT_EQ(verdictOn(QString(length, 'p')), "accepted") << length;
+        EXPECT_EQ(resultFor(QString(length, 'p')), "accepted") << length;
 }
 
-TEST(PasswordRule, Refuses1024CharactersAndMoreWithoutEchoingThem)
+TEST(PasswordRule, Refuses1024CharactersAndMoreWithoutShowingThem)
 {
     for (const int length : {1024, 1025, 2048, 131072})
-        EXPECT_EQ(verdictOn(QString(length, 'p')), "refused: " + tooLong) << length;
+        EXPECT_EQ(resultFor(QString(length, 'p')), "refused: " + tooLong) << length;
 }
 
-TEST(PasswordRule, CountsCharactersOfSeveralBytesOnce)
+TEST(PasswordRule, CountsACharacterOfSeveralBytesOnce)
 {
-    EXPECT_EQ(verdictOn(QString::fromUtf8("ééé")), "refused: " + tooShort("ééé"));
-    EXPECT_EQ(verdictOn(QString::fromUtf8("€€€€")), "accepted");
-    EXPECT_EQ(verdictOn(QString::fromUtf8("€").repeated(1023)), "accepted");
-    EXPECT_EQ(verdictOn(QString::fromUtf8("€").repeated(1024)), "refused: " + tooLong);
+    EXPECT_EQ(resultFor(QString::fromUtf8("ééé")), "refused: " + tooShort("ééé"));
+    EXPECT_EQ(resultFor(QString::fromUtf8("€€€€")), "accepted");
+    EXPECT_EQ(resultFor(QString::fromUtf8("€").repeated(1023)), "accepted");
+    EXPECT_EQ(resultFor(QString::fromUtf8("€").repeated(1024)), "refused: " + tooLong);
 }
 
-TEST(PasswordRule, CountsACharacterBeyondTheBasicPlaneTwice)
+TEST(PasswordRule, CountsACharacterOutsideTheBasicPlaneTwice)
 {
-    EXPECT_EQ(verdictOn(treble(1)), "refused: " + tooShort("\xF0\x9D\x84\x9E"));
-    EXPECT_EQ(verdictOn(treble(1) + "a"), "refused: " + tooShort("\xF0\x9D\x84\x9E"
-                                                                 "a"));
-    EXPECT_EQ(verdictOn(treble(2)), "accepted");
-    EXPECT_EQ(verdictOn(treble(511) + "a"), "accepted");
-    EXPECT_EQ(verdictOn(treble(512)), "refused: " + tooLong);
+    EXPECT_EQ(resultFor(trebleClefs(1)), "refused: " + tooShort("\xF0\x9D\x84\x9E"));
+    EXPECT_EQ(resultFor(trebleClefs(1) + "a"), "refused: " + tooShort("\xF0\x9D\x84\x9E"
+                                                                      "a"));
+    EXPECT_EQ(resultFor(trebleClefs(2)), "accepted");
+    EXPECT_EQ(resultFor(trebleClefs(511) + "a"), "accepted");
+    EXPECT_EQ(resultFor(trebleClefs(512)), "refused: " + tooLong);
 }
 
-/// EnforcePasswordRules, called with the settings as they are.
+/// EnforcePasswordRules with the current settings.
 class PasswordCheck : public FreshSettings {
 protected:
-    /// The settings that -pwd with `passwords` leaves.
+    /// Applies the settings that -pwd with `passwords` makes.
     static void give(const QList<QString> &passwords)
     {
         isPasswordCmd = true;
@@ -97,8 +97,8 @@ protected:
             passwordTable.append(passwords);
     }
 
-    /// The settings that -n with `pairs` leaves.
-    static void wantPairs(int pairs)
+    /// Applies the settings that -n with `pairs` makes.
+    static void requestPairs(int pairs)
     {
         isKeyNumberCommand = true;
         numberKeys = pairs;
@@ -120,7 +120,7 @@ protected:
         EXPECT_EQ(run.errors, "");
     }
 
-    /// `messages`, then the help text, then the end with status 1.
+    /// Expects `messages`, then the help text, then the end of the process with status 1.
     static void expectRefusal(const std::string &messages)
     {
         const ChildRun run = RunInChild(EnforcePasswordRules);
@@ -131,16 +131,16 @@ protected:
     }
 };
 
-TEST_F(PasswordCheck, PassesEightPasswordsForEightPairs)
+TEST_F(PasswordCheck, AcceptsEightPasswordsForEightPairs)
 {
-    wantPairs(8);
+    requestPairs(8);
     give(goodPasswords(8));
     expectPass();
 }
 
-TEST_F(PasswordCheck, RefusesAnotherNumberOfPasswordsForEightPairs)
+TEST_F(PasswordCheck, RefusesAnyOtherNumberOfPasswordsForEightPairs)
 {
-    wantPairs(8);
+    requestPairs(8);
     for (const int count : {0, 1, 2, 7, 9, 16, 25}) {
         give(goodPasswords(count));
         expectRefusal(wrongNumber + eightNeeded);
@@ -149,58 +149,58 @@ TEST_F(PasswordCheck, RefusesAnotherNumberOfPasswordsForEightPairs)
 
 TEST_F(PasswordCheck, RefusesEightPairsWithoutPasswords)
 {
-    wantPairs(8);
+    requestPairs(8);
     expectRefusal(wrongNumber + eightNeeded);
 }
 
-TEST_F(PasswordCheck, PassesOnePasswordForAPacketOfOne)
+TEST_F(PasswordCheck, AcceptsOnePasswordForAPacketOfOne)
 {
-    wantPairs(1);
+    requestPairs(1);
     give({"pass"});
     expectPass();
 }
 
 TEST_F(PasswordCheck, RefusesSeveralPasswordsForAPacketOfOne)
 {
-    wantPairs(1);
+    requestPairs(1);
     for (const int count : {2, 3, 7, 8, 9, 25}) {
         give(goodPasswords(count));
         expectRefusal(wrongNumber + oneNeeded);
     }
 }
 
-TEST_F(PasswordCheck, PassesAPacketOfOneWithoutPasswordOption)
+TEST_F(PasswordCheck, AcceptsAPacketOfOneWithoutAPasswordOption)
 {
-    wantPairs(1);
+    requestPairs(1);
     expectPass();
 }
 
-TEST_F(PasswordCheck, FindsNoPasswordForAPacketOfOneInAnOptionWithoutValues)
+TEST_F(PasswordCheck, RefusesAPasswordOptionWithoutValuesForAPacketOfOne)
 {
-    wantPairs(1);
+    requestPairs(1);
     give({});
     expectRefusal(missing);
 }
 
-TEST_F(PasswordCheck, ChecksTheNumberBeforeThePasswordsThemselves)
+TEST_F(PasswordCheck, ChecksTheNumberOfPasswordsFirst)
 {
-    wantPairs(8);
+    requestPairs(8);
     give({"a", "b"});
     expectRefusal(wrongNumber + eightNeeded);
 }
 
-TEST_F(PasswordCheck, PassesWithoutPasswordOption)
+TEST_F(PasswordCheck, AcceptsAMissingPasswordOption)
 {
     expectPass();
 }
 
-TEST_F(PasswordCheck, IgnoresPasswordsThatNoOptionGave)
+TEST_F(PasswordCheck, IgnoresAPasswordThatNoOptionSet)
 {
     password = "a";
     expectPass();
 }
 
-TEST_F(PasswordCheck, AppliesTheRuleToTheOnePassword)
+TEST_F(PasswordCheck, AppliesTheRuleToASinglePassword)
 {
     give({"good"});
     expectPass();
@@ -238,22 +238,22 @@ TEST_F(PasswordCheck, RefusesABadFirstOfEightPasswordsWithoutANumberOfPairs)
 
 TEST_F(PasswordCheck, ReportsOnlyTheFirstBadPasswordOfEight)
 {
-    wantPairs(8);
+    requestPairs(8);
     give({"good", "good", "abc", "good", "", "good", "good", "good"});
     expectRefusal(tooShort("abc"));
 }
 
-TEST_F(PasswordCheck, ChecksTheEighthPasswordAfterSevenThatPassSilently)
+TEST_F(PasswordCheck, PrintsNothingAboutSevenAcceptedPasswordsBeforeTheEighth)
 {
-    wantPairs(8);
+    requestPairs(8);
     QList<QString> passwords = goodPasswords(7);
     passwords.append("abc");
     give(passwords);
     expectRefusal(tooShort("abc"));
 }
 
-// The table then holds nothing of that option.
-TEST_F(PasswordCheck, FindsNoPasswordAmongZeroOrTwoToSevenWithoutANumberOfPairs)
+// The table then contains no password of that option.
+TEST_F(PasswordCheck, RefusesOtherNumbersOfPasswordsWithoutANumberOfPairs)
 {
     for (const int count : {0, 2, 3, 4, 5, 6, 7, 9, 25}) {
         give(goodPasswords(count));
@@ -261,7 +261,7 @@ TEST_F(PasswordCheck, FindsNoPasswordAmongZeroOrTwoToSevenWithoutANumberOfPairs)
     }
 }
 
-TEST_F(PasswordCheck, TakesTheTableOfAnEarlierOptionForACountThatFillsNone)
+TEST_F(PasswordCheck, UsesTheTableOfAnEarlierOptionIfTheLastOneFillsNone)
 {
     give({"good"});
     give({"a", "b"});

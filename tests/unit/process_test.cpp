@@ -55,8 +55,8 @@ bool isNullDevice(int descriptor)
            stream.st_rdev == device.st_rdev;
 }
 
-/// What PrepareProcess makes of standard streams of which `closed` are closed: the kind of each, and the
-/// first descriptor that a file opened later receives.
+/// What PrepareProcess makes of the standard streams if those in `closed` are closed: the kind of each
+/// stream, and whether a file opened later gets another descriptor ("free").
 std::string streamsAfter(const std::vector<int> &closed)
 {
     return RunInChild([&closed] {
@@ -76,7 +76,7 @@ TEST(PrepareProcess, KeepsOpenStandardStreams)
     EXPECT_EQ(streamsAfter({}), "kept kept kept free");
 }
 
-TEST(PrepareProcess, GivesEachClosedStandardStreamTheNullDevice)
+TEST(PrepareProcess, OpensTheNullDeviceForEachClosedStandardStream)
 {
     EXPECT_EQ(streamsAfter({0}), "null kept kept free");
     EXPECT_EQ(streamsAfter({1}), "kept null kept free");
@@ -100,7 +100,7 @@ TEST(PrepareProcess, MakesClosedStandardStreamsReadableAndWritable)
     EXPECT_EQ(run.output, "0 1 1");
 }
 
-TEST(PrepareProcess, KeepsMessagesForAClosedOutputOutOfFiles)
+TEST(PrepareProcess, WritesNoMessagesForAClosedOutputIntoFiles)
 {
     const TemporaryFolder folder;
     const std::string path = folder / "key file";
@@ -118,10 +118,10 @@ TEST(PrepareProcess, KeepsMessagesForAClosedOutputOutOfFiles)
     EXPECT_EQ(ReadFile(path), "content");
 }
 
-TEST(PrepareProcess, EndsTheProcessWhereNoDescriptorIsLeft)
+TEST(PrepareProcess, EndsTheProcessIfNoFileDescriptorIsLeft)
 {
     if (underSanitizers)
-        GTEST_SKIP() << "the sanitizer needs a descriptor at the end of the process";
+        GTEST_SKIP() << "the sanitizer needs a file descriptor at the end of the process";
     const ChildRun run = RunInChild([] {
         close(STDIN_FILENO);
         const rlimit none = {0, 0};
@@ -132,18 +132,18 @@ TEST(PrepareProcess, EndsTheProcessWhereNoDescriptorIsLeft)
     EXPECT_EQ(run.status, 1);
 }
 
-TEST(PrepareProcess, KeepsOutputForATerminalLineByLineAndOtherOutputTogether)
+TEST(PrepareProcess, BuffersLinesForATerminalAndBlocksForOtherOutput)
 {
     const auto printAndEnd = [] {
         PrepareProcess();
         std::fputs("a line\nno line", stdout);
-        _exit(0); // what is buffered then is lost
+        _exit(0); // discards what is still buffered
     };
     EXPECT_EQ(PseudoTerminal(printAndEnd).end().output, "a line\n");
     EXPECT_EQ(RunInChild(printAndEnd).output, "");
 }
 
-TEST(WipeOutputBuffer, WritesOutWhatIsBuffered)
+TEST(WipeOutputBuffer, WritesTheBufferedOutput)
 {
     const ChildRun run = RunInChild([] {
         PrepareProcess();
@@ -168,7 +168,7 @@ TEST(WipeOutputBuffer, KeepsWhatCouldNotBeWritten)
     EXPECT_EQ(run.output, "written later");
 }
 
-TEST(PrepareProcess, TurnsCoreFilesOff)
+TEST(PrepareProcess, DisablesCoreFiles)
 {
     const ChildRun run = RunInChild([] {
         rlimit core = {};
@@ -183,20 +183,20 @@ TEST(PrepareProcess, TurnsCoreFilesOff)
     EXPECT_EQ(run.output, "0 0");
 }
 
-/// Gives up the privileges of root, under which every process can be read.
-void becomeOrdinaryUser()
+/// Drops the privileges of root, which can read every process.
+void dropRootPrivileges()
 {
     constexpr uid_t nobody = 65534;
     if (geteuid() == 0 && (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0))
         std::abort();
-    // A change of user ends with the memory closed.
+    // Changing the user leaves the memory closed.
     prctl(PR_SET_DUMPABLE, 1);
 }
 
-TEST(PrepareProcess, ClosesTheMemoryToOtherProcessesOfTheUser)
+TEST(PrepareProcess, ClosesTheMemoryToOtherProcessesOfTheSameUser)
 {
     const ChildRun run = RunInChild([] {
-        becomeOrdinaryUser();
+        dropRootPrivileges();
         const pid_t prepared = fork();
         if (prepared == 0) {
             PrepareProcess();
@@ -213,10 +213,10 @@ TEST(PrepareProcess, ClosesTheMemoryToOtherProcessesOfTheUser)
     EXPECT_EQ(run.output, underSanitizers ? "open" : "closed");
 }
 
-TEST(PrepareProcess, LetsAWriteBeyondALimitFail)
+TEST(PrepareProcess, MakesAWriteBeyondTheSizeLimitFail)
 {
     if (countsCoverage)
-        GTEST_SKIP() << "the counts of what is reached are beyond the limit, too";
+        GTEST_SKIP() << "the coverage data exceeds the limit, too";
     const TemporaryFolder folder;
     const std::string path = folder / "limited";
     const ChildRun run = RunInChild([&path] {
@@ -258,7 +258,7 @@ TEST(PrepareProcess, SilencesTheMessagesOfTheApplicationLibrary)
     EXPECT_EQ(run.output, "");
 }
 
-TEST(PrepareProcess, LetsTheApplicationLibrarySayWhyItEndsTheProcess)
+TEST(PrepareProcess, KeepsTheMessageWithWhichTheApplicationLibraryAborts)
 {
     const ChildRun run = RunInChild([] {
         PrepareProcess();
@@ -269,7 +269,7 @@ TEST(PrepareProcess, LetsTheApplicationLibrarySayWhyItEndsTheProcess)
     EXPECT_EQ(run.output, "");
 }
 
-TEST(TakeArguments, ReturnsThemAsReceivedAndBlanksTheVector)
+TEST(TakeArguments, ReturnsTheArgumentsAndClearsTheVector)
 {
     std::string name = "keygen";
     std::string option = "-pwd";
@@ -282,7 +282,7 @@ TEST(TakeArguments, ReturnsThemAsReceivedAndBlanksTheVector)
     EXPECT_EQ(value, std::string(9, '\0'));
 }
 
-TEST(TakeArguments, ReturnsNoneWhereThereAreNone)
+TEST(TakeArguments, ReturnsNothingIfThereAreNoArguments)
 {
     std::string name = "keygen";
     std::vector<char *> vector = {name.data(), nullptr};

@@ -49,7 +49,7 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F(RandomData, FillsAFileOfTheSizeAskedFor)
+TEST_F(RandomData, WritesAFileOfTheRequestedSize)
 {
     const std::string path = folder / "données.bin";
     for (const int size : {16, 1, 100000}) {
@@ -71,7 +71,7 @@ TEST_F(RandomData, LeavesAnEmptyFileForASizeOfZero)
     EXPECT_EQ(std::filesystem::file_size(path), 0U);
 }
 
-TEST_F(RandomData, TellsThatAFileIsOverwritten)
+TEST_F(RandomData, ReportsThatAFileIsOverwritten)
 {
     const std::string path = folder / "old.bin";
     WriteFile(path, std::string(100, 'x'));
@@ -84,14 +84,14 @@ TEST_F(RandomData, TellsThatAFileIsOverwritten)
     EXPECT_EQ(ReadFile(path).find("xx"), std::string::npos);
 }
 
-TEST_F(RandomData, CreatesNoFolder)
+TEST_F(RandomData, CreatesNoDirectory)
 {
     const std::string path = folder / "missing/data.bin";
     expectFailure(generate(16, path), "16", path);
     EXPECT_FALSE(std::filesystem::exists(folder / "missing"));
 }
 
-TEST_F(RandomData, RefusesANegativeSizeAndTouchesNoFile)
+TEST_F(RandomData, RefusesANegativeSizeAndChangesNoFile)
 {
     const std::string path = folder / "kept.bin";
     WriteFile(path, "kept");

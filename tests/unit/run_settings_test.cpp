@@ -16,7 +16,7 @@ namespace {
 using testing::ElementsAreArray;
 using testing::IsSupersetOf;
 
-/// Looks at the settings before the first test can change them.
+/// Records the settings before the first test can change them.
 class SettingsAtStart : public testing::Environment {
 public:
     void SetUp() override
@@ -42,7 +42,7 @@ std::vector<std::string> linesOf(const std::string &text)
 
 const testing::Environment *const settingsAtStart = testing::AddGlobalTestEnvironment(new SettingsAtStart);
 
-TEST(RunSettings, ThereIsOnePairToGenerateAndNothingElseAtTheStart)
+TEST(RunSettings, TheInitialSettingsGenerateOnePairAndNothingElse)
 {
     EXPECT_THAT(linesOf(SettingsAtStart::text),
                 IsSupersetOf<std::string>({"numberKeys=1",
@@ -83,7 +83,7 @@ TEST(RunSettings, NumbersHave32Bits)
     EXPECT_EQ(packetSize, 8);
 }
 
-TEST(OptionTable, TheNamesThatScriptsInTheFieldUseComeFirstInTheirOrder)
+TEST(OptionTable, TheNamesThatScriptsUseComeFirstInOrder)
 {
     const std::vector<QString> names = {"-prvk",        "--private-key",
                                         "-pubk",        "--public-key",
@@ -101,7 +101,7 @@ TEST(OptionTable, TheNamesThatScriptsInTheFieldUseComeFirstInTheirOrder)
     EXPECT_THAT(names, ElementsAreArray(tab_command_name.begin(), names.size()));
 }
 
-TEST(OptionTable, NoNameStandsTwiceWhateverTheLetterCase)
+TEST(OptionTable, NamesAreUniqueIgnoringLetterCase)
 {
     std::set<QString> names;
     for (const QString &name : tab_command_name)
@@ -117,7 +117,7 @@ TEST_F(PasswordOf, ReturnsTheEntryAtTheIndex)
     EXPECT_EQ(passwordOf(1), "second");
 }
 
-TEST_F(PasswordOf, CountsAMissingEntryAsAnEmptyPassword)
+TEST_F(PasswordOf, ReturnsAnEmptyPasswordForAMissingEntry)
 {
     EXPECT_EQ(passwordOf(0), "");
     passwordTable = {"first", "second"};
@@ -129,7 +129,7 @@ const QString wiped(4, QChar(0));
 
 class Passwords : public FreshSettings {
 protected:
-    /// Sets the passwords of the run, and keeps what they share.
+    /// Sets the passwords of the run, and keeps copies that share their data.
     void setPasswords()
     {
         password = QString("pass");
@@ -158,7 +158,7 @@ TEST_F(Passwords, PasswordsAreWiped)
     expectWiped();
 }
 
-TEST_F(Passwords, PasswordsAreWipedWhereTheListSharesThem)
+TEST_F(Passwords, PasswordsThatAreSharedWithTheListAreWiped)
 {
     password = QString("pass");
     passwordTable.append(password);

@@ -6,7 +6,7 @@ namespace {
 
 const QString wiped(4, QChar(0));
 
-TEST(Wipe, EmptiesAText)
+TEST(Wipe, ClearsAText)
 {
     QString text = "abcd";
     Wipe(text);
@@ -18,7 +18,7 @@ TEST(Wipe, EmptiesAText)
 
 TEST(Wipe, OverwritesTheCharactersInPlace)
 {
-    // What shares them sees what became of them.
+    // Copies that share the characters show whether they were overwritten.
     QString text = QString("abcd");
     const QString sharing = text;
     Wipe(text);
@@ -30,7 +30,7 @@ TEST(Wipe, OverwritesTheCharactersInPlace)
     EXPECT_EQ(sharingBytes, QByteArray(4, '\0'));
 }
 
-TEST(Wipe, LeavesLiteralsAlone)
+TEST(Wipe, DoesNotChangeLiterals)
 {
     QString text = QStringLiteral("abcd");
     const QString sharing = text;

@@ -23,7 +23,8 @@ void show(const QString &answer)
     std::printf("<%s>", answer.toUtf8().constData());
 }
 
-/// Reads by `plan`, an "L" for each line and a "W" for each word, and shows each answer between < and >.
+/// Reads as `plan` says, an "L" for each line and a "W" for each word, and prints each answer in angle
+/// brackets.
 void readBy(const std::string &plan)
 {
     for (const char step : plan)
@@ -43,13 +44,13 @@ TEST(ReadLine, ReturnsEachLineWithoutItsEnd)
     EXPECT_EQ(answers("LLL", "one\ntwo words\nthree\n"), "<one><two words><three>");
 }
 
-TEST(ReadLine, TakesACarriageReturnForAPartOfTheLineEnd)
+TEST(ReadLine, TreatsACarriageReturnAsPartOfTheLineEnd)
 {
     EXPECT_EQ(answers("LLL", "one\r\n\r\ntwo\r\n"), "<one><><two>");
     EXPECT_EQ(answers("LL", "o\rne\ntwo\n"), "<o\rne><two>");
 }
 
-TEST(ReadLine, KeepsBlanks)
+TEST(ReadLine, KeepsSpaces)
 {
     EXPECT_EQ(answers("LLL", " one \n\t\ntwo\n"), "< one ><\t><two>");
 }
@@ -59,7 +60,7 @@ TEST(ReadLine, ReturnsEmptyLines)
     EXPECT_EQ(answers("LLL", "\n\nlast\n"), "<><><last>");
 }
 
-TEST(ReadLine, ReturnsALastLineWithoutLineEnd)
+TEST(ReadLine, ReturnsALastLineWithoutALineEnd)
 {
     EXPECT_EQ(answers("LL", "one\ntwo"), "<one><two>");
 }
@@ -75,7 +76,7 @@ TEST(ReadLine, ReadsUtf8)
     EXPECT_EQ(answers("LL", "clé €\n\xF0\x9D\x84\x9E\n"), "<clé €><\xF0\x9D\x84\x9E>");
 }
 
-TEST(ReadLine, GuessesNoOtherEncodingFromTheFirstBytes)
+TEST(ReadLine, DoesNotGuessAnotherEncodingFromTheFirstBytes)
 {
     // Read as UTF-16, the letters would be one Chinese character.
     EXPECT_TRUE(answers("L", "\xFF\xFE"
@@ -83,14 +84,14 @@ TEST(ReadLine, GuessesNoOtherEncodingFromTheFirstBytes)
                     .ends_with("ab>"));
 }
 
-TEST(ReadLine, DropsAByteOrderMarkAtTheStartOnly)
+TEST(ReadLine, DropsAByteOrderMarkOnlyAtTheStart)
 {
     EXPECT_EQ(answers("LL", "\xEF\xBB\xBFpass\n\xEF\xBB\xBFpass\n"), "<pass><\xEF\xBB\xBFpass>");
     EXPECT_EQ(answers("L", "\xEF\xBB\xBF\xEF\xBB\xBFpass\n"), "<\xEF\xBB\xBFpass>");
     EXPECT_EQ(answers("L", "pass\xEF\xBB\xBF\n"), "<pass\xEF\xBB\xBF>");
 }
 
-TEST(ReadLine, TellsWhetherALineIsUtf8)
+TEST(ReadLine, ReportsWhetherALineIsUtf8)
 {
     const ChildRun run = RunInChild(
         [] {
@@ -101,7 +102,7 @@ TEST(ReadLine, TellsWhetherALineIsUtf8)
     EXPECT_EQ(run.output, "valid valid invalid invalid valid ");
 }
 
-TEST(ReadLine, MarksBytesThatAreNoUtf8)
+TEST(ReadLine, ReplacesBytesThatAreInvalidUtf8)
 {
     EXPECT_EQ(answers("LL", "a\xFFz\nnext\n"), "<a\xEF\xBF\xBDz><next>");
 }
@@ -114,7 +115,8 @@ TEST(ReadLine, ReadsLongLines)
 
 constexpr std::size_t longest = 1 << 20;
 
-/// What ReadLine makes of the lines in `content`: for a long one its length and whether it is an answer.
+/// What ReadLine returns for the lines in `content`: for a long line its length, and for each whether it is
+/// accepted.
 std::string linesOf(const std::string &content, int lines)
 {
     const TemporaryFolder folder;
@@ -129,7 +131,7 @@ std::string linesOf(const std::string &content, int lines)
                 std::fputs(line.isTooLong ? "refused " : "", stdout);
             }
         },
-        {.inputFile = folder / "answers", .millisecondsToLive = 60000});
+        {.inputFile = folder / "answers", .timeoutMilliseconds = 60000});
     EXPECT_TRUE(run.returned);
     return run.output;
 }
@@ -139,7 +141,7 @@ TEST(ReadLine, ReadsLinesOfOneMebibyte)
     EXPECT_EQ(linesOf(std::string(longest - 2, 'x') + "yz\nnext\n", 2), "1048576<xxyz><next>");
 }
 
-TEST(ReadLine, RefusesALineBeyondOneMebibyteAsAWhole)
+TEST(ReadLine, RefusesALineBeyondOneMebibyteCompletely)
 {
     EXPECT_EQ(linesOf(std::string(longest - 2, 'x') + "yz1\nnext\n", 2), "1048577<xyz1>refused <next>");
     EXPECT_EQ(linesOf(std::string(longest + 1, 'x') + "1\nnext\n", 2), "1048577<xxxx>refused <next>");
@@ -152,9 +154,9 @@ TEST(ReadLine, RefusesALastLineThatIsTooLong)
     EXPECT_EQ(linesOf(std::string(longest + 2, 'x'), 2), "1048577<xxxx>refused <>");
 }
 
-TEST(ReadLine, TakesTheEndOfARefusedLineForNoLine)
+TEST(ReadLine, DoesNotTreatTheEndOfARefusedLineAsALine)
 {
-    // As much of it as is dropped at a time, and more.
+    // As much of the line as is dropped at once, and more.
     const std::size_t dropped = (std::size_t{1} << 26) + longest + 1;
     EXPECT_EQ(linesOf(std::string(dropped, 'x') + "\nnext\n", 2), "1048577<xxxx>refused <next>");
     EXPECT_EQ(linesOf(std::string(dropped, 'x') + "1\nnext\n", 2), "1048577<xxxx>refused <next>");
@@ -163,7 +165,7 @@ TEST(ReadLine, TakesTheEndOfARefusedLineForNoLine)
     EXPECT_EQ(linesOf(std::string(dropped + 4, 'x'), 2), "1048577<xxxx>refused <>");
 }
 
-TEST(ReadLine, RefusesALineWithoutEndAgainAndAgain)
+TEST(ReadLine, RefusesAnEndlessLineAgainAndAgain)
 {
     const ChildRun run = RunInChild(
         [] {
@@ -173,11 +175,11 @@ TEST(ReadLine, RefusesALineWithoutEndAgainAndAgain)
                             line.isTooLong ? " refused" : "");
             }
         },
-        {.inputFile = "/dev/zero", .millisecondsToLive = 60000});
+        {.inputFile = "/dev/zero", .timeoutMilliseconds = 60000});
     EXPECT_EQ(run.output, "1048577 refused 1048577 refused 1048577 refused ");
 }
 
-TEST(ReadLine, ReadsFromAFileToo)
+TEST(ReadLine, ReadsFromAFile)
 {
     const TemporaryFolder folder;
     WriteFile(folder / "answers", "one\ntwo\n");
@@ -185,7 +187,7 @@ TEST(ReadLine, ReadsFromAFileToo)
     EXPECT_EQ(run.output, "<one><two><>");
 }
 
-TEST(ReadWord, ReturnsWordsOfOneLineAndOfSeveral)
+TEST(ReadWord, ReturnsWordsOnOneLineAndOnSeveral)
 {
     EXPECT_EQ(answers("WWW", "one two three\n"), "<one><two><three>");
     EXPECT_EQ(answers("WWW", "one\ntwo\nthree\n"), "<one><two><three>");
@@ -198,7 +200,7 @@ TEST(ReadWord, SkipsAnyWhiteSpace)
     EXPECT_EQ(answers("WW", "one\rtwo\n"), "<one><two>");
 }
 
-TEST(ReadWord, ReturnsALastWordWithoutLineEnd)
+TEST(ReadWord, ReturnsALastWordWithoutALineEnd)
 {
     EXPECT_EQ(answers("W", "one"), "<one>");
     EXPECT_EQ(answers("WW", "clé à"), "<clé><à>");
@@ -218,28 +220,28 @@ TEST(ReadWord, LeavesTheRestOfItsLineToReadLine)
     EXPECT_EQ(answers("WLL", "one \nfour\n"), "<one>< ><four>");
 }
 
-TEST(ReadWord, TakesItsLineEndWithIt)
+TEST(ReadWord, ReadsTheLineEndAfterTheWord)
 {
     EXPECT_EQ(answers("WL", "one\ntwo\n"), "<one><two>");
     EXPECT_EQ(answers("WL", "one\r\ntwo\n"), "<one><two>");
     EXPECT_EQ(answers("WL", "\n\none\ntwo\n"), "<one><two>");
 }
 
-TEST(ReadWord, ReadsOnAfterALine)
+TEST(ReadWord, ReadsTheWordAfterALine)
 {
     EXPECT_EQ(answers("LWW", "a line\none two\n"), "<a line><one><two>");
 }
 
-TEST(ReadWord, TakesNothingFromALineThatIsTooLong)
+TEST(ReadWord, ReadsNoWordFromALineThatIsTooLong)
 {
     const TemporaryFolder folder;
     WriteFile(folder / "answers", "y " + std::string(longest, 'x') + " n\nnext word\n");
     const ChildRun run =
-        RunInChild([] { readBy("WWL"); }, {.inputFile = folder / "answers", .millisecondsToLive = 60000});
+        RunInChild([] { readBy("WWL"); }, {.inputFile = folder / "answers", .timeoutMilliseconds = 60000});
     EXPECT_EQ(run.output, "<><next>< word>");
 }
 
-/// The milliseconds that the answers by `plan` take at the end of input.
+/// How many milliseconds the answers of `plan` take at the end of input.
 int millisecondsAtTheEnd(const std::string &plan)
 {
     const ChildRun run = RunInChild([&] {
@@ -253,7 +255,7 @@ int millisecondsAtTheEnd(const std::string &plan)
     return std::stoi(run.output);
 }
 
-TEST(EndOfInput, TheEndOfInputIsWaitedForTwentyTimesASecond)
+TEST(EndOfInput, InputIsPolledTwentyTimesASecondAtItsEnd)
 {
     for (const char *plan : {"LLLL", "WWWW"}) {
         const int time = millisecondsAtTheEnd(plan);
@@ -262,7 +264,7 @@ TEST(EndOfInput, TheEndOfInputIsWaitedForTwentyTimesASecond)
     }
 }
 
-TEST(EndOfInput, PassesWhenMoreArrives)
+TEST(EndOfInput, ReadingContinuesWhenMoreInputArrives)
 {
     const TemporaryFolder folder;
     const std::string path = folder / "answers";
@@ -277,7 +279,7 @@ TEST(EndOfInput, PassesWhenMoreArrives)
     EXPECT_EQ(run.output, "<one><><><two>< three><four><>");
 }
 
-TEST(AnswersThatComeLate, LateAnswersAreWaitedForOnANonBlockingDescriptor)
+TEST(LateAnswers, ReadingWaitsForInputOnANonBlockingDescriptor)
 {
     const ChildRun run = RunInChild([] {
         std::array<int, 2> ends = {};
@@ -294,7 +296,7 @@ TEST(AnswersThatComeLate, LateAnswersAreWaitedForOnANonBlockingDescriptor)
     EXPECT_EQ(run.output, "<answer>");
 }
 
-TEST(AnswersThatComeInPieces, PiecesAreReadAsTheyCome)
+TEST(AnswersInPieces, PiecesAreReadAsTheyArrive)
 {
     const ChildRun run = RunInChild([] {
         std::array<int, 2> ends = {};
@@ -309,13 +311,13 @@ TEST(AnswersThatComeInPieces, PiecesAreReadAsTheyCome)
     EXPECT_EQ(run.output, "<one><two>< three>");
 }
 
-TEST(Questions, QuestionsStandOnTheScreenBeforeTheAnswerIsWaitedFor)
+TEST(Questions, QuestionsAreWrittenBeforeReadingWaitsForTheAnswer)
 {
     for (const char *plan : {"L", "W"}) {
         const ChildRun run = RunInChild([&] {
             std::fputs("question?", stdout);
             readBy(plan);
-            _exit(0); // what is buffered then is lost
+            _exit(0); // discards what is still buffered
         });
         EXPECT_EQ(run.output, "question?");
     }

@@ -1,4 +1,4 @@
-// Standard input that comes bit by bit, as someone types it.
+// Standard input that arrives in pieces, as a user types it.
 #include "keygen/standard_input.h"
 
 #include "tests/support/pseudo_terminal.h"
@@ -20,15 +20,15 @@ void show(const QString &answer)
     std::printf("<%s>", answer.toUtf8().constData());
 }
 
-/// Turns line editing and echo off, as a terminal is while passwords are typed.
-void deliverAtOnce(PseudoTerminal &terminal)
+/// Disables line editing and echo, as while passwords are typed.
+void disableEditingAndEcho(PseudoTerminal &terminal)
 {
     termios attributes = terminal.attributes();
     attributes.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON);
     terminal.setAttributes(attributes);
 }
 
-/// Shows "ready", then two lines.
+/// Prints "ready", then two lines.
 void readTwoLines()
 {
     std::fputs("ready", stdout);
@@ -46,10 +46,10 @@ TEST(TypedLine, ATypedLineIsReturnedAtItsEnd)
     EXPECT_EQ(terminal.screen(), "readyone\n<one>two\n<two>end");
 }
 
-TEST(TypedLine, ATypedLineIsWaitedForToItsEndWhenItIsUnedited)
+TEST(TypedLine, ReadingWaitsForTheEndOfALineWithoutEditing)
 {
     PseudoTerminal terminal(readTwoLines);
-    deliverAtOnce(terminal);
+    disableEditingAndEcho(terminal);
     ASSERT_TRUE(terminal.shows("ready"));
     for (const char *typed : {"o", "n", "e\ntw", "\xE2\x82", "\xAC\n"})
         terminal.type(typed);
@@ -57,13 +57,13 @@ TEST(TypedLine, ATypedLineIsWaitedForToItsEndWhenItIsUnedited)
     EXPECT_EQ(terminal.screen(), "ready<one><tw\xE2\x82\xAC>end");
 }
 
-TEST(TypedLine, ATypedLineIsWaitedForWhereReadingDoesNotBlock)
+TEST(TypedLine, ReadingWaitsForALineOnANonBlockingDescriptor)
 {
     PseudoTerminal terminal([] {
         fcntl(STDIN_FILENO, F_SETFL, O_RDWR | O_NONBLOCK);
         readTwoLines();
     });
-    deliverAtOnce(terminal);
+    disableEditingAndEcho(terminal);
     ASSERT_TRUE(terminal.shows("ready"));
     terminal.type("o");
     terminal.type("ne\ntwo\n");
@@ -71,7 +71,7 @@ TEST(TypedLine, ATypedLineIsWaitedForWhereReadingDoesNotBlock)
     EXPECT_EQ(terminal.screen(), "ready<one><two>end");
 }
 
-TEST(TypedLine, ATypedLineIsWaitedForAfterASignal)
+TEST(TypedLine, ReadingWaitsForALineAfterASignal)
 {
     PseudoTerminal terminal([] {
         struct sigaction interrupting = {};
@@ -79,7 +79,7 @@ TEST(TypedLine, ATypedLineIsWaitedForAfterASignal)
         sigaction(SIGUSR1, &interrupting, nullptr);
         readTwoLines();
     });
-    deliverAtOnce(terminal);
+    disableEditingAndEcho(terminal);
     ASSERT_TRUE(terminal.shows("ready"));
     for (const char *typed : {"o", "ne", "\ntwo", "\n"}) {
         terminal.sendSignal(SIGUSR1);
@@ -89,7 +89,7 @@ TEST(TypedLine, ATypedLineIsWaitedForAfterASignal)
     EXPECT_EQ(terminal.screen(), "ready<one><two>end");
 }
 
-TEST(TypedLine, ATypedLineCanFollowTheEndOfATerminalsInput)
+TEST(TypedLine, ALineCanFollowTheEndOfInputOnATerminal)
 {
     PseudoTerminal terminal([] {
         std::fputs("ready", stdout);
@@ -103,7 +103,7 @@ TEST(TypedLine, ATypedLineCanFollowTheEndOfATerminalsInput)
     EXPECT_EQ(terminal.screen(), "ready<>one\n<one>");
 }
 
-/// Reads lines of `input` and shows each with its validity.
+/// Reads lines of `input` and prints each with its validity.
 std::string readWithValidity(const std::string &input, int lines)
 {
     PseudoTerminal terminal([&] {
@@ -122,12 +122,12 @@ std::string readWithValidity(const std::string &input, int lines)
     return terminal.end().output;
 }
 
-TEST(TypedLine, ATypedLineIsToldWhenItIsNotUtf8)
+TEST(TypedLine, ALineThatIsInvalidUtf8IsReported)
 {
     const std::string mark = "\xEF\xBF\xBD";
     EXPECT_EQ(readWithValidity("a\xFF\n\xC3\xA9\nb\xE2\nend", 4),
               "<a" + mark + ">-<\xC3\xA9>+<b" + mark + ">-<end>+");
-    // Not the beginning of UTF-16 either.
+    // A byte order mark of UTF-16 is invalid, too.
     EXPECT_EQ(readWithValidity("\xFF\xFE"
                                "ab\n",
                                1),

@@ -33,7 +33,7 @@ std::string readByte()
     return read(STDIN_FILENO, &byte, 1) == 1 ? std::string(1, byte) : "nothing";
 }
 
-/// `word` and a blank, once for each ending signal.
+/// `word` and a space, once for each signal that ends a process.
 std::string forEachEndingSignal(const std::string &word)
 {
     std::string text;
@@ -42,7 +42,7 @@ std::string forEachEndingSignal(const std::string &word)
     return text;
 }
 
-/// Waits for a byte hidden, and for another one shown; prints them.
+/// Waits for one byte with hidden input, and for another with shown input; prints both.
 void readHiddenThenShown()
 {
     {
@@ -62,7 +62,7 @@ std::string screenOf(const std::function<void()> &function)
     return result.output;
 }
 
-/// The attributes but for the two that hidden entry changes.
+/// The attributes except for the two that hidden input changes.
 std::string otherAttributes(termios attributes)
 {
     attributes.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON);
@@ -70,7 +70,7 @@ std::string otherAttributes(termios attributes)
            std::string(reinterpret_cast<const char *>(attributes.c_cc), sizeof attributes.c_cc);
 }
 
-TEST(HiddenEntry, ShowsNothingThatIsTypedAndDeliversItAtOnce)
+TEST(HiddenEntry, DoesNotEchoInputAndDeliversItImmediately)
 {
     PseudoTerminal terminal(readHiddenThenShown);
     const termios &found = terminal.firstAttributes();
@@ -86,7 +86,7 @@ TEST(HiddenEntry, ShowsNothingThatIsTypedAndDeliversItAtOnce)
     EXPECT_EQ(terminal.screen(), "hidden\ngot x\nshown\n");
 }
 
-TEST(HiddenEntry, ShowsWhatIsTypedAfterwardsStillUnedited)
+TEST(HiddenEntry, EchoesLaterInputWithoutEditingIt)
 {
     PseudoTerminal terminal(readHiddenThenShown);
     const termios &found = terminal.firstAttributes();
@@ -102,7 +102,7 @@ TEST(HiddenEntry, ShowsWhatIsTypedAfterwardsStillUnedited)
     EXPECT_FALSE(terminal.editsLines());
 }
 
-TEST(HiddenEntry, ShowsWhatIsTypedAfterwardsWhereNothingWasShownBefore)
+TEST(HiddenEntry, EchoesLaterInputEvenIfEchoWasOffBefore)
 {
     PseudoTerminal terminal([] {
         readByte();
@@ -117,7 +117,7 @@ TEST(HiddenEntry, ShowsWhatIsTypedAfterwardsWhereNothingWasShownBefore)
     EXPECT_TRUE(terminal.echoes());
 }
 
-TEST(HiddenEntry, DoesNothingWhereStandardInputIsNoTerminal)
+TEST(HiddenEntry, DoesNothingIfStandardInputIsNotATerminal)
 {
     PseudoTerminal terminal([] {
         const int pause = dup(STDIN_FILENO);
@@ -144,7 +144,7 @@ TEST(HiddenEntry, DoesNothingWhereStandardInputIsNoTerminal)
     EXPECT_TRUE(terminal.editsLines());
 }
 
-TEST(HiddenEntry, RestoresTheTerminalWhenASignalEndsTheProcess)
+TEST(HiddenEntry, RestoresTheTerminalIfASignalEndsTheProcess)
 {
     for (const int number : endingSignals) {
         PseudoTerminal terminal(readHiddenThenShown);
@@ -159,7 +159,7 @@ TEST(HiddenEntry, RestoresTheTerminalWhenASignalEndsTheProcess)
     }
 }
 
-TEST(HiddenEntry, RestoresTheTerminalWhenATypedKeyEndsTheProcess)
+TEST(HiddenEntry, RestoresTheTerminalIfATypedKeyEndsTheProcess)
 {
     for (const auto &[key, number] : {std::pair("\x03", SIGINT), std::pair("\x1C", SIGQUIT)}) {
         PseudoTerminal terminal(readHiddenThenShown);
@@ -170,7 +170,7 @@ TEST(HiddenEntry, RestoresTheTerminalWhenATypedKeyEndsTheProcess)
     }
 }
 
-TEST(HiddenEntry, RestoresTheTerminalWhenTheProcessAborts)
+TEST(HiddenEntry, RestoresTheTerminalIfTheProcessAborts)
 {
     PseudoTerminal terminal([] {
         const HiddenEntry hidden;
@@ -186,7 +186,7 @@ TEST(HiddenEntry, RestoresTheTerminalWhenTheProcessAborts)
     EXPECT_TRUE(terminal.editsLines());
 }
 
-TEST(HiddenEntry, RestoresATerminalThatIsNotTheSessionsOwn)
+TEST(HiddenEntry, RestoresATerminalThatIsNotTheControllingOne)
 {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     ASSERT_EQ(grantpt(master), 0);
@@ -209,7 +209,7 @@ TEST(HiddenEntry, RestoresATerminalThatIsNotTheSessionsOwn)
     close(master);
 }
 
-TEST(HiddenEntry, RestoresTheTerminalWhileStoppedAndHidesAgain)
+TEST(HiddenEntry, RestoresTheTerminalWhileStoppedAndHidesInputAgain)
 {
     PseudoTerminal terminal(readHiddenThenShown);
     ASSERT_TRUE(terminal.shows("hidden\n"));
@@ -227,7 +227,7 @@ TEST(HiddenEntry, RestoresTheTerminalWhileStoppedAndHidesAgain)
     EXPECT_EQ(terminal.end().output, "hidden\ngot x\nshown\nygot y\n");
 }
 
-TEST(HiddenEntry, HidesAgainAfterAStopThatCannotBeCaught)
+TEST(HiddenEntry, HidesInputAgainAfterAStopThatCannotBeCaught)
 {
     PseudoTerminal terminal(readHiddenThenShown);
     const termios &found = terminal.firstAttributes();
@@ -241,13 +241,13 @@ TEST(HiddenEntry, HidesAgainAfterAStopThatCannotBeCaught)
     EXPECT_TRUE(terminal.shows("shown\n"));
 }
 
-TEST(HiddenEntry, LeavesTheTerminalAloneInTheBackground)
+TEST(HiddenEntry, DoesNotChangeTheTerminalInTheBackground)
 {
     PseudoTerminal terminal(readHiddenThenShown);
     ASSERT_TRUE(terminal.answers("hidden\n", "\x1A"));
     ASSERT_TRUE(terminal.stopsBy(SIGTSTP));
     terminal.continueInBackground();
-    // Stopped by its own reading, not by touching the terminal.
+    // It is stopped because it reads, not because it changes the terminal.
     ASSERT_TRUE(terminal.stopsBy(SIGTTIN));
     EXPECT_TRUE(terminal.echoes());
     EXPECT_TRUE(terminal.editsLines());
@@ -258,7 +258,7 @@ TEST(HiddenEntry, LeavesTheTerminalAloneInTheBackground)
     EXPECT_TRUE(terminal.shows("shown\n"));
 }
 
-TEST(HiddenEntry, EndsInTheBackgroundByASignal)
+TEST(HiddenEntry, CanBeEndedByASignalInTheBackground)
 {
     PseudoTerminal terminal(readHiddenThenShown);
     ASSERT_TRUE(terminal.answers("hidden\n", "\x1A"));
@@ -287,7 +287,7 @@ TEST(HiddenEntry, KeepsIgnoredSignalsIgnored)
     EXPECT_EQ(terminal.end().output, "hidden\ngot x\nshown\nygot y\n" + forEachEndingSignal("ignored"));
 }
 
-TEST(HiddenEntry, LeavesSignalsAndTheTerminalAsTheyAreAfterwards)
+TEST(HiddenEntry, RestoresSignalHandlersAndTheTerminal)
 {
     PseudoTerminal terminal(readHiddenThenShown);
     ASSERT_TRUE(terminal.answers("hidden\n", "x"));
@@ -298,7 +298,7 @@ TEST(HiddenEntry, LeavesSignalsAndTheTerminalAsTheyAreAfterwards)
     EXPECT_FALSE(terminal.editsLines());
 }
 
-TEST(HiddenEntry, EntryCanBeHiddenAgain)
+TEST(HiddenEntry, InputCanBeHiddenAgain)
 {
     PseudoTerminal terminal([] {
         readHiddenThenShown();
@@ -313,11 +313,11 @@ TEST(HiddenEntry, EntryCanBeHiddenAgain)
     EXPECT_TRUE(terminal.echoes());
 }
 
-TEST(HiddenEntry, LeavesTheErrorNumberOfInterruptedCallsAlone)
+TEST(HiddenEntry, KeepsTheErrorNumberOfInterruptedCalls)
 {
     EXPECT_EQ(screenOf([] {
                   const HiddenEntry hidden;
-                  // The handler's calls fail from here on.
+                  // The calls of the handler fail from here on.
                   dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
                   errno = 0;
                   raise(SIGCONT);

@@ -9,7 +9,7 @@ TEST(TextOf, KeepsALeadingByteOrderMark)
     EXPECT_EQ(TextOf("\xEF\xBB\xBFpass").toStdString(), "\xEF\xBB\xBFpass");
 }
 
-TEST(TextOf, TellsBytesThatAreNoText)
+TEST(TextOf, ReportsInvalidUtf8)
 {
     for (const char *bytes : {"a\xFF", "abc\xE2\x82", "\xED\xA0\x80"}) {
         bool valid = true;

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""What the program writes agrees, on each curve, under each cipher, and under any names."""
+"""keygen-verify accepts what the program writes, on each curve, with each cipher, and under any names."""
 
 import unittest
 
@@ -28,7 +28,7 @@ class Agreement(InTemporaryFolder):
     def assert_agrees(self, output, *arguments, **options):
         self.assertEqual(self.with_passwords(*arguments, **options), (0, output, ""))
 
-    def test_pairs(self):
+    def test_pairs_agree(self):
         self.passwords("correct horse")
         for curve in CURVES:
             for option, cipher in CIPHERS.items():
@@ -36,21 +36,21 @@ class Agreement(InTemporaryFolder):
                     make_pair(self.folder, "-ecc", curve, "-pe", option)
                     self.assert_agrees(self.line("keys/publicKey.pem", curve, cipher) + "all agrees: 1 pair\n", "keys")
 
-    def test_packets(self):
+    def test_packets_of_eight_agree(self):
         self.passwords(*PASSWORDS)
         for curve, option in (("prime256v1", "aes128"), ("brainpoolP256t1", "aes256")):
             with self.subTest(curve=curve):
                 make_packet(self.folder, "-ecc", curve, "-pe", option)
                 self.assert_agrees(self.packet_lines(curve, CIPHERS[option]) + "all agrees: a packet of 8\n", "keys")
 
-    def test_a_packet_of_one(self):
+    def test_a_packet_of_one_agrees(self):
         self.passwords("only one")
         for curve in CURVES:
             with self.subTest(curve=curve):
                 make_packet(self.folder, "-ecc", curve, passwords=["only one"])
                 self.assert_agrees(self.packet_lines(curve, numbers=["00"]) + "all agrees: a packet of 1\n", "keys")
 
-    def test_a_pair_comes_before_a_packet(self):
+    def test_a_pair_is_checked_before_a_packet(self):
         make_pair(self.folder, "-ecc", "brainpoolP256t1")
         make_packet(self.folder)
         self.passwords("correct horse", *PASSWORDS)
@@ -64,7 +64,7 @@ class Agreement(InTemporaryFolder):
             (self.folder / "keys" / name).write_text("nothing\n")
         self.assert_agrees(self.line("keys/publicKey.pem", "prime256v1") + "all agrees: 1 pair\n", "keys")
 
-    def test_the_folder_may_end_with_a_slash_or_be_the_working_one(self):
+    def test_the_folder_may_end_with_a_slash_or_be_the_working_directory(self):
         make_pair(self.folder)
         self.passwords("correct horse")
         self.assert_agrees(self.line("keys/publicKey.pem", "prime256v1") + "all agrees: 1 pair\n", "keys/")
@@ -72,7 +72,7 @@ class Agreement(InTemporaryFolder):
         self.assertEqual(self.run_verify("--passwords", "../words.txt", ".", cwd=self.folder / "keys"),
                          (0, shown + "all agrees: 1 pair\n", ""))
 
-    def test_public_keys_alone(self):
+    def test_public_keys_can_be_checked_alone(self):
         make_pair(self.folder)
         make_packet(self.folder, "-ecc", "brainpoolP256t1")
         lines = self.line("keys/publicKey.pem", "prime256v1") + self.packet_lines("brainpoolP256t1")
@@ -81,11 +81,11 @@ class Agreement(InTemporaryFolder):
         for private in (self.folder / "keys").glob("private*"):
             private.unlink()
         self.assertEqual(self.run_verify("--public-only", "keys"), (0, lines, ""))
-        # Whatever stands in a private key's place is not looked at.
+        # Whatever is in place of a private key is not checked.
         (self.folder / "keys/privateKey.pem").mkdir()
         self.assertEqual(self.run_verify("--public-only", "keys"), (0, lines, ""))
 
-    def test_the_names_of_a_pair(self):
+    def test_a_pair_may_have_any_names(self):
         names = ["signer.key", "signer public.pem", "hashes/signer.bin"]
         (self.folder / "hashes").mkdir()
         keygen("-prvk", names[0], "-pubk", names[1], "-hash", names[2], "-pwd", "correct horse", folder=self.folder)
@@ -97,7 +97,7 @@ class Agreement(InTemporaryFolder):
                          (0, line.replace("AES-256-CBC, ", "") + "all agrees: 1 pair (private keys left out)\n", ""))
 
     def assert_packet_agrees(self, private, public, hash_file, shown_public, table, made=()):
-        """A packet under other names. `shown_public` is the name of its public key with braces for the number."""
+        """A packet with other names. `shown_public` is the name of its public key, with braces for the number."""
         for folder in made:
             (self.folder / folder).mkdir(parents=True)
         self.passwords("only one")
@@ -107,7 +107,7 @@ class Agreement(InTemporaryFolder):
         lines = self.packet_lines("prime256v1", numbers=["00"], name=shown_public, table=table)
         self.assert_agrees(lines + "all agrees: a packet of 1\n", "--packet", private, public, hash_file)
 
-    def test_the_names_of_a_packet_of_eight(self):
+    def test_a_packet_of_eight_may_have_any_names(self):
         names = ["signer.key", "signer.pem", "signer.bin"]
         keygen("-n", "8", "-prvk", names[0], "-pubk", names[1], "-hash", names[2], "-pwd", *PASSWORDS,
                folder=self.folder)
@@ -115,7 +115,7 @@ class Agreement(InTemporaryFolder):
         self.assert_agrees(self.packet_lines("prime256v1", name="signer{}.pem", table="signer.bin") +
                            "all agrees: a packet of 8\n", "--packet", *names)
 
-    def test_every_hash_in_the_path_of_the_hash_becomes_another_word(self):
+    def test_every_hash_in_the_path_of_the_hash_is_capitalised(self):
         self.assert_packet_agrees("a.key", "hash/a.pem", "hash/hashes/my hash publicKeyhash.bin", "hash/a{}.pem",
                                   "hash/hashes/my hash publicKeysHashHashes.bin",
                                   made=["hash/hashes", "Hash/Hashes"])
@@ -125,20 +125,20 @@ class Agreement(InTemporaryFolder):
                                   "publicKeysHashHashes/publicKeysHashHashes.bin",
                                   made=["publicKeyhash", "publicKeyHash", "publicKeysHashHashes"])
 
-    def test_the_number_may_part_a_hash(self):
+    def test_the_number_may_split_the_word_hash(self):
         self.assert_packet_agrees("a.key", "a.pem", "myhashes", "a{}.pem", "myhashes")
 
-    def test_short_names(self):
+    def test_names_may_be_short(self):
         self.assert_packet_agrees("k", "pem", "four", "{}pem", "four")
 
-    def test_names_beyond_ascii(self):
+    def test_names_may_be_non_ascii(self):
         for public, shown in (("Ключ", "{}Ключ"), ("aКлюч", "a{}Ключ"), ("ü.p", "{}ü.p"), ("über.pém", "über{}.pém"),
                               ("ab😀cd", "ab{}😀cd"), ("a😀😀", "a{}😀😀"), ("Á\u0081.pem", "Á\u0081{}.pem")):
             with self.subTest(name=public):
                 keygen("-n", "1", "-prvk", f"k {public}", "-pubk", public, "-hash", f"ß {public}", "-pwd", "only one",
                        folder=self.folder)
                 self.passwords("only one")
-                # The program leaves it the mode of any new file.
+                # The program leaves the file with the mode of any new file.
                 next(self.folder.glob("k*")).chmod(0o400)
                 line = self.line(shown.format("00"), "prime256v1")
                 table = table_hash("prime256v1", [self.folder / shown.format("00")])
@@ -147,14 +147,14 @@ class Agreement(InTemporaryFolder):
                 for each in self.folder.iterdir():
                     each.unlink()
 
-    def test_in_a_folder_the_files_lie_beside_each_other_whatever_its_name(self):
+    def test_the_files_in_a_folder_are_together_whatever_its_name(self):
         (self.folder / "hash").mkdir()
         (self.folder / "Hash").mkdir()
         keygen("-abs", "hash", "-n", "1", "-pwd", "only one", folder=self.folder)
         self.passwords("only one")
         lines = self.packet_lines("prime256v1", numbers=["00"], name="hash/publicKey{}.pem",
                                   table="hash/publicKeysHashHashes.bin") + "all agrees: a packet of 1\n"
-        # What the program put elsewhere is found by the names that it was given.
+        # Files that the program wrote elsewhere are found by the names that it was given.
         self.assert_agrees(lines, "--packet", "hash/privateKey.pem", "hash/publicKey.pem", "hash/publicKeyhash.bin")
         missing = "hash/publicKeyHash00.bin"
         status, _, errors = self.with_passwords("hash")

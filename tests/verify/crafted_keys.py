@@ -1,4 +1,4 @@
-"""Key files that the program never writes: encodings put together by hand, to see what the check makes of them."""
+"""Key files that the program never writes: encodings composed by hand, to test how keygen-verify handles them."""
 
 import base64
 import hashlib
@@ -14,7 +14,7 @@ class Curve:
         self.p, self.a, self.n, self.base = p, a, n, (x, y)
 
     def add(self, first, second):
-        """The sum of two points, which is not the point at infinity; that one is None."""
+        """The sum of two points. It must not be the point at infinity, which is None."""
         if first is None or second is None:
             return first or second
         (x1, y1), (x2, y2) = first, second
@@ -55,7 +55,7 @@ EC_KEY = bytes.fromhex("06072a8648ce3d0201")
 PBES2 = bytes.fromhex("06092a864886f70d01050d")
 PBKDF2 = bytes.fromhex("06092a864886f70d01050c")
 HMAC_SHA256 = bytes.fromhex("06082a864886f70d02090500")
-# The last byte names the cipher: AES-128-CBC, AES-192-CBC or AES-256-CBC.
+# The last byte identifies the cipher: AES-128-CBC, AES-192-CBC or AES-256-CBC.
 AES_CBC = {size: bytes.fromhex("0609608648016503040" + digits) for size, digits in
            ((16, "102"), (24, "116"), (32, "12a"))}
 
@@ -88,7 +88,7 @@ def public_der(curve, point):
 
 
 def private_der(curve, number, point=None):
-    """The plain encoding of a private key; the public key in it may be another one, or missing."""
+    """The unencrypted encoding of a private key. The public key in it may be a different one, or missing."""
     parts = [tlv(2, b"\x01"), tlv(4, number.to_bytes(32, "big"))]
     if point is not None:
         encoded = point if isinstance(point, bytes) else b"\x04" + coordinates(point)

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""The hash files, and what makes eight pairs a packet: nothing is missing, one curve, no key twice, and the table."""
+"""The hash files, and what makes eight pairs a packet: no missing file, one curve, no key twice, and the table."""
 
 import os
 import pathlib
@@ -29,7 +29,7 @@ class HashFile(InTemporaryFolder):
     def assert_found(self, finding, status=1):
         self.assertEqual(self.run_verify("--public-only", "keys"), (status, "", f"{self.PATH}: {finding}\n"))
 
-    def test_another_hash(self):
+    def test_a_wrong_hash_is_a_finding(self):
         path = self.folder / self.PATH
         good = path.read_bytes()
         wrong = "it is not the SHA-256 of X and Y in keys/publicKey.pem"
@@ -40,7 +40,7 @@ class HashFile(InTemporaryFolder):
                 replace(path, content)
                 self.assert_found(wrong)
 
-    def test_another_size(self):
+    def test_a_hash_file_of_another_size_is_a_finding(self):
         path = self.folder / self.PATH
         good = path.read_bytes()
         for content, finding in ((b"", "it has 0 bytes, not 32"), (good[:1], "it has 1 bytes, not 32"),
@@ -53,7 +53,7 @@ class HashFile(InTemporaryFolder):
         os.truncate(path, 1 << 40)
         self.assert_found("it has more than 32 bytes")
 
-    def test_no_regular_file(self):
+    def test_a_hash_file_that_is_not_a_regular_file_is_a_finding(self):
         path = self.folder / self.PATH
         path.unlink()
         self.assert_found("it is missing", status=2)
@@ -66,14 +66,14 @@ class HashFile(InTemporaryFolder):
         os.mkfifo(path)
         self.assert_found("it is not a regular file")
 
-    def test_all_that_is_wrong_with_a_pair_is_told(self):
+    def test_everything_that_is_wrong_with_a_pair_is_reported(self):
         (self.folder / "words.txt").write_text("another\n")
         replace(self.folder / "keys/publicKey.pem", b"")
         replace(self.folder / self.PATH, b"")
         self.assert_finds(["keys/publicKey.pem: it is empty", f"{self.PATH}: it has 0 bytes, not 32",
                            "keys/privateKey.pem: it does not open under its password, or holds no key"], "keys")
 
-    def test_what_does_not_agree_counts_more_than_what_could_not_be_checked(self):
+    def test_a_mismatch_takes_precedence_over_a_missing_file(self):
         (self.folder / "keys/privateKey.pem").unlink()
         replace(self.folder / self.PATH, b"")
         self.assert_finds([f"{self.PATH}: it has 0 bytes, not 32", "keys/privateKey.pem: it is missing"], "keys")
@@ -84,7 +84,7 @@ class HashFile(InTemporaryFolder):
 
 
 class Packet(InTemporaryFolder):
-    """Most is found in the public files alone."""
+    """Most findings need only the public files."""
 
     @classmethod
     def make_keys(cls, folder):
@@ -109,23 +109,23 @@ class Packet(InTemporaryFolder):
     def without(self, *numbers):
         return [each for each in NUMBERS if each not in numbers]
 
-    def test_a_changed_hash(self):
+    def test_a_changed_hash_is_a_finding(self):
         for number in ("00", "07"):
             change_bit(self.path(f"publicKeyHash{number}.bin"), 31)
         self.assert_public([wrong_hash("00"), wrong_hash("07")], self.without("00", "07"), table=True)
 
-    def test_a_changed_table_hash(self):
+    def test_a_changed_table_hash_is_a_finding(self):
         change_bit(self.folder / TABLE, 0)
         self.assert_public([WRONG_TABLE], NUMBERS)
 
-    def test_a_table_of_another_size(self):
+    def test_a_table_hash_of_another_size_is_a_finding(self):
         good = (self.folder / TABLE).read_bytes()
         for content, finding in ((b"", "it has 0 bytes, not 32"), (good[:31], "it has 31 bytes, not 32"),
                                  (good + b"\0", "it has more than 32 bytes")):
             replace(self.folder / TABLE, content)
             self.assert_public([f"{TABLE}: {finding}"], NUMBERS)
 
-    def test_tables_that_were_made_otherwise(self):
+    def test_the_hash_of_a_different_table_is_a_finding(self):
         publics = [self.path(f"publicKey{number}.pem") for number in NUMBERS]
         points = b"".join(bytes.fromhex(hash_of(each)) for each in publics)
         for wrong in (table_hash("brainpoolP256t1", publics), table_hash("prime256v1", publics[::-1]),
@@ -133,7 +133,7 @@ class Packet(InTemporaryFolder):
             replace(self.folder / TABLE, bytes.fromhex(wrong))
             self.assert_public([WRONG_TABLE], NUMBERS)
 
-    def test_pairs_that_changed_places(self):
+    def test_swapped_pairs_are_a_finding(self):
         for name in ("publicKey{}.pem", "publicKeyHash{}.bin"):
             contents = [self.path(name.format(number)).read_bytes() for number in ("02", "03")]
             for number, content in zip(("03", "02"), contents):
@@ -149,22 +149,22 @@ class Packet(InTemporaryFolder):
             "keys/publicKey05.pem: it is missing", "keys/publicKeyHash05.bin: it is missing",
             f"{TABLE}: it is missing"], self.without("00", "03", "05"))
 
-    def test_a_missing_private_key_is_a_finding_and_its_password_is_passed_over(self):
+    def test_a_missing_private_key_is_a_finding_and_its_password_is_skipped(self):
         self.path("privateKey01.pem").unlink()
         status, output, errors = self.with_passwords("keys")
         self.assertEqual((status, errors), (1, "keys/privateKey01.pem: it is missing\n"))
         self.assertEqual([line.split(":")[0] for line in output.splitlines()],
                          [f"keys/publicKey{number}.pem" for number in self.without("01")] + [TABLE])
 
-    def test_the_table_is_not_compared_where_a_public_key_is_unknown(self):
+    def test_the_table_is_not_compared_if_a_public_key_is_unknown(self):
         replace(self.path("publicKey04.pem"), b"")
         self.assert_public(["keys/publicKey04.pem: it is empty"], self.without("04"))
-        # But it is looked at.
+        # But its size is checked.
         replace(self.folder / TABLE, b"")
         self.assert_public(["keys/publicKey04.pem: it is empty", f"{TABLE}: it has 0 bytes, not 32"],
                            self.without("04"))
 
-    def test_a_key_twice(self):
+    def test_a_duplicate_key_is_a_finding(self):
         for name in ("privateKey{}.pem", "publicKey{}.pem", "publicKeyHash{}.bin"):
             for number in ("04", "06"):
                 replace(self.path(name.format(number)), self.path(name.format("02")).read_bytes())
@@ -174,7 +174,7 @@ class Packet(InTemporaryFolder):
                             "keys/publicKey06.pem: it is the key of keys/publicKey02.pem once more"],
                            NUMBERS, table=True)
 
-    def test_a_pair_on_the_other_curve(self):
+    def test_a_pair_on_the_other_curve_is_a_finding(self):
         other = self.folder / "other"
         other.mkdir()
         make_packet(other, "-ecc", "brainpoolP256t1")
@@ -184,7 +184,7 @@ class Packet(InTemporaryFolder):
         finding = "keys/publicKey05.pem: it is on brainpoolP256t1, and those before it are on prime256v1\n"
         self.assertEqual(self.run_verify("--public-only", "keys"), (1, output, finding))
 
-    def test_a_pair_of_another_packet(self):
+    def test_a_pair_of_another_packet_is_a_finding(self):
         other = self.folder / "other"
         other.mkdir()
         make_packet(other)
@@ -194,7 +194,7 @@ class Packet(InTemporaryFolder):
         self.assertEqual((status, errors), (1, f"{WRONG_TABLE}\n"))
         self.assertEqual(output.count(", AES-256-CBC, "), 8)
 
-    def test_private_keys_that_changed_places(self):
+    def test_swapped_private_keys_are_a_finding(self):
         contents = [self.path(f"privateKey{number}.pem").read_bytes() for number in ("02", "03")]
         for number, content in zip(("03", "02"), contents):
             replace(self.path(f"privateKey{number}.pem"), content)
@@ -207,28 +207,28 @@ class Packet(InTemporaryFolder):
         self.assertEqual(self.with_passwords("keys"), (
             1, output, f"keys/privateKey02.pem: {foreign}02.pem\nkeys/privateKey03.pem: {foreign}03.pem\n"))
 
-    def test_a_packet_of_one_is_told_by_its_files(self):
+    def test_a_packet_of_one_is_recognised_by_its_files(self):
         make_packet(self.folder, passwords=["only one"])
-        # Files of the earlier packet of eight are still there: all eight are expected, and the table is another one.
+        # Files of the earlier packet of eight still exist: all eight are expected, and the table does not match.
         self.assert_public([WRONG_TABLE], NUMBERS)
         for number in NUMBERS[1:]:
             self.path(f"publicKey{number}.pem").unlink()
             self.path(f"publicKeyHash{number}.bin").unlink()
         alone = self.lines(["00"]) + self.table_line(["00"]) + "all agrees: a packet of 1 (private keys left out)\n"
         self.assertEqual(self.run_verify("--public-only", "keys"), (0, alone, ""))
-        # The private keys of the others count where private keys do.
+        # The other private keys count only if private keys are checked.
         (self.folder / "words.txt").write_text("only one\n")
         status, _, errors = self.with_passwords("keys")
         self.assertEqual((status, errors.count("it is missing\n"), errors.count("holds no password for it\n")),
                          (1, 14, 7))
 
-    def test_one_left_of_eight_is_no_packet_of_one(self):
+    def test_one_remaining_pair_of_eight_is_not_a_packet_of_one(self):
         for number in NUMBERS[1:]:
             for name in (f"privateKey{number}.pem", f"publicKey{number}.pem", f"publicKeyHash{number}.bin"):
                 self.path(name).unlink()
         self.assert_public([WRONG_TABLE], ["00"])
 
-    def test_any_other_number_means_that_eight_belong_to_it(self):
+    def test_a_file_with_any_other_number_means_a_packet_of_eight(self):
         for name in ("publicKey07.pem", "publicKeyHash01.bin"):
             with self.subTest(left=name):
                 kept = self.path(name).read_bytes()
@@ -240,7 +240,7 @@ class Packet(InTemporaryFolder):
                 shutil.rmtree(self.folder / "keys")
                 make_packet(self.folder)
 
-    def test_a_table_alone_belongs_to_eight(self):
+    def test_a_table_alone_means_a_packet_of_eight(self):
         for path in (self.folder / "keys").iterdir():
             if path != self.folder / TABLE:
                 path.unlink()
@@ -249,7 +249,7 @@ class Packet(InTemporaryFolder):
         self.assertEqual(errors, "".join(f"keys/publicKey{number}.pem: it is missing\n"
                                          f"keys/publicKeyHash{number}.bin: it is missing\n" for number in NUMBERS))
 
-    def test_a_dangling_link_is_a_file_of_the_packet(self):
+    def test_a_dangling_link_counts_as_a_file_of_the_packet(self):
         make_packet(self.folder, passwords=["only one"])
         for path in (self.folder / "keys").glob("*0[1-7]*"):
             path.unlink()

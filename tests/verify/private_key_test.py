@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""A private key file is an encrypted block under one of two ciphers, opens, is sound, and belongs to its public key."""
+"""A private key file is a block encrypted with one of two ciphers, opens, is sound, and belongs to its public key."""
 
 import base64
 import os
@@ -35,7 +35,7 @@ def aes(size=32, vector=tlv(4, bytes(16)), identifier=None):
 
 AES_256 = AES_CBC[32]
 DES = bytes.fromhex("06082a864886f70d0307")
-# Encodings whose cipher is another one, or is not where it belongs.
+# Encodings with another cipher, or with the cipher in the wrong place.
 OTHER_ENCODINGS = [
     ("AES-192-CBC", scheme(pbkdf2(), aes(24)), OTHER_CIPHER),
     ("AES-256-GCM", scheme(pbkdf2(), aes(identifier=bytes.fromhex("060960864801650304012e"))), OTHER_CIPHER),
@@ -50,13 +50,13 @@ OTHER_ENCODINGS = [
     ("PBES2 by another name", scheme(pbkdf2(), aes(), identifier=bytes.fromhex("06092a864886f70d01050e")),
      OTHER_CIPHER),
     ("scrypt", scheme(pbkdf2(identifier=bytes.fromhex("06092b06010401da47040b")), aes()), OTHER_CIPHER),
-    ("a vector of another kind", scheme(pbkdf2(), aes(vector=tlv(2, bytes(16)))), OTHER_CIPHER),
-    ("a short vector", scheme(pbkdf2(), aes(vector=tlv(4, bytes(8)))), OTHER_CIPHER),
-    ("a salt of another kind", scheme(pbkdf2(salt=sequence()), aes()), OTHER_CIPHER),
+    ("an initialisation vector of another type", scheme(pbkdf2(), aes(vector=tlv(2, bytes(16)))), OTHER_CIPHER),
+    ("a short initialisation vector", scheme(pbkdf2(), aes(vector=tlv(4, bytes(8)))), OTHER_CIPHER),
+    ("a salt of another type", scheme(pbkdf2(salt=sequence()), aes()), OTHER_CIPHER),
     ("no rounds", scheme(sequence(PBKDF2, sequence(tlv(4, bytes(8)), sequence(HMAC_SHA256))), aes()), OTHER_CIPHER),
     ("rounds outside", scheme(sequence(PBKDF2, sequence(tlv(4, bytes(8))), tlv(2, b"\x08\x00")), aes()), OTHER_CIPHER),
     ("no content", scheme(pbkdf2(), aes(), b""), OTHER_CIPHER),
-    ("a content of another kind", scheme(pbkdf2(), aes(), tlv(3, bytes(144))), OTHER_CIPHER),
+    ("content of another type", scheme(pbkdf2(), aes(), tlv(3, bytes(144))), OTHER_CIPHER),
     ("something after the content", scheme(pbkdf2(), aes(), tlv(4, bytes(144)) + tlv(5, b"")), OTHER_CIPHER),
     ("something after it", scheme(pbkdf2(), aes()) + b"\0", OTHER_CIPHER),
     ("something after the cipher", scheme(pbkdf2(), aes() + tlv(5, b"")), OTHER_CIPHER),
@@ -64,7 +64,7 @@ OTHER_ENCODINGS = [
                                             tlv(4, bytes(144))), OTHER_CIPHER),
     ("no cipher", sequence(sequence(PBES2, sequence(pbkdf2())), tlv(4, bytes(144))), OTHER_CIPHER),
     ("the parts in another order", scheme(aes(), pbkdf2()), OTHER_CIPHER),
-    ("another kind outside", tlv(0x31, scheme(pbkdf2(), aes())[3:]), OTHER_CIPHER),
+    ("another outer type", tlv(0x31, scheme(pbkdf2(), aes())[3:]), OTHER_CIPHER),
     ("a set for the scheme", sequence(tlv(0x31, PBES2 + sequence(pbkdf2(), aes())), tlv(4, bytes(144))), OTHER_CIPHER),
     ("a set for the parameters", sequence(sequence(PBES2, tlv(0x31, pbkdf2() + aes())), tlv(4, bytes(144))),
      OTHER_CIPHER),
@@ -78,18 +78,18 @@ OTHER_ENCODINGS = [
     ("a length in nine bytes", b"\x30\x89" + bytes(8) + scheme(pbkdf2(), aes()), OTHER_CIPHER),
     ("two bytes", b"\x30\x00", OTHER_CIPHER),
     ("one byte", b"\x30", OTHER_CIPHER),
-    ("a million rounds and one", scheme(pbkdf2((1000001).to_bytes(3, "big")), aes()), TOO_MANY),
-    ("two thousand million rounds", scheme(pbkdf2(b"\x7f\xff\xff\xff"), aes()), TOO_MANY),
+    ("a million and one rounds", scheme(pbkdf2((1000001).to_bytes(3, "big")), aes()), TOO_MANY),
+    ("two billion rounds", scheme(pbkdf2(b"\x7f\xff\xff\xff"), aes()), TOO_MANY),
     ("rounds in five bytes", scheme(pbkdf2(b"\x00\xff\xff\xff\xff"), aes()), TOO_MANY),
     ("rounds in many bytes", scheme(pbkdf2(bytes(20)), aes()), TOO_MANY),
-    ("zeros for a key", scheme(pbkdf2(), aes()), CLOSED),
-    ("no whole number of blocks", scheme(pbkdf2(), aes(), tlv(4, bytes(143))), CLOSED),
-    ("an empty content", scheme(pbkdf2(), aes(), tlv(4, b"")), CLOSED),
+    ("zeros in place of a key", scheme(pbkdf2(), aes()), CLOSED),
+    ("not a whole number of blocks", scheme(pbkdf2(), aes(), tlv(4, bytes(143))), CLOSED),
+    ("empty content", scheme(pbkdf2(), aes(), tlv(4, b"")), CLOSED),
 ]
 
 
 def inner_keys(curve):
-    """Private keys that open under the password, beside the public key of the number 5, and what is found."""
+    """Private keys that open with the password but are checked against the public key of number 5, and the findings."""
     group = CURVES[curve]
     five, six = group.point(5), group.point(6)
     minus_five = (five[0], group.p - five[1])
@@ -132,16 +132,16 @@ class PrivateKey(InTemporaryFolder):
         return sha256(coordinates(point))
 
     def assert_agrees(self, curve, cipher, digest, **options):
-        wanted = f"keys/publicKey.pem: {curve}, {cipher}, {digest}\nall agrees: 1 pair\n"
-        self.assertEqual(self.with_passwords("keys", **options), (0, wanted, ""))
+        expected = f"keys/publicKey.pem: {curve}, {cipher}, {digest}\nall agrees: 1 pair\n"
+        self.assertEqual(self.with_passwords("keys", **options), (0, expected, ""))
 
-    def test_other_encodings(self):
+    def test_wrong_encodings_are_findings(self):
         for name, der, finding in OTHER_ENCODINGS:
             with self.subTest(name):
                 self.use(pem("ENCRYPTED PRIVATE KEY", der))
                 self.assert_finds([f"{self.PATH}: {finding}"], "keys")
 
-    def test_other_texts(self):
+    def test_damaged_texts_are_findings(self):
         good = (self.folder / self.PATH).read_bytes()
         texts = [
             (b"", "it is empty"),
@@ -163,7 +163,7 @@ class PrivateKey(InTemporaryFolder):
                 self.use(content)
                 self.assert_finds([f"{self.PATH}: {finding}"], "keys")
 
-    def test_keys_that_are_not_sound_or_belong_elsewhere(self):
+    def test_unsound_keys_and_keys_of_other_pairs_are_findings(self):
         for curve in CURVES:
             digest = self.use_key_five(curve)
             for name, plain, finding in inner_keys(curve):
@@ -172,15 +172,15 @@ class PrivateKey(InTemporaryFolder):
                     if finding:
                         self.assert_finds([f"{self.PATH}: {finding}"], "keys")
                     elif name == "Ed25519":
-                        # What openssl says of its soundness differs from version to version.
+                        # What openssl says about its soundness differs between versions.
                         status, output, errors = self.with_passwords("keys")
                         self.assertEqual((status, output), (1, ""))
                         self.assertIn(errors, {f"{self.PATH}: {each}\n" for each in (OTHER_KEY, CLOSED, UNSOUND)})
                     else:
                         self.assert_agrees(curve, "AES-256-CBC", digest)
 
-    def test_other_ways_to_encrypt_under_the_two_ciphers(self):
-        """A password that was changed with openssl: more rounds, or a longer salt."""
+    def test_other_parameters_with_the_two_ciphers_agree(self):
+        """As after changing the password with openssl: more rounds, or a longer salt."""
         digest = self.use_key_five("prime256v1")
         plain = private_der("prime256v1", 5, CURVES["prime256v1"].point(5))
         for size, cipher in ((16, "AES-128-CBC"), (32, "AES-256-CBC")):
@@ -189,18 +189,18 @@ class PrivateKey(InTemporaryFolder):
                     self.use(encrypted(plain, PASSWORD, key_size=size, **choices))
                     self.assert_agrees("prime256v1", cipher, digest)
 
-    def test_the_name_of_one_cipher_over_the_content_of_the_other(self):
+    def test_the_name_of_the_other_cipher_is_a_finding(self):
         self.use_key_five("prime256v1")
         plain = private_der("prime256v1", 5, CURVES["prime256v1"].point(5))
         self.use(encrypted(plain, PASSWORD, key_size=16, cipher=AES_256))
         self.assert_finds([f"{self.PATH}: {CLOSED}"], "keys")
 
-    def test_the_largest_number_of_rounds_is_tried(self):
+    def test_the_largest_number_of_rounds_is_accepted(self):
         self.use(pem("ENCRYPTED PRIVATE KEY", encrypted_der(b"no key", PASSWORD, rounds=1000000)))
         self.assert_finds([f"{self.PATH}: {CLOSED}"], "keys")
 
-    def test_each_byte_of_the_file_counts(self):
-        """Whatever letter of the block is changed, in the header, the salt, the vector or the content."""
+    def test_each_changed_byte_is_a_finding(self):
+        """Wherever the block is changed: in the header, the salt, the initialisation vector or the content."""
         good = (self.folder / self.PATH).read_bytes()
         lines = good.splitlines(keepends=True)
         body = len(lines[0])
@@ -217,8 +217,8 @@ class PrivateKey(InTemporaryFolder):
                 self.assertEqual(errors.count("\n"), 1)
                 self.assertTrue(errors.startswith(f"{self.PATH}: "), errors)
 
-    def test_an_openssl_that_ends_with_success_over_an_unsound_key(self):
-        """As that of version 1.1.1 does, which then also prints the public key."""
+    def test_an_unsound_key_is_a_finding_even_if_openssl_reports_success(self):
+        """As version 1.1.1 does, which also prints the public key."""
         tools = self.folder / "tools"
         tools.mkdir()
         openssl = shutil.which("openssl")
@@ -229,7 +229,7 @@ class PrivateKey(InTemporaryFolder):
         status, output, errors = self.with_passwords("keys", environment={"PATH": f"{tools}:{os.environ['PATH']}"})
         self.assertEqual((status, output, errors), (1, "", f"{self.PATH}: {UNSOUND}\n"))
 
-    def test_a_key_that_others_may_read(self):
+    def test_a_key_that_others_can_read_is_reported(self):
         warning = f"{self.PATH}: warning: others than its owner may read it\n"
         for mode, expected in ((0o400, ""), (0o600, ""), (0o500, ""), (0o440, warning), (0o404, warning),
                                (0o444, warning), (0o422, ""), (0o411, "")):
@@ -238,13 +238,13 @@ class PrivateKey(InTemporaryFolder):
                 status, output, errors = self.with_passwords("keys")
                 self.assertEqual((status, errors), (0, expected))
                 self.assertTrue(output.endswith("\nall agrees: 1 pair\n"))
-        # It says nothing of a key that is left out, and does not take the place of a finding.
+        # There is no warning about a key that is not checked, and the warning does not replace a finding.
         self.assertEqual(self.run_verify("--public-only", "keys")[2], "")
         (self.folder / self.PATH).chmod(0o644)
         (self.folder / "words.txt").write_text("another\n")
         self.assertEqual(self.with_passwords("keys"), (1, "", warning + f"{self.PATH}: {CLOSED}\n"))
 
-    def test_it_is_missing_or_no_regular_file(self):
+    def test_a_private_key_that_is_missing_or_not_a_regular_file_is_a_finding(self):
         path = self.folder / self.PATH
         path.unlink()
         self.assert_finds([f"{self.PATH}: it is missing"], "keys", status=2)
@@ -254,7 +254,7 @@ class PrivateKey(InTemporaryFolder):
         os.mkfifo(path)
         self.assert_finds([f"{self.PATH}: it is not a regular file"], "keys")
 
-    def test_it_is_looked_at_where_the_public_key_is_none(self):
+    def test_the_private_key_is_checked_even_if_the_public_key_is_invalid(self):
         replace(self.folder / "keys/publicKey.pem", b"no key\n")
         wrong = "keys/publicKey.pem: it is not one block of the kind PUBLIC KEY, in lines of 64 characters, " \
                 "and nothing else"
@@ -265,7 +265,7 @@ class PrivateKey(InTemporaryFolder):
         self.use(b"")
         self.assert_finds(["keys/publicKey.pem: it is empty", f"{self.PATH}: it is empty"], "keys")
 
-    def test_the_keys_of_two_pairs_in_one_folder(self):
+    def test_keys_of_two_pairs_in_one_folder_are_a_finding(self):
         other = pathlib.Path(self.folder, "other")
         other.mkdir()
         make_pair(other)

@@ -21,7 +21,7 @@ CIPHERS = {"aes256": "AES-256-CBC", "aes128": "AES-128-CBC"}
 
 
 def keygen(*arguments, folder):
-    """Runs the program, which has no questions to ask."""
+    """Runs the program with arguments about which it asks no questions."""
     subprocess.run([PROGRAM, *arguments], cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, check=True)
 
 
@@ -34,7 +34,7 @@ def make_packet(folder, *options, passwords=PASSWORDS):
 
 
 def replace(path, content):
-    """Puts content, or nothing, into the place of a file; nobody else may read it."""
+    """Replaces or removes a file. Only its owner may read it."""
     path.unlink()
     if content is not None:
         path.write_bytes(content)
@@ -55,7 +55,7 @@ def table_hash(curve, publics):
 
 
 class InTemporaryFolder(unittest.TestCase):
-    """Each test has a folder of its own, with a copy of what make_keys() wrote once for all of them, and the file
+    """Each test has a temporary directory with a copy of what make_keys() wrote once for all tests, and the file
     words.txt with the passwords."""
 
     maxDiff = None
@@ -80,13 +80,13 @@ class InTemporaryFolder(unittest.TestCase):
         self.temporary.mkdir()
 
     def run_verify(self, *arguments, environment=None, shell=None, **options):
-        """The status, what went to standard output, and what went to standard error."""
+        """The status, the standard output, and the standard error."""
         options = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
                    "start_new_session": True, "timeout": 100, "cwd": self.folder, **options}
         before = self.state()
         result = subprocess.run([*(shell or SHELL), VERIFY, *arguments],
                                 env=dict(os.environ, TMPDIR=str(self.temporary), **(environment or {})), **options)
-        self.assertEqual(self.state(), before, "a file was changed, made or removed")
+        self.assertEqual(self.state(), before, "a file was changed, created or removed")
         self.assertEqual(list(self.temporary.iterdir()), [])
         texts = [None if each is None else each.decode("utf-8", "surrogateescape")
                  for each in (result.stdout, result.stderr)]
@@ -104,5 +104,5 @@ class InTemporaryFolder(unittest.TestCase):
         return self.run_verify("--passwords", "words.txt", *arguments, **options)
 
     def assert_finds(self, findings, *arguments, status=1, output=""):
-        """The findings are all that is said; `output` is what is said of pairs that agree."""
+        """Expects exactly these findings; `output` is what is printed about pairs that agree."""
         self.assertEqual(self.with_passwords(*arguments), (status, output, "".join(f"{each}\n" for each in findings)))

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Passwords asked for on the terminal: once for each key, and not shown."""
+"""keygen-verify asks for passwords on the terminal: once for each key, and without echo."""
 
 import os
 import pty
@@ -17,19 +17,19 @@ CLOSED = "it does not open under its password, or holds no key"
 
 
 class Terminal:
-    """A run on a terminal of its own. Messages go to the terminal, too."""
+    """A run on a new terminal. Messages go to the terminal, too."""
 
     def __init__(self, folder, *arguments, **settings):
         self.pid, self.terminal = pty.fork()
         if self.pid == 0:
-            # Who runs the tests in the background may have it ignored, which is passed on.
+            # If the tests run in the background, the signal may be ignored, and a child process inherits that.
             signal.signal(signal.SIGINT, signal.SIG_DFL)
             os.chdir(folder)
             os.execvpe(SHELL[0], [*SHELL, VERIFY, *arguments], dict(os.environ, **settings))
         self.written = ""
 
     def read(self, seconds=100):
-        """Some of what is written; nothing where nothing comes any more."""
+        """The next part of the output; empty after its end."""
         if not select.select([self.terminal], [], [], seconds)[0]:
             raise TimeoutError(self.written)
         try:
@@ -46,7 +46,7 @@ class Terminal:
 
     def answer(self, question, answer):
         self.wait_for(question)
-        # The terminal takes it in silence from the question on, or a moment before; what comes earlier would be seen.
+        # The terminal stops echoing with the question, or a moment before. Earlier input would be echoed.
         while not self.is_silent():
             time.sleep(0.01)
         os.write(self.terminal, answer)
@@ -70,13 +70,13 @@ class OnTheTerminal(InTemporaryFolder):
     def line(self, name, cipher="AES-256-CBC"):
         return f"{name}: prime256v1, {cipher}, {hash_of(self.folder / name)}\n"
 
-    def test_a_pair(self):
+    def test_a_pair_asks_for_its_password(self):
         run = Terminal(self.folder, "keys")
         run.answer("keys/privateKey.pem: Enter Password:", b"correct horse\n")
         self.assertEqual(run.end(), (0, "keys/privateKey.pem: Enter Password:\n" + self.line("keys/publicKey.pem") +
                                      "all agrees: 1 pair\n"))
 
-    def test_blanks_at_the_ends_and_other_letters(self):
+    def test_a_password_may_contain_outer_spaces_and_non_ascii_letters(self):
         make_pair(self.folder, password="  größer $HOME\\n % ")
         run = Terminal(self.folder, "keys")
         run.answer("Enter Password:", "  größer $HOME\\n % \n".encode())
@@ -85,15 +85,15 @@ class OnTheTerminal(InTemporaryFolder):
     def test_a_packet_asks_once_for_each_key_in_order(self):
         make_packet_alone(self.folder)
         run = Terminal(self.folder, "keys")
-        wanted = ""
+        expected = ""
         for index, password in enumerate(PASSWORDS):
             question = f"keys/privateKey{index:02}.pem: Enter Password:"
             run.answer(question, password.encode() + b"\n")
-            wanted += question + "\n"
-            wanted += self.line(f"keys/publicKey{index:02}.pem")
+            expected += question + "\n"
+            expected += self.line(f"keys/publicKey{index:02}.pem")
         table = table_hash("prime256v1", sorted(self.folder.glob("keys/publicKey0*")))
-        wanted += f"keys/publicKeysHashHashes.bin: {table}\nall agrees: a packet of 8\n"
-        self.assertEqual(run.end(), (0, wanted))
+        expected += f"keys/publicKeysHashHashes.bin: {table}\nall agrees: a packet of 8\n"
+        self.assertEqual(run.end(), (0, expected))
 
     def test_a_wrong_password_is_not_asked_for_again(self):
         run = Terminal(self.folder, "keys")
@@ -101,25 +101,25 @@ class OnTheTerminal(InTemporaryFolder):
         self.assertEqual(run.end(), (1, "keys/privateKey.pem: Enter Password:\n"
                                      f"keys/privateKey.pem: {CLOSED}\n"))
 
-    def test_no_password(self):
+    def test_an_empty_password_opens_no_key(self):
         for answer in (b"\n", b"\x04"):
             run = Terminal(self.folder, "keys")
             run.answer("Enter Password:", answer)
             status, written = run.end()
             self.assertEqual((status, written.splitlines()[-1]), (1, f"keys/privateKey.pem: {CLOSED}"))
 
-    def test_nothing_is_asked_where_a_key_cannot_be_opened_anyway(self):
+    def test_no_password_is_asked_for_if_the_key_cannot_be_opened(self):
         replace(self.folder / "keys/privateKey.pem", b"")
         self.assertEqual(Terminal(self.folder, "keys").end(), (1, "keys/privateKey.pem: it is empty\n"))
 
-    def test_nothing_is_asked_for_public_keys(self):
+    def test_no_password_is_asked_for_public_keys(self):
         self.assertEqual(Terminal(self.folder, "--public-only", "keys").end()[0], 0)
 
-    def test_nothing_is_asked_with_passwords_from_a_file(self):
+    def test_no_password_is_asked_for_with_passwords_from_a_file(self):
         self.assertEqual(Terminal(self.folder, "--passwords", "words.txt", "keys").end(),
                          (0, self.line("keys/publicKey.pem") + "all agrees: 1 pair\n"))
 
-    def test_control_characters_of_a_name_do_not_reach_the_terminal(self):
+    def test_control_characters_in_a_name_do_not_reach_the_terminal(self):
         (self.folder / "keys").rename(self.folder / "a\033[2Jb")
         run = Terminal(self.folder, "a\033[2Jb")
         run.answer("a?[2Jb/privateKey.pem: Enter Password:", b"correct horse\n")
@@ -136,8 +136,8 @@ class OnTheTerminal(InTemporaryFolder):
         self.assertEqual(status, -signal.SIGINT)
         self.assertNotIn("privateKey02", written)
 
-    def test_after_an_interrupt_the_terminal_shows_again_what_is_typed(self):
-        """Seen from a shell on the same terminal, which lives on."""
+    def test_the_terminal_echoes_again_after_an_interrupt(self):
+        """Observed from a shell on the same terminal, which continues to run."""
         pid, terminal = pty.fork()
         if pid == 0:
             signal.signal(signal.SIGINT, signal.SIG_DFL)
@@ -153,8 +153,8 @@ class OnTheTerminal(InTemporaryFolder):
         os.write(terminal, b"\n")
         self.assertEqual(run.end()[0], 0)
 
-    def test_standard_input_is_not_asked(self):
-        """There is a terminal, and standard input is another thing."""
+    def test_passwords_are_not_read_from_standard_input(self):
+        """There is a terminal, but standard input is something else."""
         run = Terminal(self.folder, "keys")
         run.answer("Enter Password:", b"correct horse\n")
         self.assertEqual(run.end()[0], 0)
@@ -162,7 +162,7 @@ class OnTheTerminal(InTemporaryFolder):
         self.assertEqual((status, output, errors),
                          (2, "", "keys/privateKey.pem: there is no terminal to ask for its password on\n"))
 
-    def test_without_a_terminal_the_rest_is_checked(self):
+    def test_everything_else_is_checked_without_a_terminal(self):
         make_packet(self.folder)
         (self.folder / "keys/publicKeysHashHashes.bin").unlink()
         missing = "it is missing\n"
@@ -173,8 +173,8 @@ class OnTheTerminal(InTemporaryFolder):
                          "".join(f"keys/privateKey{index:02}.pem: {none}" for index in range(8)) +
                          f"keys/publicKeysHashHashes.bin: {missing}")
 
-    def test_a_terminal_that_is_there_but_not_standard_error(self):
-        """What is found goes to standard error, and the question to the terminal."""
+    def test_the_question_goes_to_the_terminal_even_if_standard_error_does_not(self):
+        """Findings go to standard error, and the question to the terminal."""
         pid, terminal = pty.fork()
         if pid == 0:
             os.chdir(self.folder)

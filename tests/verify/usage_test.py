@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""What is asked of the command: options, names of any kind, and what it says where it cannot check."""
+"""The command line: options, names of any kind, and the messages if nothing can be checked."""
 
 import os
 import shutil
@@ -15,13 +15,13 @@ usage: keygen-verify [--passwords FILE | --public-only] FOLDER
        keygen-verify [--passwords FILE | --public-only] [--packet] PRIVATE PUBLIC HASH
        keygen-verify --help | --version
 """
-# Characters that a shell, a tool or a terminal might take for something else.
+# Names that a shell, a tool or a terminal might misinterpret.
 NAMES = ["-keys", "--help", "-", "a  b", " ", "*", "[a-z]?", "$HOME", "`id`", "a'b\"c", "a\\nb", "a%sb", "&1", "~", "#",
          "äöü鍵😀", "(", "!", ";", "=", "hash"]
-# And as they are shown: what a terminal would obey is a question mark.
+# Names and how they are shown: control characters become question marks.
 ODD_NAMES = {"new\nline": "new?line", "end\n": "end?", "\n": "?", "tab\t": "tab?", "\033[31mred": "?[31mred",
              "\x7f": "?", "\u009b1m": "?1m", "ä\u0080\u009fß\u00a0": "ä??ß\u00a0", "a\rb": "a?b", "\x01\x1f": "??"}
-# Bytes that are no characters.
+# Bytes that are not characters.
 BROKEN_NAMES = {b"\x9b31m": "?31m", b"\xff\xfe": "??", b"\xc3": "?", b"\xc3(": "?(", b"\xe2\x82": "??",
                 b"\xe2\x82\x82": "₂", b"\xc0\x80": "??", b"\xc1\x9b": "??", b"\xe0\x82\x9b": "???",
                 b"\xf0\x80\x82\x9b": "????", b"\xf5\x80\x80\x80": "????", b"\xf0\x9f\x98": "???",
@@ -30,7 +30,7 @@ BROKEN_NAMES = {b"\x9b31m": "?31m", b"\xff\xfe": "??", b"\xc3": "?", b"\xc3(": "
 
 class Usage(InTemporaryFolder):
     def tools(self, **scripts):
-        """A folder to stand first in PATH, with scripts for commands. Returns the environment for it."""
+        """Creates a directory with scripts in place of commands. Returns an environment with it first in PATH."""
         folder = self.folder.parent / "tools"
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir()
@@ -48,7 +48,7 @@ class Usage(InTemporaryFolder):
     def assert_refuses(self, reason, *arguments):
         self.assert_stops(reason, *arguments, usage=USAGE)
 
-    def test_help(self):
+    def test_help_is_printed(self):
         for arguments in (["--help"], ["--public-only", "--help"], ["--help", "--unknown"]):
             status, output, errors = self.run_verify(*arguments)
             self.assertEqual((status, errors), (0, ""))
@@ -57,17 +57,17 @@ class Usage(InTemporaryFolder):
                 self.assertIn(f"\n{'  ' if word[0] == '-' else ''}{word}", output)
             self.assertEqual([line for line in output.splitlines() if len(line) > 87], [])
 
-    def test_version(self):
+    def test_the_version_is_printed(self):
         self.assertEqual(self.run_verify("--version"), (0, f"keygen-verify {VERSION}\n", ""))
 
-    def test_version_of_the_script_in_the_tree(self):
+    def test_the_script_in_the_tree_prints_the_version(self):
         for script in (TREE / "verify/keygen-verify", "keygen-verify", "verify/keygen-verify"):
             folder = TREE / "verify" if script == "keygen-verify" else TREE
             result = subprocess.run([*SHELL, str(script), "--version"], cwd=folder, stdin=subprocess.DEVNULL,
                                     stdout=subprocess.PIPE, stderr=subprocess.PIPE, universal_newlines=True)
             self.assertEqual((result.returncode, result.stdout, result.stderr), (0, f"keygen-verify {VERSION}\n", ""))
 
-    def test_wrong_options(self):
+    def test_wrong_options_are_refused(self):
         self.assert_refuses("unknown option: --public", "--public", "keys")
         self.assert_refuses("unknown option: -h", "-h")
         self.assert_refuses("unknown option: -?x", "-\nx")
@@ -76,13 +76,13 @@ class Usage(InTemporaryFolder):
         for order in (["--passwords", "words.txt", "--public-only"], ["--public-only", "--passwords", "words.txt"]):
             self.assert_refuses("--passwords and --public-only exclude each other", *order, "keys")
 
-    def test_a_wrong_number_of_names(self):
+    def test_a_wrong_number_of_names_is_refused(self):
         names = ["keys/privateKey.pem", "keys/publicKey.pem", "keys/publicKeyhash.bin"]
         for arguments in ([], names[:2], [*names, "more"], ["--packet"], ["--packet", "keys"], ["--packet", *names[:2]],
                           ["--packet", *names, "more"], ["--"], ["keys", "--public-only"]):
             self.assert_refuses("give a folder, or three files", *arguments)
 
-    def test_no_folder(self):
+    def test_a_folder_without_keys_is_refused(self):
         self.assert_stops("nowhere is not a folder", "nowhere")
         self.assert_stops("words.txt is not a folder", "words.txt")
         self.assert_stops(" is not a folder", "")
@@ -90,7 +90,7 @@ class Usage(InTemporaryFolder):
         self.assert_stops("empty holds no file of a pair or a packet", "empty")
         (self.folder / "empty/publicKey08.pem").write_text("")
         self.assert_stops("empty holds no file of a pair or a packet", "empty")
-        # A private key alone is nothing to check public keys by.
+        # A private key alone is not enough to check public keys.
         shutil.copy(self.folder / "keys/privateKey.pem", self.folder / "empty/privateKey.pem")
         self.assert_stops("empty holds no file of a pair or a packet", "--public-only", "empty")
         self.assertEqual(self.with_passwords("empty")[0], 2)
@@ -98,10 +98,10 @@ class Usage(InTemporaryFolder):
         self.assert_stops("empty holds no file of a pair or a packet", "--public-only", "empty")
         self.assertEqual(self.with_passwords("empty")[0], 1)
 
-    def test_no_packet_under_its_names(self):
+    def test_names_of_no_packet_are_refused(self):
         self.assert_stops("there is no file of a packet under these names", "--packet", "a.pem", "b.pem", "c.bin")
 
-    def test_no_openssl(self):
+    def test_a_missing_openssl_is_reported(self):
         tools = self.folder.parent / "tools"
         tools.mkdir()
         for name in ("awk", "od", "ls", "sed", *SHELL[:1]):
@@ -109,25 +109,25 @@ class Usage(InTemporaryFolder):
         self.assert_stops("there is no openssl command", "keys", environment={"PATH": str(tools)})
         self.assertEqual(self.run_verify("--help", environment={"PATH": str(tools)})[0], 0)
 
-    def test_an_openssl_that_does_not_work(self):
+    def test_a_broken_openssl_is_reported(self):
         environment = self.tools(openssl="echo 'cannot be loaded' >&2; exit 127")
         self.assertEqual(self.with_passwords("keys", environment=environment),
                          (2, "", "keys/publicKey.pem: the openssl command does not know the curve prime256v1\n"))
-        # What it takes no openssl for is looked at.
+        # What needs no openssl is checked.
         replace(self.folder / "keys/privateKey.pem", b"")
         self.assertEqual(self.with_passwords("keys", environment=environment),
                          (1, "", "keys/publicKey.pem: the openssl command does not know the curve prime256v1\n"
                           "keys/privateKey.pem: it is empty\n"))
 
-    def test_an_openssl_that_does_not_know_a_curve(self):
-        """As on systems that leave brainpoolP256t1 out."""
+    def test_an_openssl_without_a_curve_is_reported(self):
+        """As on systems whose openssl does not include brainpoolP256t1."""
         real = shutil.which("openssl")
         for said in ("exit 1", "echo Key is invalid; exit"):
             environment = self.tools(openssl=f'case "$*" in *-pubcheck*) {said} ;; esac; exec "{real}" "$@"')
             self.assertEqual(self.run_verify("--public-only", "keys", environment=environment),
                              (2, "", "keys/publicKey.pem: the openssl command does not know the curve prime256v1\n"))
 
-    def test_an_openssl_that_computes_nothing(self):
+    def test_an_openssl_without_sha256_is_reported(self):
         real = shutil.which("openssl")
         for said in (":", "echo 12 stdin", "printf '%064d' 0 | tr 0 X", "printf '%063d' 0", "printf '%065d' 0"):
             environment = self.tools(openssl=f'case "$*" in dgst*) {said}; exit ;; esac; exec "{real}" "$@"')
@@ -147,7 +147,7 @@ class Usage(InTemporaryFolder):
             self.assertEqual(self.with_passwords("keys", environment=settings),
                              (0, self.line("keys/publicKey.pem") + "all agrees: 1 pair\n", ""))
 
-    def test_a_shell_whose_printf_is_a_program(self):
+    def test_a_shell_without_a_builtin_printf_is_refused(self):
         if SHELL[0] == "bash":
             shell = ["bash", "--posix", "-c", 'enable -n printf; . "$0"']
             printf = subprocess.run(["bash", "-c", "enable -n printf; command -v printf"], stdout=subprocess.PIPE)
@@ -159,7 +159,7 @@ class Usage(InTemporaryFolder):
             shown = subprocess.run([*SHELL, "-c", "command -v printf"], stdout=subprocess.PIPE).stdout
             self.assertEqual(shown, b"printf\n")
 
-    def test_names_with_anything_in_them(self):
+    def test_a_folder_name_may_contain_anything(self):
         good = self.run_verify("--public-only", "keys")
         self.assertEqual(good[0], 0)
         previous = "keys"
@@ -171,7 +171,7 @@ class Usage(InTemporaryFolder):
                 self.assertEqual(self.run_verify("--public-only", "--", name),
                                  (0, good[1].replace("keys/", f"{shown}/"), ""))
 
-    def test_files_with_such_names(self):
+    def test_file_names_may_contain_anything(self):
         names = ["private", "public", "hash"]
         for name, shown in [("-x*?", "-x*?"), ("&2", "&2"), *ODD_NAMES.items()]:
             with self.subTest(name=name):
@@ -191,8 +191,8 @@ class Usage(InTemporaryFolder):
                     f"{shown}private: warning: others than its owner may read it\n"))
                 shutil.rmtree(folder)
 
-    def test_a_folder_that_cannot_be_entered_and_files_that_cannot_be_read(self):
-        """Root can; for root all agrees."""
+    def test_inaccessible_folders_and_files_are_reported(self):
+        """Root can access them, so everything agrees for root."""
         root = os.geteuid() == 0
         agrees = (0, self.line("keys/publicKey.pem") + "all agrees: 1 pair\n", "")
         for name in ("publicKey.pem", "publicKeyhash.bin", "privateKey.pem"):
@@ -214,7 +214,7 @@ class Usage(InTemporaryFolder):
             result = subprocess.run([*SHELL, VERIFY, "--public-only", "keys"], cwd=self.folder, stderr=subprocess.PIPE)
             self.assertEqual((result.returncode, result.stderr), (2, b"keygen-verify: keys cannot be entered\n"))
 
-    def test_reading_that_fails_on_the_way(self):
+    def test_a_read_error_is_reported(self):
         make_packet(self.folder, passwords=["only one"])
         names = ["publicKey.pem", "publicKeyhash.bin", "publicKey00.pem", "publicKeyHash00.bin",
                  "publicKeysHashHashes.bin"]
@@ -224,13 +224,13 @@ class Usage(InTemporaryFolder):
         self.assertEqual(self.run_verify("--passwords", "words.txt", "keys", environment=environment),
                          (2, "", "keygen-verify: words.txt cannot be read\n"))
 
-    def test_output_that_cannot_be_written(self):
+    def test_an_output_error_is_reported(self):
         failed = "keygen-verify: the {} could not be written\n"
         with open("/dev/full", "wb") as full:
             self.assertEqual(self.run_verify("--public-only", "keys", stdout=full)[::2], (2, failed.format("output")))
             for option in ("--help", "--version"):
                 self.assertEqual(self.run_verify(option, stdout=full)[::2], (2, failed.format("output")))
-            # What was found matters more, and does not need it.
+            # A finding takes precedence, and is printed to standard error.
             replace(self.folder / "keys/publicKeyhash.bin", b"")
             self.assertEqual(self.run_verify("--public-only", "keys", stdout=full)[::2],
                              (1, "keys/publicKeyhash.bin: it has 0 bytes, not 32\n"))
@@ -238,7 +238,7 @@ class Usage(InTemporaryFolder):
     def closing(self, streams):
         return [*SHELL, "-c", f'exec "$@" {streams}', "sh", *SHELL]
 
-    def test_closed_streams(self):
+    def test_closed_streams_change_only_the_output(self):
         good = self.line("keys/publicKey.pem") + "all agrees: 1 pair\n"
         closed = "keygen-verify: the output could not be written\n"
         for streams, expected in (("<&-", (0, good, "")), ("2>&-", (0, good, "")), (">&-", (2, "", closed)),
@@ -250,15 +250,15 @@ class Usage(InTemporaryFolder):
         for streams in ("<&- >&- 2>&-", "2>&-"):
             self.assertEqual(self.with_passwords("keys", shell=self.closing(streams)), (1, "", ""))
 
-    def test_a_reader_that_goes_away(self):
+    def test_a_reader_that_ends_early_ends_the_run(self):
         process = subprocess.Popen([*SHELL, VERIFY, "--public-only", "keys"], cwd=self.folder, stdin=subprocess.DEVNULL,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         process.stdout.close()
         self.assertEqual((process.stderr.read(), process.wait()), (b"", -signal.SIGPIPE))
         process.stderr.close()
 
-    def test_tools_of_busybox(self):
-        """On a system where they are the only ones."""
+    def test_the_tools_of_busybox_suffice(self):
+        """As on a system that has no others."""
         folder = self.folder.parent / "busybox tools"
         folder.mkdir()
         for name in ("awk", "od", "ls", "sed"):
@@ -274,8 +274,8 @@ class Usage(InTemporaryFolder):
         self.assertEqual(self.with_passwords("Schlüssel\n", environment=environment)[2].splitlines()[0],
                          "Schlüssel?/publicKey.pem: its point is not on the curve prime256v1")
 
-    def test_other_programs_of_the_name_of_a_function_or_a_variable(self):
-        """A working folder that holds files called as the arguments of tools is no matter."""
+    def test_files_named_like_arguments_of_tools_do_not_matter(self):
+        """The working directory contains files with the names of arguments that the script passes to tools."""
         for name in ("-An", "-N", "u1", "x1", "-v", "label=PUBLIC KEY", "openssl", "dgst"):
             (self.folder / name).write_text("#!/bin/sh\nexit 1\n")
         self.assertEqual(self.with_passwords("keys"),

@@ -1,4 +1,4 @@
-// The dialogue where its input ends, and where there is no usable home folder.
+// The dialogue at the end of its input, and without a usable home directory.
 #include "tests/support/captured_output.h"
 #include "tests/support/dialogue_script.h"
 #include "tests/support/pseudo_terminal.h"
@@ -26,7 +26,8 @@ namespace fs = std::filesystem;
 
 // End of input
 
-/// The key generator on a terminal, but for its standard input, which is `input` and then its end.
+/// The key generator on a terminal, except for its standard input, which is `input` followed by the end of
+/// input.
 std::unique_ptr<PseudoTerminal> withInput(const std::string &input, const TemporaryFolder &folder)
 {
     return std::make_unique<PseudoTerminal>([&] {
@@ -37,7 +38,7 @@ std::unique_ptr<PseudoTerminal> withInput(const std::string &input, const Tempor
         dup2(ends[0], STDIN_FILENO);
         close(ends[0]);
         close(ends[1]);
-        BecomeKeygen(folder.path());
+        ExecKeygen(folder.path());
     });
 }
 
@@ -52,11 +53,11 @@ std::string repeated(const std::string &text, int times)
 struct EndedInput {
     std::string name;
     std::string input;
-    std::string question; ///< the first to which there is no answer
-    std::string repeated; ///< what follows, for ever
+    std::string question; ///< the first question without an answer
+    std::string repeated; ///< what is printed again and again
 };
 
-/// Inputs up to each question, where a password that is read then is refused with `refusal`.
+/// Inputs up to each question. A password that is read at that point is refused with `refusal`.
 std::vector<EndedInput> inputsUpToEachQuestion(const std::string &refusal)
 {
     const std::string onePair = "./keys\n1\n";
@@ -80,9 +81,9 @@ std::vector<EndedInput> endedInputs()
         Error("Error: missing -pwd (--password) parametre : password is mandatory\n"));
 }
 
-class DialogueInputsEndAt : public testing::TestWithParam<EndedInput> {};
+class DialogueAtTheEndOfInput : public testing::TestWithParam<EndedInput> {};
 
-TEST_P(DialogueInputsEndAt, RepeatsTheQuestionTwentyTimesASecondAtMost)
+TEST_P(DialogueAtTheEndOfInput, TheQuestionIsRepeatedAtMostTwentyTimesASecond)
 {
     constexpr int times = 4;
     const TemporaryFolder folder;
@@ -90,17 +91,17 @@ TEST_P(DialogueInputsEndAt, RepeatsTheQuestionTwentyTimesASecondAtMost)
     const std::unique_ptr<PseudoTerminal> terminal = withInput(GetParam().input, folder);
     const std::string expected = GetParam().question + repeated(GetParam().repeated, times);
     EXPECT_TRUE(terminal->reaches([&] { return terminal->screen().find(expected) != std::string::npos; }));
-    // One pause before each repeat, however long the rest took.
+    // There is one pause before each repetition; the rest may take any time.
     EXPECT_GE(std::chrono::steady_clock::now() - start, times * std::chrono::milliseconds(50));
 }
 
-INSTANTIATE_TEST_SUITE_P(EachQuestion, DialogueInputsEndAt, testing::ValuesIn(endedInputs()),
+INSTANTIATE_TEST_SUITE_P(EachQuestion, DialogueAtTheEndOfInput, testing::ValuesIn(endedInputs()),
                          [](const auto &test) { return test.param.name; });
 
-// Lines without end
+// Endless lines
 
-/// The key generator on a terminal, but for its standard input, which is `input` and then zeros for ever. The
-/// first line on the screen is its process id.
+/// The key generator on a terminal, except for its standard input, which is `input` followed by endless
+/// zeros. The first line on the screen is its process id.
 std::unique_ptr<PseudoTerminal> withEndlessLine(const std::string &input, const TemporaryFolder &folder)
 {
     return std::make_unique<PseudoTerminal>([&] {
@@ -110,7 +111,7 @@ std::unique_ptr<PseudoTerminal> withEndlessLine(const std::string &input, const 
         if (fork() == 0) {
             close(ends[0]);
             const std::string zeros(65536, '\0');
-            // Ends by a signal when the reader has gone.
+            // SIGPIPE ends this process when the reader has ended.
             for (const std::string *next = &input; write(ends[1], next->data(), next->size()) >= 0;)
                 next = &zeros;
             _exit(1);
@@ -119,11 +120,11 @@ std::unique_ptr<PseudoTerminal> withEndlessLine(const std::string &input, const 
         close(ends[0]);
         close(ends[1]);
         dprintf(STDOUT_FILENO, "%d\n", getpid());
-        BecomeKeygen(folder.path());
+        ExecKeygen(folder.path());
     });
 }
 
-/// The most memory that a process has had resident, in KiB.
+/// The peak resident memory of a process, in KiB.
 int peakMemory(pid_t id)
 {
     std::ifstream status("/proc/" + std::to_string(id) + "/status");
@@ -134,26 +135,26 @@ int peakMemory(pid_t id)
     return INT_MAX;
 }
 
-class DialogueInputsGoOnWithoutLineEndAt : public testing::TestWithParam<EndedInput> {};
+class DialogueOnAnEndlessLine : public testing::TestWithParam<EndedInput> {};
 
-TEST_P(DialogueInputsGoOnWithoutLineEndAt, RefusesThemInLittleMemory)
+TEST_P(DialogueOnAnEndlessLine, AnEndlessLineIsRefusedWithoutMuchMemory)
 {
     const TemporaryFolder folder;
     const std::unique_ptr<PseudoTerminal> terminal = withEndlessLine(GetParam().input, folder);
     const std::string expected = GetParam().question + GetParam().repeated;
     EXPECT_TRUE(terminal->reaches([&] { return terminal->screen().find(expected) != std::string::npos; }));
-    // A sanitizer takes more.
+    // A sanitizer uses more.
     if (!underSanitizers) {
         EXPECT_LT(peakMemory(std::stoi(terminal->screen())), 64 * 1024);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    EachQuestion, DialogueInputsGoOnWithoutLineEndAt,
+    EachQuestion, DialogueOnAnEndlessLine,
     testing::ValuesIn(inputsUpToEachQuestion(Error("Error: password must be less than 1024 caracters\n"))),
     [](const auto &test) { return test.param.name; });
 
-TEST(DialogueInputsGoOnWithoutLineEnd, EndsTheRunAtTheFolder)
+TEST(DialogueOnAnEndlessDirectoryName, TheRunEnds)
 {
     const TemporaryFolder folder;
     for (const char *input : {"/dev/zero", "long"}) {
@@ -168,10 +169,10 @@ TEST(DialogueInputsGoOnWithoutLineEnd, EndsTheRunAtTheFolder)
     }
 }
 
-TEST(DialogueInputsEnd, PassesOnATerminal)
+TEST(DialogueAfterTheEndOfInput, TheDialogueContinuesOnATerminal)
 {
     const TemporaryFolder folder;
-    PseudoTerminal terminal([&] { BecomeKeygen(folder.path()); });
+    PseudoTerminal terminal([&] { ExecKeygen(folder.path()); });
     ASSERT_TRUE(terminal.answers(question::Folder("home/Corvane_KeyGen/"), "new/keys\n"));
     ASSERT_TRUE(terminal.answers(question::createFolder, "\x04"));
     ASSERT_TRUE(terminal.answers(question::createFolderAgain, "\x04"));
@@ -186,16 +187,16 @@ TEST(DialogueInputsEnd, PassesOnATerminal)
     EXPECT_TRUE(OpensPrivateKey(folder / "new/keys/privateKey.pem", "abcd"));
 }
 
-TEST(DialogueInputsEnd, KeepsTheDefaultFolder)
+TEST(DialogueAfterTheEndOfInput, TheDefaultDirectoryIsUsed)
 {
     const TemporaryFolder folder;
-    PseudoTerminal terminal([&] { BecomeKeygen(folder.path()); });
+    PseudoTerminal terminal([&] { ExecKeygen(folder.path()); });
     ASSERT_TRUE(terminal.answers(question::Folder("home/Corvane_KeyGen/"), "\x04"));
     ASSERT_TRUE(terminal.shows(question::packets));
     EXPECT_TRUE(terminal.screen().ends_with(question::Folder("home/Corvane_KeyGen/") + question::packets));
 }
 
-// Home folders
+// Home directories
 
 const char *const everyAnswer = "\n1\nabcd\nabcd\n1\n1\n";
 
@@ -206,7 +207,7 @@ std::string tail(const ProgramResult &run)
     return run.output.substr(run.output.find(question::cipher) + question::cipher.size());
 }
 
-/// The question and the lines that end a run whose default folder, in `home`, cannot be had.
+/// The question and the final lines of a run whose default directory, in `home`, cannot be created.
 std::string noFolder(const std::string &home)
 {
     return Info(home + "/Corvane_KeyGen\n") + question::createFolder +
@@ -214,7 +215,7 @@ std::string noFolder(const std::string &home)
            Error("Please make sure you have entered the correct path.\n");
 }
 
-TEST(DialogueHome, TheHomeFolderIsTheFolderThatTheEnvironmentNames)
+TEST(DialogueHome, TheHomeDirectoryIsTheOneThatTheEnvironmentNames)
 {
     const TemporaryFolder folder;
     const std::string home = folder / "at home";
@@ -225,7 +226,7 @@ TEST(DialogueHome, TheHomeFolderIsTheFolderThatTheEnvironmentNames)
     EXPECT_TRUE(OpensPrivateKey(home + "/Corvane_KeyGen/privateKey.pem", "abcd"));
 }
 
-TEST(DialogueHome, TheHomeFolderIsTheRootWhereTheEnvironmentNamesNone)
+TEST(DialogueHome, TheHomeDirectoryIsTheRootIfTheEnvironmentNamesNone)
 {
     const TemporaryFolder folder;
     for (const std::vector<std::string> &arguments : {std::vector<std::string>{"-u", "HOME", KeygenProgram()},
@@ -239,7 +240,7 @@ TEST(DialogueHome, TheHomeFolderIsTheRootWhereTheEnvironmentNamesNone)
     }
 }
 
-TEST(DialogueHome, TheHomeFolderIsCreatedWhenItIsMissingAndTheUserAgrees)
+TEST(DialogueHome, AMissingHomeDirectoryIsCreatedIfTheUserAgrees)
 {
     const TemporaryFolder folder;
     const ProgramResult run = RunOnPipe(std::string(everyAnswer) + "y\n", folder.path(), "no/home");
@@ -249,7 +250,7 @@ TEST(DialogueHome, TheHomeFolderIsCreatedWhenItIsMissingAndTheUserAgrees)
     EXPECT_TRUE(OpensPrivateKey(folder / "no/home/Corvane_KeyGen/privateKey.pem", "abcd"));
 }
 
-TEST(DialogueHome, EndsTheRunWhenItIsMissingAndTheUserDeclines)
+TEST(DialogueHome, TheRunEndsIfTheUserDeclinesToCreateTheHomeDirectory)
 {
     const TemporaryFolder folder;
     const ProgramResult run = RunOnPipe(std::string(everyAnswer) + "n\n", folder.path(), "no/home");
@@ -258,7 +259,7 @@ TEST(DialogueHome, EndsTheRunWhenItIsMissingAndTheUserDeclines)
     EXPECT_FALSE(fs::exists(folder / "no"));
 }
 
-TEST(DialogueHome, EndsTheRunWhereNothingCanBeCreatedInIt)
+TEST(DialogueHome, TheRunEndsIfNothingCanBeCreatedInTheHomeDirectory)
 {
     const TemporaryFolder folder;
     for (const std::string home : {"/dev/null", "/proc"}) {
@@ -268,7 +269,7 @@ TEST(DialogueHome, EndsTheRunWhereNothingCanBeCreatedInIt)
     }
 }
 
-TEST(DialogueHome, EndsTheRunWhereAFileHasTheFoldersName)
+TEST(DialogueHome, TheRunEndsIfAFileHasTheNameOfTheDefaultDirectory)
 {
     const TemporaryFolder folder;
     fs::create_directory(folder / "home");

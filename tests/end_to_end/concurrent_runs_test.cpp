@@ -1,4 +1,4 @@
-// Runs into the same folder at the same time take turns.
+// Concurrent runs into the same directory take turns.
 #include "tests/support/background_run.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
@@ -27,22 +27,22 @@ using Arguments = std::vector<std::string>;
 
 constexpr int rounds = 15;
 
-/// Holds a folder as another run would.
-class HeldFolder {
+/// Locks a directory as another run would.
+class LockedDirectory {
 public:
-    explicit HeldFolder(const std::string &path) : descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC))
+    explicit LockedDirectory(const std::string &path) : descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC))
     {
         EXPECT_EQ(flock(descriptor, LOCK_EX), 0);
     }
-    ~HeldFolder() { close(descriptor); }
-    HeldFolder(const HeldFolder &) = delete;
-    HeldFolder &operator=(const HeldFolder &) = delete;
+    ~LockedDirectory() { close(descriptor); }
+    LockedDirectory(const LockedDirectory &) = delete;
+    LockedDirectory &operator=(const LockedDirectory &) = delete;
 
 private:
     int descriptor;
 };
 
-class SideBySide : public testing::Test {
+class ConcurrentRuns : public testing::Test {
 protected:
     ProgramCall call(const Arguments &arguments) const
     {
@@ -72,7 +72,7 @@ protected:
     TemporaryFolder folder;
 };
 
-TEST_F(SideBySide, PairsBelongTogether)
+TEST_F(ConcurrentRuns, TheFilesOfAPairBelongTogether)
 {
     for (const std::size_t runs : {2U, 4U}) {
         for (int round = 0; round < rounds; ++round) {
@@ -88,7 +88,7 @@ TEST_F(SideBySide, PairsBelongTogether)
                                "0444 32 keys/publicKeyhash.bin\n");
 }
 
-TEST_F(SideBySide, PacketsBelongTogetherAndWithTheirTablesHash)
+TEST_F(ConcurrentRuns, TheFilesOfAPacketBelongTogether)
 {
     const Arguments packet = {"-n",   "8",    "-abs", "packet", "-pwd", "p111", "p222",
                               "p333", "p444", "p555", "p666",   "p777", "p888"};
@@ -108,8 +108,8 @@ TEST_F(SideBySide, PacketsBelongTogetherAndWithTheirTablesHash)
     }
 }
 
-// Each takes the folders of the other two in another order.
-TEST_F(SideBySide, RunsInThreeFoldersDoNotWaitForEachOther)
+// Each run locks the directories of the other two in a different order.
+TEST_F(ConcurrentRuns, RunsThatShareThreeDirectoriesDoNotDeadlock)
 {
     for (const char *name : {"a", "b", "c"})
         fs::create_directory(folder / name);
@@ -131,10 +131,10 @@ TEST_F(SideBySide, RunsInThreeFoldersDoNotWaitForEachOther)
     }
 }
 
-TEST_F(SideBySide, ARunWaitsUntilTheFolderIsFree)
+TEST_F(ConcurrentRuns, ARunWaitsUntilTheDirectoryIsUnlocked)
 {
     fs::create_directory(folder / "keys");
-    auto held = std::make_unique<HeldFolder>(folder / "keys");
+    auto held = std::make_unique<LockedDirectory>(folder / "keys");
     BackgroundRun run(call({"-pwd", "password", "-abs", "keys"}));
     ASSERT_TRUE(run.waitsForALock());
     EXPECT_EQ(FilesIn(folder), "keys/\n");
@@ -143,10 +143,10 @@ TEST_F(SideBySide, ARunWaitsUntilTheFolderIsFree)
     expectPair("keys/privateKey.pem", "keys/publicKey.pem", "keys/publicKeyhash.bin", "password");
 }
 
-TEST_F(SideBySide, AWaitingRunEndsOnCtrlC)
+TEST_F(ConcurrentRuns, AWaitingRunEndsOnCtrlC)
 {
     fs::create_directory(folder / "keys");
-    const HeldFolder held(folder / "keys");
+    const LockedDirectory held(folder / "keys");
     for (const int signal : {SIGINT, SIGTERM}) {
         BackgroundRun run(call({"-pwd", "password", "-abs", "keys"}));
         ASSERT_TRUE(run.waitsForALock());
@@ -157,23 +157,23 @@ TEST_F(SideBySide, AWaitingRunEndsOnCtrlC)
     }
 }
 
-TEST_F(SideBySide, RunsIntoDifferentFoldersDoNotWait)
+TEST_F(ConcurrentRuns, RunsIntoDifferentDirectoriesDoNotWait)
 {
     fs::create_directory(folder / "keys");
-    const HeldFolder held(folder / "keys");
-    // The folder above is another one, too.
+    const LockedDirectory held(folder / "keys");
+    // The parent directory counts as a different one, too.
     for (const char *other : {"others", ".", "keys/inner"})
         EXPECT_EQ(RunIn(folder, {"-pwd", "password", "-abs", other}).status, 0);
 }
 
-TEST_F(SideBySide, RandomDataDoesNotWait)
+TEST_F(ConcurrentRuns, ARunForRandomDataDoesNotWait)
 {
-    const HeldFolder held(folder.path().string());
+    const LockedDirectory held(folder.path().string());
     EXPECT_TRUE(EndedAsIn(RunIn(folder, {"-rand", "16", "noise.bin"}), 0, "random_data.txt"));
 }
 
-// Nobody but root may read such a folder, so there is nothing to lock.
-TEST_F(SideBySide, AFolderThatMayNotBeReadIsDoneWithout)
+// Only root may read such a directory, so other users cannot lock it.
+TEST_F(ConcurrentRuns, ADirectoryThatCannotBeReadIsNotLocked)
 {
     fs::create_directory(folder / "keys");
     fs::permissions(folder / "keys", fs::perms(0300));

@@ -1,5 +1,5 @@
-// Runs that a signal ends or stops: at any moment each path holds the older file or the new one, whole and
-// with its final mode.
+// Runs that a signal ends or stops. At any moment each path holds either the older file or the complete new
+// one with its final mode.
 #include "tests/support/background_run.h"
 #include "tests/support/sanitizer.h"
 #include "tests/support/temporary_folder.h"
@@ -27,15 +27,15 @@ namespace {
 constexpr std::array signals = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGPIPE,
                                 SIGTSTP, SIGALRM, SIGUSR1, SIGUSR2};
 
-class BrokenOffRun : public testing::Test {
+class InterruptedRun : public testing::Test {
 protected:
     void SetUp() override
     {
         if (underSanitizers)
-            GTEST_SKIP() << "what raises the signals takes the place of malloc, as a sanitizer does";
+            GTEST_SKIP() << "the library that raises the signals replaces malloc, as a sanitizer does";
     }
 
-    /// Runs in `folder` with `signal` coming before call number `call` of the C library.
+    /// Runs in `folder`, and raises `signal` before call number `call` of the C library.
     ProgramResult runUnder(const std::vector<std::string> &arguments, int signal, int call) const
     {
         std::map<std::string, std::string> environment;
@@ -43,7 +43,7 @@ protected:
             const std::string line = *entry;
             environment[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
         }
-        // A blank in LD_PRELOAD parts two libraries; the folder may have one.
+        // A space in LD_PRELOAD separates two libraries, and the path of the build may contain one.
         const fs::path library = FAILING_CALL;
         environment["LD_PRELOAD"] = library.filename();
         environment["LD_LIBRARY_PATH"] = library.parent_path();
@@ -59,11 +59,12 @@ protected:
     TemporaryFolder folder;
 };
 
-/// Runs that make a pair, each in the same situation.
-class BrokenOffPair : public BrokenOffRun {
+/// Runs that make a pair, each starting from the same files.
+class InterruptedPair : public InterruptedRun {
 protected:
-    /// A signal at every call until the run ends before the call comes: SIGTERM, and one of all in turn.
-    void breakOffAtEveryCall()
+    /// Raises a signal at every call until the run ends before that call: SIGTERM, and one of the other
+    /// signals in turn.
+    void interruptAtEveryCall()
     {
         std::set<std::string> situations;
         for (std::size_t call = 1; situations.count("run ended") == 0; ++call) {
@@ -81,7 +82,7 @@ protected:
                 situations.insert(situation());
             }
         }
-        // The signals came before the files, after each of them, and never.
+        // Some signals arrived before the first file, some after each file, and one not at all.
         EXPECT_EQ(situations, (std::set<std::string>{"000", "100", "110", "111", "run ended"}));
     }
 
@@ -102,8 +103,8 @@ private:
             fs::copy(folder / "older", folder / "keys");
     }
 
-    /// For each of the files whether the run replaced or created it. A new file is checked, and that it goes
-    /// with the new one before it.
+    /// One digit for each file: whether the run replaced or created it. A new file is checked, and so is that
+    /// it belongs to the new file before it.
     std::string situation()
     {
         std::string text;
@@ -134,18 +135,18 @@ private:
     std::map<std::string, std::string> olderFiles;
 };
 
-TEST_F(BrokenOffPair, LeavesOlderFilesOrWholeNewOnes)
+TEST_F(InterruptedPair, EachFileIsTheOlderOneOrACompleteNewOne)
 {
     rememberOlderFiles();
-    breakOffAtEveryCall();
+    interruptAtEveryCall();
 }
 
-TEST_F(BrokenOffPair, LeavesNothingOrWholeFilesInAnEmptyFolder)
+TEST_F(InterruptedPair, EachFileInAnEmptyDirectoryIsMissingOrComplete)
 {
-    breakOffAtEveryCall();
+    interruptAtEveryCall();
 }
 
-TEST_F(BrokenOffRun, LeavesOlderRandomDataOrAllOfTheNew)
+TEST_F(InterruptedRun, TheRandomDataIsTheOlderFileOrTheCompleteNewOne)
 {
     const std::string path = folder / "noise.bin";
     const std::string older(9001, 'o');
@@ -156,23 +157,23 @@ TEST_F(BrokenOffRun, LeavesOlderRandomDataOrAllOfTheNew)
         PutFile(folder, "noise.bin", older);
         fs::permissions(path, fs::perms(0640));
         const ProgramResult run = runUnder({"-rand", "9000", "noise.bin"}, signal, static_cast<int>(call));
-        situations.insert(run.signal == 0 ? "run ended" : "run broken off");
+        situations.insert(run.signal == 0 ? "run ended" : "run interrupted");
         EXPECT_EQ(run.signal == 0 ? signal : run.signal, signal);
         EXPECT_EQ(ModeOf(path), 0640);
         const std::string content = ReadFile(path);
         EXPECT_TRUE(content == older || content.size() == 9000) << content.size() << " bytes";
         situations.insert(content == older ? "old" : "new");
     }
-    EXPECT_EQ(situations, (std::set<std::string>{"old", "new", "run broken off", "run ended"}));
+    EXPECT_EQ(situations, (std::set<std::string>{"old", "new", "run interrupted", "run ended"}));
 }
 
-// Without a reader the opening of a pipe waits for ever, and the signal is all that ends it.
-TEST_F(BrokenOffRun, ARunMayWaitForAPipesReader)
+// Opening a pipe without a reader blocks forever, so only the signal can end the run.
+TEST_F(InterruptedRun, ASignalEndsARunThatWaitsForTheReaderOfAPipe)
 {
     fs::create_directory(folder / "keys");
     ASSERT_EQ(mkfifo((folder / "keys/publicKey.pem").c_str(), 0600), 0);
     BackgroundRun run({.arguments = {"-pwd", "password", "-abs", "keys"}, .folder = folder.path().string()});
-    // The private key comes first.
+    // The private key is written first.
     const std::string privateKey = folder / "keys/privateKey.pem";
     for (int i = 0; i < 30000 && ModeOf(privateKey) != 0400; ++i)
         usleep(1000);
