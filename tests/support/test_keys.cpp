@@ -7,6 +7,7 @@
 #include <openssl/sha.h>
 
 #include <array>
+#include <set>
 #include <stdexcept>
 
 namespace {
@@ -39,6 +40,12 @@ std::string bytesOf(const BIGNUM *number)
 
 int liveKeys = 0;
 
+std::set<void *> &watchedFlags()
+{
+    static std::set<void *> flags;
+    return flags;
+}
+
 /// The library calls this for every key that is created.
 void recordCreation(void *, void *, CRYPTO_EX_DATA *, int, long, void *)
 {
@@ -49,7 +56,7 @@ void recordCreation(void *, void *, CRYPTO_EX_DATA *, int, long, void *)
 void recordRelease(void *, void *watched, CRYPTO_EX_DATA *, int, long, void *)
 {
     --liveKeys;
-    if (watched != nullptr)
+    if (watchedFlags().count(watched) > 0)
         *static_cast<bool *>(watched) = true;
 }
 
@@ -186,4 +193,10 @@ ReleaseWatch::ReleaseWatch(EVP_PKEY *key)
 {
     require(EC_KEY_set_ex_data(ellipticKeyOf(key).get(), watchIndex(), &isReleased) == 1,
             "cannot watch the key");
+    watchedFlags().insert(&isReleased);
+}
+
+ReleaseWatch::~ReleaseWatch()
+{
+    watchedFlags().erase(&isReleased);
 }

@@ -41,6 +41,8 @@ int LiveCurveKeys();
 class ReleaseWatch {
 public:
     explicit ReleaseWatch(EVP_PKEY *key);
+    /// The key may be released later.
+    ~ReleaseWatch();
     ReleaseWatch(const ReleaseWatch &) = delete;
     ReleaseWatch &operator=(const ReleaseWatch &) = delete;
 
