@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Packets a second where many are made by GNU parallel, with one job and with two, beside the floor's:
+# Measures packets per second when GNU parallel makes many, with one job and with two, and the same for the floor:
 #     bench/many.sh FOLDER_OF_THE_PROGRAMS [PACKETS [TURNS]]
 # The contenders take turns, and the medians of the turns are printed. Needs what script/bench builds.
 set -euo pipefail
