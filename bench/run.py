@@ -58,7 +58,7 @@ class Contender:
 
 
 def check_keys(curve, count):
-    """Checks that each password opens its private key, that the pairs' files match, and that the table hash is right."""
+    """Checks that the passwords open the private keys, that each pair matches, and that the table hash is right."""
     def check(folder):
         keys = f"{folder}/keys"
         if count > 1:
