@@ -18,7 +18,7 @@ sed '$d' make-packet >make-only
 chmod +x make-packet make-only
 seq -f 'password %.0f' $((8 * packets)) >words.txt
 
-# One turn of a contender with a number of jobs, in a new folder. Prints the packets a second.
+# One turn of a contender with a number of jobs, in a new folder. Prints the packets per second.
 turn() {
     local contender=$1 jobs=$2 start end
     rm -rf packets
@@ -44,7 +44,7 @@ for ((i = 0; i < turns; i++)); do
     done
 done
 
-printf '| packets a second | one job | two jobs |\n| --- | --- | --- |\n'
+printf '| packets per second | one job | two jobs |\n| --- | --- | --- |\n'
 for contender in nothing floor made checked; do
     printf '| %s |' "$contender"
     for jobs in 1 2; do
