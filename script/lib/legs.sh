@@ -9,7 +9,7 @@ ends_at_failure=
 # Takes a leg's title and its command. Runs the command in a subshell, in which the first failure ends the leg. Must not
 # be called in a condition, where a function goes on after a failure.
 leg() {
-    local title=$1 start=$SECONDS log status outcome=held tests=()
+    local title=$1 start=$SECONDS log status outcome=passed tests=()
     shift
     printf '\n=== %s\n' "$title"
     log=$(mktemp)
