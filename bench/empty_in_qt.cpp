@@ -1,4 +1,4 @@
-// What a Qt Core program costs that loads libcrypto and prints three lines.
+// The cost of a Qt Core program that loads libcrypto and prints three lines.
 #include <QCoreApplication>
 
 #include <openssl/crypto.h>

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Packets a second where many are made by GNU parallel, with one job and with two, beside the floor's:
+# Measures packets per second when GNU parallel makes many, with one job and with two, and the same for the floor:
 #     bench/many.sh FOLDER_OF_THE_PROGRAMS [PACKETS [TURNS]]
 # The contenders take turns, and the medians of the turns are printed. Needs what script/bench builds.
 set -euo pipefail
@@ -18,7 +18,7 @@ sed '$d' make-packet >make-only
 chmod +x make-packet make-only
 seq -f 'password %.0f' $((8 * packets)) >words.txt
 
-# One turn of a contender with a number of jobs, in a new folder. Prints the packets a second.
+# One turn of a contender with a number of jobs, in a new folder. Prints the packets per second.
 turn() {
     local contender=$1 jobs=$2 start end
     rm -rf packets
@@ -44,7 +44,7 @@ for ((i = 0; i < turns; i++)); do
     done
 done
 
-printf '| packets a second | one job | two jobs |\n| --- | --- | --- |\n'
+printf '| packets per second | one job | two jobs |\n| --- | --- | --- |\n'
 for contender in nothing floor made checked; do
     printf '| %s |' "$contender"
     for jobs in 1 2; do

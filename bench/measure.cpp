@@ -1,5 +1,5 @@
 // Runs a command to its end and prints its CPU time and wall time in seconds, its peak memory in KiB and its
-// status. A process of its own, because a process's peak memory starts at that of the one that started it.
+// status. It is a separate program because a process's peak memory starts at that of its parent.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>

@@ -1,4 +1,5 @@
-// Random data by the shortest way from the application library's generator to a file: random_floor SIZE FILE
+// The least work that brings random data from the application library's generator to a file: random_floor
+// SIZE FILE
 #include <QCoreApplication>
 #include <QRandomGenerator>
 

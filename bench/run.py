@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures the key generator against its floors, side by side, and prints one Markdown table.
 
-The contenders of a row take turns within one run: on a shared machine only their ratios mean something. Each
+The contenders of a row take turns within one run, because on a shared machine only their ratios are meaningful. Each
 contender's files are checked once before anything is timed.
 """
 import argparse
@@ -58,7 +58,7 @@ class Contender:
 
 
 def check_keys(curve, count):
-    """The password opens each private key, its public key and its hash file belong to it, the table hash is right."""
+    """Checks that the passwords open the private keys, that each pair matches, and that the table hash is right."""
     def check(folder):
         keys = f"{folder}/keys"
         if count > 1:
@@ -78,7 +78,7 @@ def check_size(size):
 
 
 def stock_packet(curve):
-    """The same files made with the stock tool: five processes a pair and one for the table."""
+    """The same files made with the openssl command: five of its processes for each pair, and one for the table."""
     script = f"""set -e
 mkdir keys
 for i in 0 1 2 3 4 5 6 7; do
@@ -126,7 +126,7 @@ class Bench:
         return samples
 
     def verdict(self, text, value, bound):
-        """A bound as the table shows it; a bound that is not held is told once more at the end."""
+        """A bound as the table shows it; a missed bound is reported again at the end."""
         if bound is None:
             return ""
         if value <= bound:
@@ -139,8 +139,8 @@ class Bench:
         print("| " + " | ".join(cells) + " |", flush=True)
 
     def row(self, work, own, name, theirs, bound=None, above=None, most=None):
-        """Our CPU time and peak memory, and the medians of the ratios within one turn. Memory is bounded by MiB
-        `above` the other's, or by a `most` of its own."""
+        """Our CPU time and peak memory, and the medians of the ratios within one turn. The bound on memory
+        is `above`, in MiB more than the other's, or `most`, in MiB."""
         cpu = statistics.median(a.cpu / b.cpu for a, b in zip(own, theirs))
         wall = statistics.median(a.wall / b.wall for a, b in zip(own, theirs))
         milliseconds = 1000 * statistics.median(sample.cpu for sample in own)
@@ -152,7 +152,7 @@ class Bench:
                   f"{memory:.1f} MiB", f"{extra:+.1f} MiB", memory_bound)
 
     def rows(self, work, ours, others, bounds, turns=None, above=None, most=None):
-        """One row for each other contender. `above` holds against the floor."""
+        """One row for each other contender. `above` applies to the floor only."""
         samples = self.measure([ours, *others], turns or self.turns)
         for other in others:
             self.row(work, samples[ours.name], other.name, samples[other.name], bounds.get(other.name),
@@ -176,7 +176,7 @@ class Bench:
             self.rows(work, self.keygen("keygen", *arguments), [empty], {"empty in Qt Core": 1.10})
 
     def random(self):
-        # Where the processor's own generator is slow this takes minutes.
+        # This takes minutes where the processor's own generator is slow.
         size = 16 * MIB
         check = check_size(size)
         others = [Contender("block-drawing loop", [self.program("random_floor"), str(size), "noise.bin"], check),
@@ -185,7 +185,7 @@ class Bench:
         self.rows("random data, 16 MiB", ours, others, {"block-drawing loop": 1.05}, min(5, self.turns), most=28)
 
     def growth(self):
-        """Packets one after the other beside each other, and two at a time, against one alone."""
+        """Packets in a row, and two side by side, against one alone."""
         packet = self.packet("prime256v1")
         one = Contender("one packet", packet.command, packet.check)
         into = packet.command[:-1]
@@ -197,7 +197,7 @@ class Bench:
         self.rows("two packets side by side", two, [one], {})
 
     def count(self, contender):
-        """Instructions of one execution, by callgrind. Its files are checked."""
+        """The instructions of one execution, counted by callgrind. Also checks its files."""
         with tempfile.TemporaryDirectory(prefix="keygen bench ") as folder:
             result = subprocess.run(
                 ["valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", *contender.command],
@@ -218,7 +218,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("programs", help="the folder of the built contenders")
     parser.add_argument("--turns", type=int, default=41, help="measurements of each contender (default: %(default)s)")
-    parser.add_argument("--only", nargs="+", choices=PARTS, default=PARTS, help="the parts of the table to take")
+    parser.add_argument("--only", nargs="+", choices=PARTS, default=PARTS, help="the parts of the table to measure")
     options = parser.parse_args()
     bench = Bench(options.programs, options.turns)
     bench.line(*COLUMNS)

@@ -1,5 +1,5 @@
-# The engine's headers under the names that its callers include: <key_engine/crypto.h> and so on. Within the tree they
-# include each other by their places there; that is all that the copies differ in.
+# Copies of the engine's headers under the names that its callers include: <key_engine/crypto.h> and so on. They differ
+# from the originals only in how they include each other.
 set(callers_headers_folder "${PROJECT_BINARY_DIR}/include")
 set(callers_headers)
 foreach(header keygen/console.h src/crypto.h src/ec_crypto.h)

@@ -16,7 +16,7 @@ target_compile_options(project_warnings INTERFACE
   -Wsign-conversion
   -Wundef
 )
-# The declared level of OpenSSL's interface: newer versions compile against it without deprecation warnings.
+# OpenSSL's API level: with it, newer versions give no deprecation warnings.
 target_compile_definitions(project_warnings INTERFACE OPENSSL_API_COMPAT=0x10101000L)
 
 option(KEYGEN_WARNINGS_AS_ERRORS "Stop the build at a warning" OFF)
@@ -24,7 +24,7 @@ if(KEYGEN_WARNINGS_AS_ERRORS)
   target_compile_options(project_warnings INTERFACE -Werror)
 endif()
 
-# What is shipped is hardened, too.
+# Shipped code is hardened, too.
 add_library(project_settings INTERFACE)
 target_link_libraries(project_settings INTERFACE project_warnings)
 
@@ -37,14 +37,14 @@ if(KEYGEN_HARDENING)
       target_compile_options(project_settings INTERFACE ${flag})
     endif()
   endforeach()
-  # Fortified functions need an optimising build.
+  # Fortified functions need an optimised build.
   target_compile_options(project_settings INTERFACE
     $<$<NOT:$<CONFIG:Debug,>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug,>>:-D_FORTIFY_SOURCE=2>)
   target_link_options(project_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 endif()
 
-# The same program from any folder: the debug information and the macros name files as the tree does. Coverage data
-# keeps the real paths, where its tools look for the sources.
+# The same program from any folder: debug information and macros name files relative to the tree. Coverage data keeps
+# the real paths, where its tools look for the sources.
 target_compile_options(project_settings INTERFACE
   "-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=." "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}=."
   "-fdebug-prefix-map=${PROJECT_BINARY_DIR}=build" "-fmacro-prefix-map=${PROJECT_BINARY_DIR}=build")

@@ -1,4 +1,4 @@
-# What an installation holds: the programs, their manuals, completions for the shells, and the documents.
+# Installs the programs, their manuals, completions for the shells, and the documents.
 include(GNUInstallDirs)
 
 configure_file(man/keygen.1.in man/keygen.1 @ONLY)
@@ -6,7 +6,7 @@ configure_file(man/keygen-verify.1.in man/keygen-verify.1 @ONLY)
 set(KEYGEN_VERIFY "${PROJECT_BINARY_DIR}/bin/keygen-verify")
 configure_file(verify/keygen-verify "${KEYGEN_VERIFY}" @ONLY)
 
-# What was built against an OpenSSL of its own finds it after the installation too.
+# A program built against an OpenSSL in a prefix must find it after the installation, too.
 if(OPENSSL_ROOT_DIR)
   get_filename_component(openssl_folder "${OPENSSL_CRYPTO_LIBRARY}" DIRECTORY)
   set_target_properties(keygen PROPERTIES INSTALL_RPATH "${openssl_folder}")
@@ -17,7 +17,7 @@ install(PROGRAMS "${KEYGEN_VERIFY}" TYPE BIN)
 install(FILES "${PROJECT_BINARY_DIR}/man/keygen.1" "${PROJECT_BINARY_DIR}/man/keygen-verify.1"
   DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 
-# Each shell looks for a file of its own name in a folder of its own.
+# Each shell has its own folder and its own rule for the file's name.
 install(FILES completions/keygen.bash
   DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME keygen)
 install(FILES completions/keygen-verify.bash
@@ -27,7 +27,7 @@ install(FILES completions/_keygen completions/_keygen-verify
 install(FILES completions/keygen.fish completions/keygen-verify.fish
   DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 
-# The documents lie to each other as they do in the tree, so that their links lead somewhere.
+# The documents are laid out as in the tree, so that the links between them work.
 install(FILES LICENSE README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(FILES docs/files.md docs/many.md docs/security.md docs/testing.md docs/performance.md
   DESTINATION "${CMAKE_INSTALL_DOCDIR}/docs")

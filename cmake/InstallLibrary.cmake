@@ -1,18 +1,18 @@
-# What other programs need of the engine: the archive, the headers, a CMake package and a pkg-config file. Nothing in
-# them names the prefix, which can be moved.
+# Installs what other programs need to use the engine: the archive, the headers, a CMake package and a pkg-config file.
+# None of them contains the prefix, so the installation can be moved.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/KeyEngine")
 
-# A caller gets the libraries that the archive was compiled against: no older ones, and no other major version.
+# A caller must link the libraries that the archive was compiled against: no older ones, and no other major version.
 string(REGEX MATCH "^([0-9]+)\\.[0-9]+" openssl_minimum "${OPENSSL_VERSION}")
 math(EXPR openssl_limit "${CMAKE_MATCH_1} + 1")
 set(qt_minimum "${Qt6_VERSION_MAJOR}.${Qt6_VERSION_MINOR}")
 math(EXPR qt_limit "${Qt6_VERSION_MAJOR} + 1")
 
 if(OPENSSL_ROOT_DIR)
-  # An OpenSSL that stands where no caller would look for it.
+  # An OpenSSL where no caller would look for it.
   get_target_property(openssl_folders OpenSSL::Crypto INTERFACE_INCLUDE_DIRECTORIES)
   set(openssl_headers "target_include_directories(KeyEngine::key_engine INTERFACE \"${openssl_folders}\")")
   set(openssl_place "if(NOT OPENSSL_ROOT_DIR AND NOT OPENSSL_INCLUDE_DIR)

@@ -1,7 +1,7 @@
-# Finds libcrypto with headers and library of one and the same version.
+# Finds libcrypto with headers and a library of the same version.
 #
-# With OPENSSL_ROOT_DIR given, both come from that prefix and from nowhere else, also where it has the multi-arch
-# layout (include/<triplet>, lib/<triplet>), which CMake's own search would pair with the system's library.
+# If OPENSSL_ROOT_DIR is given, both come from that prefix only, even if it has the multi-arch layout
+# (include/<triplet>, lib/<triplet>): CMake's own search would pair such headers with the system's library.
 
 if(OPENSSL_ROOT_DIR)
   set(triplet "${CMAKE_LIBRARY_ARCHITECTURE}")
@@ -16,13 +16,13 @@ endif()
 
 find_package(OpenSSL 1.1.1 REQUIRED COMPONENTS Crypto)
 
-# Headers that depend on the architecture, where the prefix keeps them apart.
+# Headers that depend on the architecture, if the prefix keeps them apart.
 if(OPENSSL_ROOT_DIR AND EXISTS "${OPENSSL_ROOT_DIR}/include/${CMAKE_LIBRARY_ARCHITECTURE}/openssl")
   set_property(TARGET OpenSSL::Crypto APPEND PROPERTY
     INTERFACE_INCLUDE_DIRECTORIES "${OPENSSL_ROOT_DIR}/include/${CMAKE_LIBRARY_ARCHITECTURE}")
 endif()
 
-# A pair of different versions compiles, and fails in the field.
+# Headers and a library of different versions compile, and fail in the field.
 if(NOT CMAKE_CROSSCOMPILING)
   try_run(matching_openssl_status matching_openssl_compiled
     "${PROJECT_BINARY_DIR}/matching_openssl" "${CMAKE_CURRENT_LIST_DIR}/matching_openssl.cpp"
@@ -31,7 +31,7 @@ if(NOT CMAKE_CROSSCOMPILING)
     RUN_OUTPUT_VARIABLE matching_openssl_versions)
   if(NOT matching_openssl_compiled OR NOT matching_openssl_status STREQUAL "0")
     set(matching_openssl_pair "${OPENSSL_INCLUDE_DIR}, ${OPENSSL_CRYPTO_LIBRARY}")
-    # Looked at again by the next configuration.
+    # The next configuration must search again.
     unset(matching_openssl_status CACHE)
     unset(matching_openssl_compiled CACHE)
     unset(OPENSSL_INCLUDE_DIR CACHE)

@@ -1,4 +1,4 @@
-// Succeeds when the headers compiled with and the library run with are of one version.
+// Succeeds when the headers at compile time and the library at run time have the same version.
 #include <openssl/crypto.h>
 
 #include <cstdio>

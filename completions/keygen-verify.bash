@@ -1,10 +1,10 @@
 # shellcheck shell=bash
-# Completion of keygen-verify for bash. Needs nothing but bash.
+# Completion of keygen-verify for bash. Needs only bash.
 
 _keygen_verify() {
     local current=${COMP_WORDS[COMP_CWORD]} previous='' word names=0
     COMPREPLY=()
-    # How many names of what is to be checked stand before the word.
+    # How many names of things to check come before the word.
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         [[ $word == -* || $previous == --passwords ]] || ((names++))
         previous=$word

@@ -1,6 +1,6 @@
 # Completion of keygen-verify for fish.
 
-# Says how many names of what is to be checked stand before the word.
+# Prints how many names of things to check come before the word.
 function __keygen_verify_names
     set -l count 0
     set -l previous
@@ -13,13 +13,13 @@ function __keygen_verify_names
     echo $count
 end
 
-# Says whether the word under the cursor is the password file.
+# Succeeds if the word under the cursor is the password file.
 function __keygen_verify_is_password_file
     set -l words (commandline -opc)
     test "$words[-1]" = --passwords
 end
 
-# Says whether the word is one of the names, and which.
+# Succeeds if the word is a name whose number, counted from 0, is among the arguments.
 function __keygen_verify_is_name
     not __keygen_verify_is_password_file
     and not string match -q -- '-*' (commandline -ct)

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Completion of keygen for bash. Needs nothing but bash.
+# Completion of keygen for bash. Needs only bash.
 
 # Leaves out --public-key-hash and --prvkey-enc: keygen accepts them and ignores them.
 _keygen_options='-pwd --password -prvk --private-key -pubk --public-key -hash -abs --absolute-path

@@ -1,6 +1,6 @@
 # Completion of keygen for fish.
 
-# Says whether the word under the cursor is value number $argv[1] of one of the options that follow.
+# Succeeds if the word under the cursor is value number $argv[1] of one of the options that follow it.
 function __keygen_is_value
     set -l words (commandline -opc)
     set -l count 1
@@ -15,8 +15,8 @@ function __keygen_is_value
     return 1
 end
 
-# Says whether an option may come here: not where the last one still waits for a value. Without a look at
-# the word, fish would offer the options that merely contain it.
+# Succeeds if an option may come here: not if the last one still needs a value. The test of the word keeps fish from
+# offering options that merely contain it.
 function __keygen_may_be_option
     string match -qr -- '^(-|$)' (commandline -ct)
     and not __keygen_is_value 1 -pwd --password -n --number-key -abs --absolute-path -prvk --private-key \
@@ -24,7 +24,7 @@ function __keygen_may_be_option
     and not __keygen_is_value 2 -rand --random
 end
 
-# Values are looked for by position: an option may take several.
+# Values are completed by position, because an option may take several.
 complete -c keygen -f
 complete -c keygen -n '__keygen_is_value 1 -n --number-key' -a 1 -d 'one pair, numbered'
 complete -c keygen -n '__keygen_is_value 1 -n --number-key' -a 8 -d 'a packet of eight pairs'

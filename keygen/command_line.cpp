@@ -22,8 +22,8 @@ struct OptionEntry {
     QString value(int index) const { return values.value(index); }
 };
 
-// Passwords are among them, and one that begins with '-' among the names. They stand here, and not with the
-// functions that read them, to be wiped wherever the run ends.
+// Both may contain passwords, the names one that begins with '-'. They are global so that they can be wiped
+// wherever the run ends.
 QList<QByteArray> received;
 std::vector<OptionEntry> entries;
 
@@ -47,8 +47,8 @@ bool isSame(const QString &name, const char *accepted)
     std::exit(EXIT_FAILURE);
 }
 
-/// The text of a value. A password that is not UTF-8 would encrypt its key under other bytes than were typed,
-/// and no one could open the key again; so a value that is not text is refused.
+/// The text of a value. A value that is not UTF-8 is refused: as a password it would encrypt the key under
+/// bytes other than those typed, and nobody could open the key again.
 QString valueText(const QByteArray &argument)
 {
     bool valid = false;
@@ -121,7 +121,7 @@ void answerHelpAndVersion()
 void applyPassword(const OptionEntry &entry)
 {
     password = entry.value(0);
-    // Any other count is left to the password checks, which come after the whole command line was read.
+    // Any other count is left to the password checks, which run once the whole command line has been read.
     if (entry.values.size() == packetSize)
         passwordTable.append(entry.values);
     else if (entry.values.size() == 1)
@@ -160,7 +160,8 @@ void applyCipher(const OptionEntry &entry)
         wrongParameterAES = true;
 }
 
-// The numbers run against the help text's list; files already in the field were made by these.
+// The numbers are in the opposite order to the help text's list; files already in the field were made with
+// them.
 void applyCurve(const OptionEntry &entry)
 {
     const QString curve = entry.value(0);
@@ -202,7 +203,7 @@ struct Command {
 
 // Two long names differ from those in tab_command_name on purpose: "--hash-image", and "--prvkey-enc " with
 // its trailing blank, never pass the name check, while "--public-key-hash" and "--prvkey-enc" pass it and
-// then apply nothing. Command lines that carry them in the field must go on doing what they do.
+// then apply nothing. Command lines in the field that use them must keep doing what they do.
 constexpr Command commands[] = {
     {"-pwd", "--password", applyPassword},
     {"-pubk", "--public-key", applyPublicKey},

@@ -28,11 +28,11 @@ void MessageOut(QString message, MSGTYPE type)
     // Compared as unsigned, so that negative values are out of range too.
     if (static_cast<unsigned int>(type) < prefixes.size())
         std::fputs(prefixes[static_cast<unsigned int>(type)], stdout);
-    // What toLocal8Bit() returns, which would leave another copy behind.
+    // The same bytes as from toLocal8Bit(), which would leave another copy behind.
     QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
     QByteArray bytes = encoder(message);
     std::fputs(bytes.constData(), stdout);
-    // What is shown may be a password that was refused.
+    // The message may show a refused password.
     bytes.fill('\0');
     std::fputs(reset, stdout);
 }

@@ -38,7 +38,7 @@ void askFolder()
     }
 }
 
-/// True for the second of two choices. Only "1" and "2" are answers.
+/// True when the second of two choices was made. Only "1" and "2" are accepted.
 bool choseSecond(const char *question, const char *questionAgain, const char *choices)
 {
     MessageOut(question, MSG_PROMPT);
@@ -56,7 +56,7 @@ bool choseSecond(const char *question, const char *questionAgain, const char *ch
 
 void askKeyNumber()
 {
-    // Asked again with two blanks and on one line, unlike the first time.
+    // The repeated question has two blanks and is on one line, unlike the first.
     if (!choseSecond("Please select number of packets: \n",
                      "Please select  number of packets: ", "1. 1 keypair packet   2. 8 keypair packets ")) {
         MessageOut("Generate 1 key packet !\n", MSG_SUCCESS);
@@ -68,8 +68,9 @@ void askKeyNumber()
     MessageOut("Generate 8 key packets !\n", MSG_SUCCESS);
 }
 
-/// Reads `password`; false when it is refused. The engine takes UTF-8 up to its first zero byte: what would
-/// not reach it as typed is refused too, for no one could open a key encrypted under something else.
+/// Reads `password`; false when it is refused. The engine takes UTF-8 up to its first zero byte: a password
+/// that would not reach it as typed is refused too, because nobody could open a key encrypted under anything
+/// else.
 bool readPassword()
 {
     const InputLine line = ReadLine();
@@ -89,8 +90,8 @@ bool readPasswordAgain()
     return isSame;
 }
 
-/// Asks for one password until it is accepted and typed twice alike. `which` follows the word "Password" in
-/// the prompts; `mismatch` is printed when the two differ.
+/// Asks for one password until it is accepted and was typed the same way twice. `which` follows the word
+/// "Password" in the prompts; `mismatch` is printed when the two differ.
 void askPassword(const QString &which, const QString &mismatch)
 {
     for (;;) {
@@ -127,8 +128,9 @@ void composePaths()
     if (!publicKeyPath.endsWith('/'))
         publicKeyPath.append('/');
     publicKeyPath.append(defaultPublicKeyName);
-    // Always with a separator, doubled after a folder that ends with one: the public key's path is looked at
-    // here, which no longer ends with '/'. It is the same file, and the name shown has always been this one.
+    // Always adds a separator, even after a folder that ends with one: the test is of the public key's path,
+    // which no longer ends with '/'. This is intended: the doubled separator names the same file, and the
+    // path has always been shown this way.
     privateKeyPath = absolutePath;
     if (!publicKeyPath.endsWith('/'))
         privateKeyPath.append('/');

@@ -12,10 +12,10 @@
 
 namespace {
 
-/// The folder part of `file`, as the C library takes it.
+/// The folder part of `file`, as the C library sees it.
 std::string folderOf(const QString &file)
 {
-    // The C library's path ends at a zero character.
+    // The C library ends a path at its first zero character.
     const std::string path = file.toUtf8().constData();
     const std::size_t size = path.rfind('/') + 1;
     return size > 0 ? path.substr(0, size) : ".";
@@ -29,7 +29,7 @@ std::set<std::string> foldersOf(const QStringList &files)
     return names;
 }
 
-/// A run has one file open at a time.
+/// One free descriptor is enough: a run has one file open at a time.
 bool anotherFileCanBeOpened()
 {
     const int descriptor = dup(STDIN_FILENO);
@@ -49,7 +49,7 @@ FolderLock::FolderLock(const QStringList &files)
         if (folder && fstat(dirfd(folder.get()), &status) == 0)
             folders.try_emplace({status.st_dev, status.st_ino}, std::move(folder));
     }
-    // The last descriptors are for the files themselves.
+    // Without a descriptor for the files themselves, the run does without locks.
     if (!anotherFileCanBeOpened())
         folders.clear();
     for (const auto &[identity, folder] : folders) {

@@ -10,12 +10,11 @@
 #include <memory>
 #include <utility>
 
-/// For its own lifetime keeps other runs from writing into the folders of some files. The locks are advisory
-/// and leave nothing behind in the folders.
+/// Keeps other runs from writing into the folders of some files for as long as it lives. The locks are
+/// advisory and leave nothing behind in the folders.
 class FolderLock {
 public:
-    /// Waits until no other run holds a folder of `files`. A folder that cannot be read, or not be locked, is
-    /// done without.
+    /// Waits until no other run holds a folder of `files`. A folder that cannot be read or locked is skipped.
     explicit FolderLock(const QStringList &files);
 
 private:
@@ -24,6 +23,7 @@ private:
     };
     using FolderOwner = std::unique_ptr<DIR, CloseFolder>;
 
-    // By device and number, each once and in the same order in every run: two runs never wait for each other.
+    // By device and inode number: each folder once, and in the same order in every run, so that two runs
+    // never wait for each other.
     std::map<std::pair<dev_t, ino_t>, FolderOwner> folders;
 };

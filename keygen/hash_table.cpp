@@ -27,7 +27,7 @@ std::string sha256(const unsigned char *data, int length)
     SHA256_Final(digest.data(), &context);
 
     std::ostringstream bytes;
-    // A stream that lacks memory would otherwise keep quiet, and the digest be cut short.
+    // Otherwise a failed allocation in the stream would go unnoticed, and the digest would be cut short.
     bytes.exceptions(std::ios::badbit);
     for (const unsigned char byte : digest)
         bytes << static_cast<char>(byte);

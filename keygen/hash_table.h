@@ -22,6 +22,6 @@ void createHashTable();
 /// until the process ends.
 void calculateTableHashValue();
 
-/// The path of the table hash file: hashPath with "publicKeysHashHashes" for each "publicKeyhash". A path
-/// without that text is free for the table hash itself, because the files of the pairs carry numbers.
+/// The path of the table hash file: hashPath with each "publicKeyhash" replaced by "publicKeysHashHashes". A
+/// path without that text is used as it is: no file of a pair has that name, because those have numbers.
 QString TableHashPath();

@@ -6,9 +6,9 @@
 namespace {
 
 // One message each, as printed after the heading. The spacing is part of the text. The hash option and the
-// cipher option are listed under long names that are accepted and then ignored, and the curves in the order
-// opposite to the numbers that -ecc takes: scripts and manuals in the field quote these lines, so they stay
-// as they are.
+// cipher option are listed under long names that are accepted and then ignored, and the curves in the
+// opposite order to the numbers that -ecc takes: scripts and manuals in the field quote these lines, so they
+// stay as they are.
 constexpr const char *helpMessages[] = {
     "--help        -h   -?       : Show help\n",
     "--version          -v       : Display this program version\n",
@@ -44,9 +44,9 @@ constexpr const char *helpMessages[] = {
 
 void ShowBanner()
 {
-    // The name differs from the application's, and is meant: the banner has always carried it, and what reads
-    // the output knows it by that. Around it: four blanks, bold until the reset at the end of the message,
-    // two blanks, 67 hyphens.
+    // The name differs from the application's on purpose: the banner has always had it, and scripts recognise
+    // the output by it. Around it: four blanks, bold until the reset at the end of the message, two blanks,
+    // 67 hyphens.
     const QString rule = "    \x1B[01m  " + QString(67, '-') + "\n";
     MessageOut(rule, MSG_TITLE);
     MessageOut(QString(22, ' ') + "Orvelle Key Generator " + KeyGenVersion + QString(30, ' ') + "\n",

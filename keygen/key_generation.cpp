@@ -91,15 +91,15 @@ void generateOnePair(EC_Crypto &engine)
     std::fflush(stdout);
 }
 
-/// Replaces the zeros of a table entry by the public key read back from its file. An entry is hashed as it
-/// stands, also for a pair that failed: the file may be an older one, hold another kind of key, or none.
+/// Replaces the zeros of a table entry with the public key read back from its file. An entry is hashed as it
+/// is, even for a pair that failed: its file may be an older one, hold another kind of key, or hold none.
 void readBackPublicKey(EC_Crypto &engine, const QString &path, unsigned char *entry)
 {
     unsigned char *binaryForm = nullptr;
     std::size_t length = 0;
     const int status = engine.GetPubKeyBin(bytesOf(path.toUtf8()), &binaryForm, &length);
     const BufferOwner owner(binaryForm);
-    // A form shorter than a point is followed by what else the buffer holds, which is never shorter.
+    // The buffer is never shorter than a point, even where the binary form is.
     if (status == 1)
         std::copy_n(binaryForm, publicPointSize, entry);
 }
@@ -121,7 +121,7 @@ void writeTableHash(EC_Crypto &engine)
     createHashTable();
     calculateTableHashValue();
     const QString path = TableHashPath();
-    // An older file, or a folder, at the path of one that could not be written is not the table's hash.
+    // If the hash could not be written, an older file or a folder at its path does not count.
     const bool saved =
         engine.SaveHashTableHash(tableHashValue, SHA256_DIGEST_LENGTH, bytesOf(path.toUtf8())) == 1;
     require(saved && QFileInfo::exists(path), "Error: Hash hashes file path does not exist\n");

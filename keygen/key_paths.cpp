@@ -50,8 +50,8 @@ void deriveIfMissing(QString &path, const char *defaultName)
         path = NewPath + defaultName;
 }
 
-// Only the path that gives the folder is completed with its default name; the others stay as they were typed.
-// With all three given, none is touched.
+// Only the path that gives the folder is completed with its default name; the others stay as typed. If all
+// three are given, none is changed.
 void completeFromEachOther()
 {
     const bool hasPublic = !publicKeyPath.isEmpty();

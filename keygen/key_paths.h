@@ -3,12 +3,12 @@
 
 #include <QString>
 
-/// The name of each file in a folder that was given without one.
+/// The names of the files whose paths give only a folder.
 extern const char *const defaultPublicKeyName;
 extern const char *const defaultPrivateKeyName;
 extern const char *const defaultHashName;
 
-/// The folder part of `path`, up to and with its last '/'; empty when there is none.
+/// The folder part of `path`, up to and including its last '/'; empty when there is none.
 QString ModifyPath(const QString &path);
 
 /// Completes publicKeyPath, privateKeyPath and hashPath from each other and from absolutePath, and clears

@@ -17,7 +17,7 @@
 
 namespace {
 
-/// A run may end anywhere, most often by an error: no secret is left behind.
+/// A run may end anywhere, usually on an error; no secret may be left in memory.
 void wipeSecrets()
 {
     WipeCommandLine();

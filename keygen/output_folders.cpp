@@ -12,8 +12,8 @@
 
 namespace {
 
-/// What QDir::dirName() returns, which loses count in paths of 32 KiB and more: it would shorten them in the
-/// wrong place, and a folder that nobody named would be created.
+/// Replaces QDir::dirName(), which miscounts in paths of 32 KiB and more: they would be cut in the wrong
+/// place, and a folder that nobody named would be created.
 QString lastComponent(QString path)
 {
     if (path.size() > 1 && path.endsWith('/'))
@@ -21,7 +21,7 @@ QString lastComponent(QString path)
     return path.mid(path.lastIndexOf('/') + 1);
 }
 
-/// `path` less its last component and the separator before it. A bare name is kept whole.
+/// `path` without its last component and the separator before it. A bare name is returned whole.
 QString withoutLastComponent(const QString &path)
 {
     const QString component = lastComponent(path);
@@ -78,7 +78,7 @@ void CreateOutputFolders()
 {
     if (!QDir(absolutePath).exists())
         QDir().mkdir(absolutePath);
-    // The hash file's two lines are in lower case, unlike the others'.
+    // The two messages for the hash file start in lower case, unlike the others.
     createFolderOf(publicKeyPath, "Error: Creating file path has failed\n",
                    "Please make sure you have entered the correct path.\n");
     createFolderOf(privateKeyPath, "Error: Creating file path has failed\n",
@@ -89,7 +89,7 @@ void CreateOutputFolders()
 
 KeyFiles NumberedKeyFiles(int index)
 {
-    // Meant: "Hash" is spelled so in the names of folders, too.
+    // On purpose, the names of folders change too.
     return {numbered(privateKeyPath, index), numbered(publicKeyPath, index),
             numbered(hashPath, index).replace("hash", "Hash")};
 }

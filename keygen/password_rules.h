@@ -1,4 +1,4 @@
-// The rules that passwords must obey before a private key is encrypted under them.
+// The rules for passwords, checked before a private key is encrypted.
 #pragma once
 
 #include <QString>

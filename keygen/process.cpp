@@ -20,7 +20,7 @@
 
 namespace {
 
-// In place of the C library's own, which could not be wiped: a password that is refused may be shown.
+// Replaces the C library's buffer, which could not be wiped: output may show a refused password.
 std::array<char, 4096> outputBuffer;
 
 void fillStandardStreams()
@@ -32,7 +32,7 @@ void fillStandardStreams()
     }
 }
 
-/// Keeps quiet about everything but the reason for which the library is about to end the process.
+/// Prints only the reason for which the library is about to end the process.
 void handleLibraryMessage(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
     if (type == QtFatalMsg)
@@ -44,8 +44,8 @@ void keepMemoryPrivate()
     const rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
 #if defined(PR_SET_DUMPABLE) && !defined(KEYGEN_UNDER_SANITIZERS)
-    // The limit does not hold where the system pipes cores to a program, nor for other processes of the same
-    // user, which could trace this one.
+    // The limit neither applies where the system pipes core dumps to a program, nor keeps other processes of
+    // the same user from tracing this one.
     prctl(PR_SET_DUMPABLE, 0);
 #endif
 }
@@ -68,7 +68,7 @@ void PrepareProcess()
                  outputBuffer.size());
     qInstallMessageHandler(handleLibraryMessage);
     keepMemoryPrivate();
-    // A write beyond a limit on file sizes then fails, as on a full disk, and is told.
+    // A write beyond a limit on file sizes then fails, as on a full disk, and is reported.
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
@@ -85,7 +85,7 @@ QList<QByteArray> TakeArguments(int argc, char *argv[])
 
 void WipeOutputBuffer()
 {
-    // What could not be written is still to be written at the end.
+    // The C library tries again at the end of the process to write what could not be written.
     if (std::fflush(stdout) == 0)
         OPENSSL_cleanse(outputBuffer.data(), outputBuffer.size());
 }

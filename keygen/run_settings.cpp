@@ -23,7 +23,7 @@ QFileInfo InfoPath;
 QString tempabsolutePath;
 QList<QString> passwordTable;
 
-// "--public-key-hash" and "--prvkey-enc" are known here and then apply nothing: see command_line.cpp.
+// "--public-key-hash" and "--prvkey-enc" are accepted and have no effect: see command_line.cpp.
 const std::array<QString, optionNames> tab_command_name = {
     "-prvk",        "--private-key",
     "-pubk",        "--public-key",

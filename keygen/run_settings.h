@@ -1,5 +1,5 @@
-// The settings of the run: filled once, by the command line or by the dialogue, and read by the phases after
-// it. A process performs exactly one run, so they are plain process-wide variables.
+// The settings of the run: filled once, by the command line or by the dialogue, and read by the later phases.
+// A process performs exactly one run, so they are plain global variables.
 #pragma once
 
 #include <QFileInfo>
@@ -9,7 +9,7 @@
 #include <array>
 #include <cstddef>
 
-/// Key pairs in a packet, and the most that the tables of a packet hold.
+/// Key pairs in a packet, and the capacity of its tables.
 constexpr int packetSize = 8;
 
 extern int numberKeys;          ///< key pairs to generate: 1 or 8
@@ -27,9 +27,9 @@ extern QString privateKeyPath;       ///< encrypted private key PEM file
 extern QString hashPath;             ///< public key hash file
 extern QString absolutePath;         ///< folder given with -abs, or in the dialogue
 extern QString NewPath;              ///< scratch: the folder part of a path
-extern QString tmpPath;              ///< kept for the run settings; no phase reads it
+extern QString tmpPath;              ///< part of the run settings; no phase reads it
 extern QFileInfo InfoPath;           ///< scratch: the relative-path test
-extern QString tempabsolutePath;     ///< kept for the run settings; no phase reads it
+extern QString tempabsolutePath;     ///< part of the run settings; no phase reads it
 extern QList<QString> passwordTable; ///< passwords in the order given; entries may be missing, see passwordOf
 
 /// The option names that the command line accepts, in any letter case.

@@ -21,14 +21,14 @@
 
 namespace {
 
-// A terminal's end of input passes, so it is waited for rather than taken as final: twenty looks a second.
+// More input can follow the end of input on a terminal, so reading is tried again, twenty times a second.
 constexpr std::chrono::milliseconds endOfInputPause(50);
 
 constexpr qsizetype longestLine = 1 << 20;
-// Beyond this a line that is too long is taken for endless, and refused without waiting for its end.
+// Beyond this, a line that is too long is taken to be endless, and is refused without waiting for its end.
 constexpr qsizetype longestRest = 1 << 26;
 
-/// True when reading is to be tried again: a signal came between, or another program left the descriptor
+/// True when the read must be repeated: a signal interrupted it, or another program left the descriptor
 /// non-blocking and nothing has been typed yet.
 bool interruptedOrTooEarly()
 {
@@ -40,17 +40,17 @@ bool interruptedOrTooEarly()
     return errno == EINTR;
 }
 
-/// Hands out what a terminal or a pipe has, as it comes: a file object would wait until a whole buffer of its
-/// own is full, and the C library's stream would not go on after a terminal's end of input. It does so byte
-/// by byte, and forgets each. What reads from it then never holds a password in buffers that are not ours.
+/// Delivers the input of a terminal or a pipe as it arrives: a file object would wait until its whole buffer
+/// is full, and the C library's stream would not continue after a terminal's end of input. Delivers one byte
+/// at a time and erases it here, so that the reader never holds a password in a buffer that is not ours.
 class Device : public QIODevice {
 public:
     Device() { open(ReadOnly | Unbuffered); }
-    // What was typed ahead, and never asked for, may be a password too.
+    // Input that was typed ahead and never read may be a password, too.
     ~Device() override { OPENSSL_cleanse(block.data() + next, end - next); }
     bool isSequential() const override { return true; }
 
-    /// Drops the rest of a line; false where `most` bytes of it were dropped and it goes on.
+    /// Drops the rest of a line; false if the line goes on after `most` bytes.
     bool dropLine(qsizetype most)
     {
         for (; most > 0; --most) {
@@ -93,7 +93,7 @@ public:
     Input()
     {
         stream.setDevice(&device);
-        // One character for each byte: whether a line is UTF-8 can then still be told.
+        // One character for each byte, so that invalid UTF-8 can still be detected.
         stream.setEncoding(QStringConverter::Latin1);
         stream.setAutoDetectUnicode(false);
     }
@@ -112,7 +112,7 @@ public:
             InputLine line = decoded(*taken);
             line.isTooLong = isTooLong;
             OPENSSL_cleanse(bytes.data(), static_cast<std::size_t>(taken->size()));
-            // The end of a line that was refused before is no line of its own.
+            // The end of a line that was refused before does not count as a line.
             if (!isRest || goesOn)
                 return line;
         }
@@ -121,7 +121,7 @@ public:
     std::optional<InputLine> restOfLine;
 
 private:
-    /// The bytes of a line without its end, but one byte more than the longest line at most.
+    /// The bytes of a line without its line feed; at most one byte more than the longest line has.
     std::optional<QByteArrayView> takeBytes()
     {
         std::size_t size = 0;
@@ -151,7 +151,7 @@ private:
 
     Device device;
     QTextStream stream;
-    // Its place never changes: a buffer that grows would leave copies of a password behind.
+    // Of fixed size, because a buffer that grows would leave copies of a password behind.
     std::array<char, longestLine + 1> bytes;
     bool atStart = true;
     bool goesOn = false; // the line returned last was too long, and has not ended yet
@@ -163,12 +163,12 @@ Input &input()
     return theInput;
 }
 
-/// What is left of the line that a word was taken from, or the next line, or nothing at the end of input.
+/// The rest of the line that a word was taken from, else the next line, or nothing at the end of input.
 std::optional<InputLine> nextLine()
 {
     if (std::optional<InputLine> rest = std::exchange(input().restOfLine, std::nullopt))
         return rest;
-    // What was asked stands on the screen before the answer is waited for.
+    // Shows the question before waiting for the answer.
     std::fflush(stdout);
     return input().nextLine();
 }

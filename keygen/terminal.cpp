@@ -9,12 +9,12 @@
 
 namespace {
 
-// The signals by which a user, a shell, a closed pipe, a timer, a limit or abort() ends, stops and continues
+// The signals with which a user, a shell, a closed pipe, a timer, a limit or abort() ends, stops or continues
 // a process.
 constexpr std::array watchedSignals = {SIGINT,  SIGHUP,  SIGQUIT, SIGTERM,   SIGPIPE, SIGALRM, SIGUSR1,
                                        SIGUSR2, SIGABRT, SIGXCPU, SIGVTALRM, SIGTSTP, SIGCONT};
 
-// Signal handlers take no arguments of our choice, so what they need is process-wide.
+// Signal handlers take no arguments of our choice, so their data is global.
 bool hidden = false;
 termios found;
 termios modified;
@@ -25,16 +25,17 @@ void apply(const termios &attributes)
     tcsetattr(STDIN_FILENO, TCSANOW, &attributes);
 }
 
-/// A job in the background leaves the terminal alone: its shell uses it, and the attempt would stop the job.
+/// A background job must leave the terminal alone: the shell is using it, and the attempt would stop the job.
 void applyInForeground(const termios &attributes)
 {
     const pid_t foreground = tcgetpgrp(STDIN_FILENO);
-    // There is none where the terminal is not the session's own.
+    // There is no foreground group if the terminal is not the session's own.
     if (foreground == -1 || foreground == getpgrp())
         apply(attributes);
 }
 
-/// Lets `signal` take its default effect now, inside its own handler; returns when a stopped process goes on.
+/// Lets `signal` take its default effect now, inside its own handler; returns when a stopped process
+/// continues.
 void takeDefaultEffect(int signal)
 {
     struct sigaction byDefault = {};
@@ -58,7 +59,7 @@ void onSignal(int signal)
         applyInForeground(found);
         takeDefaultEffect(signal);
     }
-    // Still here: the process was stopped and goes on.
+    // Still running: the process was stopped, and continues.
     applyInForeground(modified);
     errno = savedError;
 }
@@ -72,7 +73,7 @@ void watchSignals()
         sigaddset(&watching.sa_mask, signal);
     for (std::size_t i = 0; i < watchedSignals.size(); ++i) {
         sigaction(watchedSignals[i], nullptr, &formerActions[i]);
-        // What the caller had us ignore stays ignored.
+        // A signal that the caller made us ignore stays ignored.
         if (formerActions[i].sa_handler != SIG_IGN)
             sigaction(watchedSignals[i], &watching, nullptr);
     }

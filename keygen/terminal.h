@@ -1,10 +1,10 @@
 // Hidden entry on the terminal of standard input.
 #pragma once
 
-/// While an object lives, what is typed is not shown, and the terminal delivers it unedited. Afterwards it is
-/// shown again, still unedited. A signal that ends or stops the process meanwhile finds the terminal as it
-/// was before, and a continued process goes on hidden. Does nothing where standard input is no terminal. One
-/// object at a time.
+/// While an object exists, the terminal does not show what is typed, and delivers it without line editing.
+/// Afterwards it shows it again, still without line editing. If a signal ends or stops the process in
+/// between, the terminal is first restored; if the process continues, entry is hidden again. Does nothing if
+/// standard input is not a terminal. Only one object may exist at a time.
 class HiddenEntry {
 public:
     HiddenEntry();

@@ -23,13 +23,13 @@
 
 namespace {
 
-/// Bytes of a public point. No buffer for an encoding or a binary form is smaller: whoever takes a point's
-/// bytes from it finds them, whatever the key.
+/// Bytes of a public point. No buffer for an encoding or a binary form is smaller, so that a caller can read
+/// a point from it whatever the key.
 constexpr size_t smallestKeyBuffer = 64;
 
-/// Draws a value for each place of `values`; false where the system has none to give. The generator cannot
-/// tell: it then leaves places as they are, so a place that still holds zero counts as not drawn. By chance a
-/// drawn value is zero once in 2^64.
+/// Fills `values` with random values; false if the system has none to give. The generator does not report
+/// that: it leaves elements unchanged, so an element that is still zero counts as not drawn. A drawn value is
+/// zero by chance once in 2^64.
 bool draw(std::span<quint64> values)
 {
     std::fill(values.begin(), values.end(), 0);
@@ -37,10 +37,10 @@ bool draw(std::span<quint64> values)
     return std::find(values.begin(), values.end(), 0) == values.end();
 }
 
-/// Bytes for random data, wiped when they are no longer needed: keys may be cut from them.
+/// A buffer for random data, wiped when it is no longer needed: the data may be used as keys.
 class RandomBytes {
 public:
-    /// Holds nothing where `size` is negative or the allocation fails.
+    /// Holds nothing if `size` is negative or the allocation fails.
     explicit RandomBytes(int size)
         : count(size), bytes(size < 0 ? nullptr : new (std::nothrow) char[static_cast<size_t>(size)])
     {
@@ -56,8 +56,8 @@ public:
     explicit operator bool() const { return bytes != nullptr; }
     const char *data() const { return bytes.get(); }
 
-    /// Each byte is the low 8 bits of a 64-bit value of its own. The values are drawn in blocks, which is
-    /// many times faster than one by one. False where there are none to draw.
+    /// Each byte is the low 8 bits of its own 64-bit value. The values are drawn in blocks, which is many
+    /// times faster than one by one. False if there are none to draw.
     bool fill()
     {
         std::array<quint64, 4096> values = {};
@@ -77,7 +77,7 @@ private:
     std::unique_ptr<char[]> bytes;
 };
 
-/// Writes `bytes` to `file`, and learns of a failure that shows only when the file is closed.
+/// Writes `bytes` to `file` and closes it, because some failures show only then.
 bool writeAndClose(QFile &file, const char *bytes, int size)
 {
     const bool written = file.write(bytes, size) == size;
@@ -110,9 +110,10 @@ Crypto::Crypto()
     OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
     OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
     OPENSSL_init_crypto(OPENSSL_INIT_ADD_ALL_DIGESTS, nullptr);
-    // What OPENSSL_config(NULL) does, which the declared level of the library's interface no longer has.
+    // What OPENSSL_config(NULL) does, which is not in the API level that the build declares.
     OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);
-    // A broken configuration file's errors would be taken for a key's. Older ones are the caller's.
+    // Drops the errors of a broken configuration file, which would be taken for errors of a key. Earlier
+    // errors are the caller's, and stay.
     ERR_pop_to_mark();
 }
 
@@ -157,7 +158,7 @@ int Crypto::CalculateDigest(const unsigned char *data, size_t len, unsigned char
     const DigestContextOwner context(EVP_MD_CTX_new());
     if (!context)
         return FailWith("unknown message digest ");
-    // A failure on the way is no failure of this call; it shows in the length, which stays 0.
+    // A failure of a step does not fail the call, but the length then stays 0.
     unsigned int length = 0;
     if (EVP_MD_CTX_reset(context.get()) == 1 && EVP_DigestInit_ex(context.get(), method, nullptr) == 1 &&
         EVP_DigestUpdate(context.get(), data, len) == 1 &&
@@ -173,7 +174,7 @@ int Crypto::GetHashPubKey(EVP_PKEY *key, unsigned char **digest, size_t *digestL
     const int status = GetPubKeyBin(key, &binaryForm, &length);
     const BufferOwner owner(binaryForm);
     if (status != 1) {
-        // Plain on purpose: unlike all other messages of a generation it has no colour.
+        // Plain on purpose: unlike all other messages of a key generation, this one has no colour.
         std::puts("Error: converting public Key to DER Format fails ");
         return -1;
     }
@@ -192,11 +193,11 @@ int Crypto::generateRandom(int size, const unsigned char *path)
     }
 
     QFile file(name);
-    // Asked of the name: to the file object a link that leads nowhere is a file, too.
+    // Tests the name, because for the file object a dangling link exists, too.
     if (QFile::exists(name))
         MessageOut("The file " + name + " already exists, it will be overwritten", MSG_REPROMPT);
     const HeldSignals heldSignals(QFile::encodeName(name).constData());
-    // Unbuffered: one write of the whole buffer, whose failure shows at once.
+    // Unbuffered: the whole buffer is written at once, and a failure shows at once.
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         MessageOut("Failed to create output file : " + name, MSG_ERROR);
         return -1;

@@ -16,19 +16,19 @@
 
 namespace {
 
-/// What is read of a file before it counts as one without a key: no text before a key comes near this size,
-/// and an endless one must keep neither a run from ending nor all memory.
+/// How much of a file is read before it counts as one without a key. No text before a key comes near this
+/// size, and an endless file must not keep a run from ending or use up all memory.
 constexpr size_t largestKeyFile = size_t{16} << 20;
 
-/// Called by the library before and after each operation on a key file; the callback's argument is the number
-/// of bytes that may still be read. A line beyond them is the file's end.
+/// Called by the library before and after each operation on a key file; the callback's argument points to the
+/// number of bytes that may still be read. A line that exceeds it is treated as the end of the file.
 long endAtLimit(BIO *content, int operation, const char *line, size_t space, int, long, int result, size_t *)
 {
     if (operation != (BIO_CB_GETS | BIO_CB_RETURN) || result <= 0)
         return result;
     auto *const left = reinterpret_cast<size_t *>(BIO_get_callback_arg(content));
-    // A line that does not end in a line end filled its space, with bytes after a zero that are not in its
-    // length.
+    // A line without a line feed may contain a zero byte, which hides the rest from strlen(): it is counted
+    // as if it filled its space.
     const size_t length = std::strlen(line);
     const size_t size = line[length - 1] == '\n' ? length : space - 1;
     if (size > *left)
@@ -37,7 +37,7 @@ long endAtLimit(BIO *content, int operation, const char *line, size_t space, int
     return result;
 }
 
-/// A key file, which is read line by line and no further than a key's last line: a pipe may stay open.
+/// A key file, read line by line and no further than a key's last line, because a pipe may stay open.
 class KeyFile {
 public:
     explicit KeyFile(const unsigned char *path) : file(std::fopen(CharsOf(path), "rb"))
@@ -46,7 +46,7 @@ public:
             PrintPathError("Error: Reading Device file fails: ", path);
             return;
         }
-        // In a buffer that is wiped: the stream's own would be released with the key in it.
+        // Uses a buffer that is wiped: the stream's own would be released with the key in it.
         std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
         lines.reset(BIO_new_fp(file.get(), BIO_NOCLOSE));
         if (lines) {
@@ -64,7 +64,7 @@ public:
 
     bool isOpen() const { return file != nullptr; }
 
-    /// Null where the library has no memory for it.
+    /// Null if its allocation failed.
     BIO *content() const { return lines.get(); }
 
 private:
@@ -85,7 +85,7 @@ struct PemBlock {
     PemBlock(const PemBlock &) = delete;
     PemBlock &operator=(const PemBlock &) = delete;
 
-    /// Reads the first block whose name goes with `kind`, decrypting it where it is encrypted as a whole. The
+    /// Reads the first block whose name matches `kind`, and decrypts it if the whole block is encrypted. The
     /// library wipes the memory that it reads the lines into.
     bool read(const KeyFile &file, const char *kind, pem_password_cb *callback, void *argument)
     {
@@ -98,14 +98,15 @@ struct PemBlock {
     long size = 0;
 };
 
-/// Public keys are not encrypted; one that claims to be is not worth a question on the terminal.
+/// Public keys are not encrypted; for one that claims to be, the terminal is not asked for a password.
 int refusePassPhrase(char *, int, int, void *)
 {
     return -1;
 }
 
-/// The public key that a SubjectPublicKeyInfo encodes, or null. Elliptic-curve keys are decoded as such:
-/// newer versions of the library take longer to find a decoder for a key of any kind than to generate one.
+/// The public key that a SubjectPublicKeyInfo encodes, or null. Decoding as an elliptic-curve key is tried
+/// first: newer versions of the library take longer to find a decoder for a key of unknown kind than to
+/// generate a key.
 KeyOwner decodePublicKey(const unsigned char *encoding, long size)
 {
     const unsigned char *cursor = encoding;
@@ -132,9 +133,9 @@ KeyOwner decryptedKey(const X509_SIG *encrypted, void *password)
     return KeyOwner(info ? EVP_PKCS82PKEY(info.get()) : nullptr);
 }
 
-/// The private key in `file`, in any of the kinds that PEM knows, or null. Taken apart block by block,
-/// because the library's own reader accepts other kinds from one version to the next. A null `password` makes
-/// the library ask on the terminal where one is needed.
+/// The private key in `file`, in any of the PEM formats for private keys, or null. The formats are told apart
+/// here, because the library's own reader accepts different ones from version to version. With a null
+/// `password` the library asks on the terminal if one is needed.
 KeyOwner readPrivateKey(const KeyFile &file, void *password)
 {
     PemBlock block;
@@ -168,7 +169,7 @@ int Crypto::ReadPubKey(const unsigned char *pemPath, EVP_PKEY **key)
         return -1;
     if (key == nullptr)
         return FailWith("Error: reading public key file fails\n");
-    // A file without a public key shows in the next step, which finds none in `*key`.
+    // The next step detects a file without a public key: it then finds none in `*key`.
     PemBlock block;
     if (!block.read(file, PEM_STRING_PUBLIC, refusePassPhrase, nullptr))
         return 1;

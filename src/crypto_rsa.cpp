@@ -17,21 +17,20 @@ namespace {
 
 constexpr int modulusBits = 4096;
 
-/// True for an error that RSA_check_key reports about an inconsistent key, as opposed to one of any other
-/// origin.
+/// True for an error that RSA_check_key reports about an inconsistent key, false for any other.
 bool isCheckError(unsigned long error)
 {
 #if OPENSSL_VERSION_NUMBER < 0x30000000L
     constexpr int checkFunction = 0x7B;
     const bool fromCheck = ERR_GET_FUNC(error) == checkFunction;
 #else
-    // Error codes name no function any more: library and reason decide.
+    // Error codes no longer name the function: library and reason decide.
     constexpr bool fromCheck = true;
 #endif
     return ERR_GET_LIB(error) == ERR_LIB_RSA && fromCheck && ERR_GET_REASON(error) != ERR_R_MALLOC_FAILURE;
 }
 
-/// The error's reason without its first ten characters; empty where there are no more.
+/// The error's reason without its first ten characters; empty if it has no more.
 const char *shortenedReason(unsigned long error)
 {
     constexpr size_t cut = 10;
@@ -55,7 +54,7 @@ void printErrorQueue(BIO *channel)
         ERR_print_errors(channel);
 }
 
-/// Checks a fresh key and reports the result: 1 when it is consistent, -1 otherwise.
+/// Checks a new key and reports the result: 1 when it is consistent, -1 otherwise.
 int checkKey(EVP_PKEY *key)
 {
     const BioOwner errors(BIO_new_fp(stderr, BIO_NOCLOSE));
@@ -87,12 +86,12 @@ bool setDigest(EVP_PKEY_CTX *context)
     return EVP_PKEY_CTX_set_signature_md(context, EVP_sha256()) > 0;
 }
 
-/// 1 unless the signature is plainly wrong: an error of the library on the way counts as a pass.
+/// 1 unless the signature is wrong: an error in the library counts as a pass.
 int verify(EVP_PKEY_CTX *context, const unsigned char *sig, size_t siglen, const unsigned char *data,
            size_t len)
 {
     EVP_PKEY_verify_init(context);
-    // Starting the verification forgets both in newer versions of the library.
+    // Initialising the verification resets both in newer versions of the library.
     setPadding(context);
     setDigest(context);
     const int verdict = EVP_PKEY_verify(context, sig, siglen, data, len);
@@ -105,7 +104,7 @@ int verify(EVP_PKEY_CTX *context, const unsigned char *sig, size_t siglen, const
     return 1;
 }
 
-// Written as bytes, like all output: once bytes were written to a stream, the C library's wide-character
+// Written as bytes, like all output: once bytes have been written to a stream, the C library's wide-character
 // functions write nothing to it.
 void printNumber(const char *name, const BIGNUM *number)
 {
@@ -228,7 +227,7 @@ int Crypto::GenerateSignature(const unsigned char *data, size_t len, const unsig
     unsigned char *buffer = digest.get();
     size_t digestLength = 0;
     CalculateDigest(data, len, &buffer, &digestLength);
-    // A shorter digest was not calculated to its end: its signature would be one of nothing.
+    // A digest of another length could not be calculated, and must not be signed.
     if (digestLength != digestSize || sign(buffer, digestLength, sig, siglen, key.get()) != 1)
         return FailWith("Error: signing fails \n");
     std::fflush(stdout);

@@ -23,8 +23,8 @@
 
 namespace {
 
-// The format of the encrypted private key file. Named here, because the library's own defaults change with
-// its version.
+// The format of the encrypted private key file. Set here, because the library's defaults change from version
+// to version.
 constexpr int saltSize = 8;
 constexpr int iterations = 2048;
 constexpr int pseudoRandomFunction = NID_hmacWithSHA256;
@@ -37,16 +37,16 @@ constexpr QFileDevice::Permissions ownerReadable = QFileDevice::ReadOwner | QFil
 constexpr QFileDevice::Permissions readable =
     QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup | QFileDevice::ReadOther;
 
-/// The name under which the key files' permissions are set: their path read as Latin-1. It is the file's own
-/// name when that is ASCII; otherwise it is another one, and the new file keeps the process's default mode.
+/// The name used to set a key file's permissions: its path read as Latin-1. If the path is ASCII, that is the
+/// file's own name; otherwise it is another name, and a new file keeps the process's default mode.
 QString permissionName(const unsigned char *path)
 {
     return QString::fromLatin1(CharsOf(path));
 }
 
-/// One output file: an old one is made writable at once; then it is created or truncated, written, and
-/// closed. A file that was made writable and could not be opened gets its mode back. Signals wait until the
-/// end, so that they find the old file or the new one.
+/// One output file: an old file is made writable at once; then the file is created or truncated, written, and
+/// closed. A file that was made writable but could not be opened gets its mode back. Signals are blocked
+/// until the end, so that an interrupted run leaves the old file or the new one.
 class OutputFile {
 public:
     OutputFile(const unsigned char *filePath, const QString &nameForPermissions)
@@ -77,7 +77,7 @@ public:
 
     bool close() { return std::fclose(file.release()) == 0; }
 
-    /// Only now is it known whether all that was written has reached the file.
+    /// Flushing and closing show whether everything written has reached the file.
     bool flushAndClose()
     {
         const bool flushed = flush();
@@ -87,7 +87,7 @@ public:
     /// The stream stays open until the process ends.
     void leaveOpen() { file.release(); }
 
-    /// Folders and devices keep their own: only files are ever made read-only by this program.
+    /// Folders and devices keep their permissions: the program makes only files read-only.
     void setPermissions(QFileDevice::Permissions permissions) const
     {
         if (QFileInfo(name).isFile())
@@ -95,7 +95,7 @@ public:
     }
 
 private:
-    /// All mode bits of an old file, those included that QFileDevice::Permissions has no names for.
+    /// All mode bits of an old file, including those that QFileDevice::Permissions has no names for.
     std::optional<mode_t> mode() const
     {
         struct stat found = {};
@@ -113,7 +113,7 @@ private:
     bool opened = false;
 };
 
-/// The length of a password as key files know it: the library's readers take no more than PEM_BUFSIZE bytes.
+/// How many bytes of a password are used: the library's readers take no more than PEM_BUFSIZE.
 int passPhraseLength(const unsigned char *password)
 {
     return static_cast<int>(std::min(std::strlen(CharsOf(password)), size_t{PEM_BUFSIZE}));
@@ -138,7 +138,7 @@ bool writeEncryptedKey(std::FILE *file, EVP_PKEY *key, const unsigned char *pass
     return PEM_write_PKCS8(file, encrypted.get()) != 0;
 }
 
-/// Writes a whole hash file. Once it is open it ends read-only, even if writing fails.
+/// Writes a hash file and closes it. Once the file is open, it ends read-only, even if writing fails.
 bool writeHash(OutputFile &file, const unsigned char *bytes, size_t size)
 {
     if (!file.open())
@@ -158,7 +158,8 @@ int Crypto::SaveEncPrvKey(const unsigned char *path, EVP_PKEY *key, const unsign
     if (!file.open())
         return FailWith("Error: creating Key File fails\n");
     if (!writeEncryptedKey(file.stream(), key, password, cipher) || !file.flush()) {
-        // Meant: a private key file that could not be written is neither closed nor given its final mode.
+        // On purpose: a private key file that could not be written is neither closed nor given its final
+        // mode.
         file.leaveOpen();
         return FailWith("Error: writing encrypted private Key fails\n");
     }
@@ -174,7 +175,7 @@ int Crypto::SavePrvKey(const unsigned char *path, EVP_PKEY *key)
     FileOwner file(std::fopen(CharsOf(path), "wb"));
     if (!file)
         return FailWith("Error: creating Key File fails\n");
-    // No buffer of the C library's keeps a copy of the key.
+    // Unbuffered, so that the C library keeps no copy of the key.
     std::setvbuf(file.get(), nullptr, _IONBF, 0);
     if (key == nullptr || PEM_write_PrivateKey(file.get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 0 ||
         std::fclose(file.release()) != 0)
@@ -205,8 +206,8 @@ int Crypto::SaveHashPubKey(EVP_PKEY *key, const unsigned char *hashPath)
     size_t length = 0;
     if (GetHashPubKey(key, &buffer, &length) != 1)
         return FailWith("Error: calculating PubKey hash fails\n");
-    // Only now is the old file lost. The message speaks of reading; it is the one that users know for a hash
-    // file that cannot be written.
+    // The old file is truncated only now. The message speaks of reading, but it is the one that users know
+    // for a hash file that cannot be written.
     if (!writeHash(file, buffer, digestSize)) {
         PrintPathError("Error: Reading Device file fails: ", hashPath);
         return -1;

@@ -17,10 +17,10 @@ namespace {
 // Bytes of r, and of s, in a signature.
 constexpr size_t numberSize = 32;
 
-/// Cuts the header off the encoding in `buffer`; the public point moves to the front.
+/// Removes the header from the encoding in `buffer`, and moves the public point to the front.
 int stripHeader(unsigned char *buffer, size_t *length, size_t headerSize)
 {
-    // Only keys far smaller than any curve's are encoded this short: what is not there cannot be cut off.
+    // Only a key far smaller than any on a curve has an encoding this short.
     if (*length < headerSize)
         return FailWith("Error: extracting public key fails\n");
     *length -= headerSize;
@@ -34,8 +34,8 @@ KeyContextOwner keyGenerationContext(EVP_PKEY *parameters)
                                                  : EVP_PKEY_CTX_new_id(EVP_PKEY_EC, nullptr));
 }
 
-/// The curve's parameters as a key object, in `*parameters`. False on failure. A step that fails returns
-/// zero; other values that are not 1 show in the generation itself.
+/// The curve's parameters as a key object, in `parameters`. False on failure. Only zero counts as the failure
+/// of a step; any other value but 1 makes the key generation itself fail.
 bool generateParameters(int nid, KeyOwner &parameters)
 {
     const KeyContextOwner context(EVP_PKEY_CTX_new_id(EVP_PKEY_EC, nullptr));

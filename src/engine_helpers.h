@@ -1,4 +1,4 @@
-// What the files of the engine share, and no caller needs.
+// What the files of the engine share, and callers do not need.
 #pragma once
 
 #include "keygen/console.h"
@@ -11,8 +11,8 @@ constexpr size_t digestSize = 32;
 /// Bytes of the buffers that digests are calculated in.
 constexpr size_t digestBufferSize = 512;
 
-/// False where the cryptographic library could not set up its default context, when an allocation failed,
-/// say. Newer versions go on with it all the same, and crash in it.
+/// False if the cryptographic library could not set up its default context, for example because an allocation
+/// failed. Newer versions use it all the same, and crash.
 bool LibraryIsReady();
 
 inline const char *CharsOf(const unsigned char *bytes)

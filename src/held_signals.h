@@ -1,15 +1,15 @@
-// Signals that wait while an output file is replaced.
+// Blocks signals while an output file is replaced.
 #pragma once
 
 #include <csignal>
 
-/// For its own lifetime holds back the signals that a user, a shell, a timer or a closed pipe ends or stops a
-/// process by: they take their effect afterwards, and none leaves a file half written, or with a mode that is
-/// meant for the moment of writing. Only the calling thread's mask changes, and it is put back as it was.
+/// For as long as it lives, blocks the signals with which a user, a shell, a timer or a closed pipe ends or
+/// stops a process. They take effect afterwards, so that none leaves a file half written, or with the mode
+/// that it has only while it is written. Only the calling thread's mask changes, and it is restored.
 class HeldSignals {
 public:
-    /// Holds nothing back where `path` leads to anything but a regular file or a name that is free: a pipe or
-    /// a device may have to be waited for, and the wait must end on Ctrl-C.
+    /// Blocks nothing if `path` exists and is not a regular file: a write to a pipe or a device may have to
+    /// wait, and Ctrl-C must end the wait.
     explicit HeldSignals(const char *path);
     ~HeldSignals();
     HeldSignals(const HeldSignals &) = delete;

@@ -1,5 +1,5 @@
-// Owners for what the cryptographic library and the C library hand out. Every such object has one from the
-// line that creates it; release() marks the place where it passes to the caller.
+// Owners for the objects of the cryptographic library and the C library. Every such object has an owner from
+// the line that creates it; release() marks where the ownership passes on.
 #pragma once
 
 #include <openssl/bio.h>
@@ -36,13 +36,13 @@ using PrivateKeyInfoOwner = Owner<PKCS8_PRIV_KEY_INFO, PKCS8_PRIV_KEY_INFO_free>
 using RsaOwner = Owner<RSA, RSA_free>;
 using AlgorithmOwner = Owner<X509_ALGOR, X509_ALGOR_free>;
 
-/// For byte buffers of OPENSSL_malloc, whose release is a macro.
+/// For byte buffers from OPENSSL_malloc: OPENSSL_free is a macro and cannot be a template argument.
 struct FreeBuffer {
     void operator()(void *buffer) const { OPENSSL_free(buffer); }
 };
 using BufferOwner = std::unique_ptr<unsigned char, FreeBuffer>;
 
-/// For texts of the library that spell out secrets: wiped, then released.
+/// For strings from the library that contain secrets: wiped, then released.
 struct WipeText {
     void operator()(char *text) const { OPENSSL_clear_free(text, std::char_traits<char>::length(text)); }
 };

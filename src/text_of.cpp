@@ -4,7 +4,8 @@
 
 QString TextOf(QByteArrayView utf8, bool *valid)
 {
-    // Stateless, or the decoder would hold back a character cut short at the end instead of marking it.
+    // Stateless: otherwise the decoder would hold back an incomplete character at the end instead of marking
+    // it.
     QStringDecoder decoder(QStringDecoder::Utf8,
                            QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
     QString text = decoder(utf8);

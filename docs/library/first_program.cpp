@@ -1,4 +1,4 @@
-// first_program FILE: makes a pair of keys and signs FILE with the stored private key. The password is read
+// first_program FILE: makes a key pair and signs FILE with the stored private key. The password is read
 // from standard input; the signature goes to FILE.sig.
 #include <key_engine/crypto.h>
 #include <key_engine/ec_crypto.h>
@@ -37,6 +37,6 @@ int main(int argc, char **argv)
     std::ofstream output(name + ".sig", std::ios::binary);
     if (isSigned)
         output.write(reinterpret_cast<char *>(signature), static_cast<std::streamsize>(length)).flush();
-    engine.Buffer_Cleanup(signature); // the caller's, also where the signature did not verify
+    engine.Buffer_Cleanup(signature); // owned by the caller, even if the signature did not verify
     return isSigned && output ? 0 : 1;
 }

@@ -1,4 +1,4 @@
-// Linked into a program, this takes the place of the engine's MessageOut: plain text, on standard error.
+// Linked into a program, this replaces the engine's MessageOut: it prints plain text on standard error.
 #include <key_engine/console.h>
 
 #include <iostream>

@@ -7,20 +7,20 @@ needs_of_the_archive=(
     "Debian's keys   | file ../share/keyrings/${debian_keyring##*/} | debian-archive-keyring"
 )
 
-# The mirrors of this machine's own package lists, asked in a way that works also before the lists are read.
+# The mirrors of this machine's package manager. Works even before the package lists have been read.
 mirrors() {
     local mirror
     apt-get --print-uris update | sed -n "s|^'\\(.*\\)/dists/.*|\\1|p" | awk '!/security/ && !seen[$0]++' |
         while read -r mirror; do
             case $mirror in
-            # A file of mirrors, one on a line.
+            # A file of mirrors, one per line.
             mirror+file:*) grep -Eo '^[a-z]+://[^[:space:]]+' "/${mirror#mirror+file:}" ;;
             *) printf '%s\n' "$mirror" ;;
             esac
         done
 }
 
-# The package manager with lists of its own in a folder, apart from the machine's. Signatures are checked as ever.
+# The package manager with package lists in a folder, separate from the machine's. Signatures are checked as usual.
 private_apt() {
     local folder=$1
     shift
@@ -42,5 +42,5 @@ read_lists() {
             return
         fi
     done < <(mirrors)
-    stop "no mirror of this machine's package manager gave the suite $suite"
+    stop "no mirror of this machine's package manager has the suite $suite"
 }

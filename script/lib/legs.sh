@@ -1,15 +1,15 @@
 # shellcheck shell=bash
-# Legs of a longer check, for scripts that have sourced setup.sh: each is timed, and a table of them closes the run.
+# The legs of a longer check, for scripts that have sourced setup.sh: each is timed, and a table lists them at the end.
 
 results=()
 failures=0
 # Set by a script that ends at the first failure.
 ends_at_failure=
 
-# Takes a leg's title and its command. A shell of its own, in which the first failure ends the leg: a function that is
-# called in a condition would go on after it, and so must this one not be called in a condition.
+# Takes a leg's title and its command. Runs the command in a subshell, in which the first failure ends the leg. Must not
+# be called in a condition, where a function goes on after a failure.
 leg() {
-    local title=$1 start=$SECONDS log status outcome=held tests=()
+    local title=$1 start=$SECONDS log status outcome=passed tests=()
     shift
     printf '\n=== %s\n' "$title"
     log=$(mktemp)
@@ -26,7 +26,7 @@ leg() {
     ((status == 0)) || [[ ! $ends_at_failure ]] || exit 1
 }
 
-# What ran, and how long it took; what ctest said of a leg stands below it.
+# Prints what ran and how long it took; ctest's summary of a leg is below it.
 print_legs() {
     printf '\n=== in %d s, %d failed:\n' "$SECONDS" "$failures"
     printf '%s\n' "${results[@]}"

@@ -1,8 +1,8 @@
 # shellcheck shell=bash
-# shellcheck disable=SC2034 # some of what stands here is for the scripts that source it
+# shellcheck disable=SC2034 # some variables are for the scripts that source this
 # Set-up that the scripts share: what the machine must have, and how the build folder is made.
 
-# The script that was called, and the top of its tree, whatever links led here.
+# The script that was called, and the top of its tree, with links resolved.
 this_script=$(readlink -f -- "$0")
 tree=$(CDPATH='' cd -P -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")/../.." && pwd) || exit
 
@@ -10,7 +10,7 @@ tree=$(CDPATH='' cd -P -- "$(dirname -- "$(readlink -f -- "${BASH_SOURCE[0]}")")
 preset=default
 build=$tree/build
 
-# What is needed: its name for the user | how to see that it is there | the package that brings it.
+# Each need: its name for the user | how to check for it | the package that provides it.
 needs_of_the_build=(
     "a C++ compiler  | command c++ g++ clang++                 | g++"
     "CMake           | command cmake                           | cmake"
@@ -29,7 +29,8 @@ needs_of_the_tests=(
     "busybox         | command busybox                         | busybox"
     "GNU parallel    | command parallel                        | parallel"
 )
-# For the tests of the manual, and of the completions in these shells. Where they cannot be installed, the others run.
+# For the tests of the manual, and of the completions in these shells. If they cannot be installed, the other tests
+# still run.
 needs_of_the_documents=(
     "man             | command man                             | man-db"
     "groff           | command groff                           | groff"
@@ -45,8 +46,8 @@ say() {
 
 stop() { say "$@"; exit 1; }
 
-# A cheap look, without the package manager: it runs at every start. What stands in an unusual place is not seen
-# here; then the package manager knows better, or CMake does.
+# A cheap check without the package manager, because it runs at every start. It does not see what is in an unusual
+# place; the package manager, or CMake, may find it there.
 is_there() {
     local kind=$1 prefix name prefixes folders=(lib lib64 'lib/*')
     shift
@@ -62,7 +63,7 @@ is_there() {
         done
         ;;
     python)
-        # The system's own first: a package of the system seldom reaches another one.
+        # The system's Python first: another one seldom sees the system's packages.
         for name in /usr/bin/python3 python3; do "$name" -c "import $1" 2>/dev/null && return; done
         ;;
     esac
@@ -72,16 +73,16 @@ is_there() {
 as_root() {
     local sudo=()
     ((EUID == 0)) || sudo=(sudo)
-    # The tools of the package manager stand in folders that an ordinary user's PATH may leave out.
+    # The package manager's tools are in folders that may be missing from an ordinary user's PATH.
     "${sudo[@]}" env PATH="$PATH:/usr/local/sbin:/usr/sbin:/sbin" DEBIAN_FRONTEND=noninteractive "$@"
 }
 
-# What the system installs is for all its users, however private the caller's own files are.
+# Installed files must be readable by all users, whatever the caller's umask.
 install_packages() (
     umask 022
     say "installing $*"
     as_root apt-get -q -o DPkg::Lock::Timeout=300 update ||
-        say "the lists of packages could not be brought up to date; going on with those that are there"
+        say "could not update the package lists; continuing with the existing ones"
     as_root apt-get -q -y -o DPkg::Lock::Timeout=300 install --no-install-recommends "$@"
 )
 
@@ -102,7 +103,7 @@ ensure() {
     if command -v apt-get >/dev/null && { ((EUID == 0)) || command -v sudo >/dev/null; }; then
         install_packages "${packages[@]}" || stop "could not install: ${packages[*]}"
     else
-        say "not found: ${names:2}. Going on; should the build fail, install them. On Debian root does so by:" \
+        say "not found: ${names:2}. Continuing; if the build fails, install them. On Debian, as root:" \
             "apt-get install --no-install-recommends ${packages[*]}"
     fi
 }
@@ -111,29 +112,29 @@ cached_value() {
     sed -n "s/^$1:[A-Z]*=//p" "$build/CMakeCache.txt" 2>/dev/null
 }
 
-# Configures the preset; takes further options of CMake. More of them may stand in KEYGEN_CMAKE_OPTIONS, as words.
+# Configures the preset; takes further options for CMake. KEYGEN_CMAKE_OPTIONS may contain more, separated by blanks.
 configure() {
     local first='' words
     [[ -e $build/CMakeCache.txt ]] || first=yes
     [[ ! $first ]] || ! command -v ninja >/dev/null || export CMAKE_GENERATOR=${CMAKE_GENERATOR:-Ninja}
     read -r -a words <<<"${KEYGEN_CMAKE_OPTIONS:-}"
     (cd "$tree" && cmake --preset "$preset" "$@" "${words[@]}") && return
-    # What CMake found out at the first, failed time must not stand in the way of the next: a compiler, say.
+    # What a failed first configuration has cached, a compiler for example, must not affect the next one.
     [[ ! $first ]] || rm -rf "$build"/CMakeCache.txt "$build"/CMakeFiles/[0-9]*
     stop "configuring failed"
 }
 
-# A build folder that came along with a copy of the tree belongs to the tree it was made from.
+# A build folder that was copied with the tree belongs to the original tree.
 forget_configuration_of_another_tree() {
     local home
     home=$(cached_value CMAKE_HOME_DIRECTORY)
     if [[ -n $home && ! $home -ef $tree ]]; then
-        say "the build folder was made for $home; making it anew"
+        say "the build folder was made for $home; starting again"
         find "$build" -mindepth 1 ! -name .lock -delete
     fi
 }
 
-# Builds targets. Says nothing where there is nothing to do.
+# Builds targets. Prints nothing if there is nothing to do.
 build() {
     local nothing_done='^ninja: no work to do\.$|^\[0/[0-9]+\] Re-checking globbed directories'
     nothing_done+='|^\[[ 0-9]*%\] Built target |^g?make\[?.*: Nothing to be done for '
@@ -142,9 +143,9 @@ build() {
     ((PIPESTATUS[0] == 0)) || stop "building failed"
 }
 
-# One at a time in one build folder.
+# Allows one build at a time in a build folder.
 lock_build_folder() {
-    mkdir -p "$build" || stop "cannot make the build folder"
+    mkdir -p "$build" || stop "cannot create the build folder"
     command -v flock >/dev/null || return 0
     exec 9>"$build/.lock" || stop "cannot lock the build folder"
     flock --nonblock 9 && return
@@ -155,12 +156,12 @@ lock_build_folder() {
 is_configured_for() {
     [[ -e $build/CMakeCache.txt && (-e $build/build.ninja || -e $build/Makefile) ]] || return
     [[ $1 == OFF ]] && return
-    # Tests whose tools were missing when the build was configured are looked for again.
+    # If tools for tests were missing when the build was configured, look for them again.
     [[ $(cached_value BUILD_TESTING) == ON ]] && ! grep -q '^KEYGEN_TEST_.*-NOTFOUND$' "$build/CMakeCache.txt"
 }
 
-# What the scripts do before their work: they build targets with the tests (ON), or without need of them (OFF), after
-# installing what the build needs and what stands in `needs`.
+# The scripts' first step: installs what the build needs and what is in `needs`, and builds targets, with the tests (ON)
+# or whether or not the tests are configured (OFF).
 needs=()
 set_up() (
     tests=$1

@@ -106,7 +106,7 @@ class Layouts(InTemporaryFolder):
         length = int(cipher[3:]) // 8
         key = hashlib.pbkdf2_hmac("sha256", password.encode(), fields["salt"], 2048, length)
         return tool("openssl", "enc", "-d", f"-aes-{cipher[3:]}-cbc", "-K", key.hex(), "-iv",
-                    fields["initial vector"].hex(), data=fields["encrypted"])
+                    fields["initialisation vector"].hex(), data=fields["encrypted"])
 
     def test_new_files_have_the_documented_sizes_and_modes(self):
         make_packet(self.folder / "packet", "prime256v1", "aes256")
@@ -176,7 +176,7 @@ class Example(unittest.TestCase):
     def test_the_private_key_is_correct(self):
         salt, vector = bytes.fromhex("0001020304050607"), bytes(range(16))
         self.assertIn(f"the password `correct horse battery` with the salt `{salt.hex()}`", DOCUMENT)
-        self.assertIn(f"the initial vector `{vector.hex()}`", DOCUMENT)
+        self.assertIn(f"the initialisation vector `{vector.hex()}`", DOCUMENT)
         fixed = Layouts().fields_of(hex_figure("decrypted private key"), "Decrypted private key on prime256v1")
         self.assertEqual(int.from_bytes(fixed["number"], "big"), 1)
         self.assertEqual(fixed["X"] + fixed["Y"], self.point("prime256v1", 1))
@@ -191,7 +191,7 @@ class Example(unittest.TestCase):
         der = base64.b64decode("".join(file.splitlines()[1:-1]))
         self.assertEqual(file, pem("ENCRYPTED PRIVATE KEY", der))
         fields = Layouts().fields_of(der, "Private key file")
-        self.assertEqual(fields, {"salt": salt, "initial vector": vector, "encrypted": encrypted})
+        self.assertEqual(fields, {"salt": salt, "initialisation vector": vector, "encrypted": encrypted})
         opened = tool("openssl", "pkcs8", "-topk8", "-nocrypt", "-outform", "DER", "-passin",
                       "pass:correct horse battery", data=file.encode())
         self.assertEqual(opened, hex_figure("decrypted private key"))

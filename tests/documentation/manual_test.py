@@ -196,14 +196,14 @@ class Quirks(InTemporaryFolder):
         self.assertTrue(self.opens("packet/privateKey00.pem", PASSWORDS[0]))
 
     def test_a_size_that_is_not_a_number_leaves_an_empty_file(self):
-        self.assert_says("The largest size is 2147483647; what is larger, or is not a plain number, counts as 0 and "
-                         "leaves the file empty.")
+        self.assert_says("The largest size is 2147483647; a larger value, or one that is not a plain number, counts as 0 "
+                         "and leaves the file empty.")
         for size in ("2147483648", "1M"):
             self.assertEqual(self.keygen("-rand", size, f"{size}.bin").returncode, 0)
             self.assertEqual((self.folder / f"{size}.bin").stat().st_size, 0)
 
     def test_a_folder_named_hash_loses_the_hash_files_of_a_packet(self):
-        self.assert_says("becomes Hash; no folder is created under the new name, and where there is none the pairs "
+        self.assert_says("becomes Hash; no folder is created under the new name, and if there is none the pairs "
                          "fail.")
         self.assertEqual(self.keygen("-abs", "hashes", "-n", "8", "-pwd", *PASSWORDS).returncode, 0)
         self.assertEqual([each.name for each in self.folder.iterdir()], ["hashes"])
@@ -227,7 +227,7 @@ class Quirks(InTemporaryFolder):
         self.assertEqual([each.name for each in self.folder.iterdir()], ["my"])
 
     def test_a_password_of_several_words_is_refused(self):
-        self.assert_says("under the first of them; any other number ends in an error message.")
+        self.assert_says("under the first of them; any other number of words is an error.")
         for count in (2, 3, 4, 5, 6, 7, 9):
             with self.subTest(words=count):
                 self.assertEqual(self.keygen("-abs", "keys", "-pwd", *["word"] * count).returncode, 1)
@@ -259,7 +259,7 @@ class Quirks(InTemporaryFolder):
 
     def test_the_later_of_two_files_with_one_path_is_kept(self):
         self.assert_says("the later file replaces the earlier one, in the order private key, public key, hash. The run "
-                         "still reports success, also if it is the private key that is lost.")
+                         "still reports success, even if the private key is lost.")
         begins = {"-prvk": b"-----BEGIN ENC", "-pubk": b"-----BEGIN PUB"}
         for first, second in (("-prvk", "-pubk"), ("-prvk", "-hash"), ("-pubk", "-hash")):
             with self.subTest(first=first, second=second):
@@ -274,7 +274,7 @@ class Quirks(InTemporaryFolder):
                     self.assertEqual(len(content), 32)
 
     def test_links_are_followed_and_fifos_are_waited_for(self):
-        self.assert_says("Links are followed. A FIFO is waited for until someone reads from it.")
+        self.assert_says("Links are followed. If a file is a FIFO, the run waits until someone reads from it.")
         (self.folder / "keys").mkdir()
         for name in ("private", "hash"):
             (self.folder / name).touch()
@@ -328,8 +328,8 @@ class Quirks(InTemporaryFolder):
         return run.shown
 
     def test_every_key_is_a_character_of_the_password(self):
-        self.assert_says("Every key is then a character of the password, Backspace, Ctrl-U and Ctrl-D too")
-        self.assert_says("and the password as it was meant does not open the private key.")
+        self.assert_says("Every key is then a character of the password, even Backspace, Ctrl-U and Ctrl-D")
+        self.assert_says("and the intended password does not open the private key.")
         for typed, meant in (("god\x7food pass", "good pass"), ("wrong\x15good pass", "good pass"),
                              ("good pass\x04", "good pass")):
             with self.subTest(typed=typed):
@@ -338,7 +338,7 @@ class Quirks(InTemporaryFolder):
                 self.assertTrue(self.opens("keys/privateKey.pem", typed))
 
     def test_the_end_of_input_at_the_first_question_selects_the_default(self):
-        self.assert_says("At the first question Ctrl-D, too, takes the folder that is shown.")
+        self.assert_says("At the first question, Ctrl-D also accepts the folder that is shown.")
         shown = self.dialogue("\x04", "1234\n")
         self.assertEqual({each.name for each in self.folder.glob("Corvane_KeyGen/*")}, set(PAIR))
         self.assert_says("The path of the private key is shown with a doubled slash if the folder ends with one.")

@@ -107,7 +107,7 @@ class Recipe(InTemporaryFolder):
         (self.folder / "words.txt").write_text("".join(f"{each}\n" for each in ["abc", *self.words[1:16]]))
         result = self.type(command)
         self.assertEqual((result.returncode, result.stderr),
-                         (1, "packets/1: eight passwords of four characters or more are wanted\n"))
+                         (1, "packets/1: needs eight passwords of four characters or more\n"))
         failed = self.type(block("awk")).stdout.splitlines()
         self.assertEqual([each.split()[0] for each in failed], ["1"])
         (self.folder / "words.txt").write_text("".join(f"{each}\n" for each in self.words[:16]))
