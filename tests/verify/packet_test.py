@@ -170,8 +170,8 @@ class Packet(InTemporaryFolder):
                 replace(self.path(name.format(number)), self.path(name.format("02")).read_bytes())
         table = table_hash("prime256v1", [self.path(f"publicKey{each}.pem") for each in NUMBERS])
         replace(self.folder / TABLE, bytes.fromhex(table))
-        self.assert_public(["keys/publicKey04.pem: it is the key of keys/publicKey02.pem once more",
-                            "keys/publicKey06.pem: it is the key of keys/publicKey02.pem once more"],
+        self.assert_public(["keys/publicKey04.pem: it is the same key as keys/publicKey02.pem",
+                            "keys/publicKey06.pem: it is the same key as keys/publicKey02.pem"],
                            NUMBERS, table=True)
 
     def test_a_pair_on_the_other_curve_is_a_finding(self):

@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 from crafted_keys import CURVES, coordinates, encrypted, pem, private_der, public_der
-from runs import InTemporaryFolder, PASSWORDS, hash_of, make_packet, make_pair, replace, sha256
+from runs import InTemporaryFolder, PASSWORDS, SHELL, hash_of, make_packet, make_pair, replace, sha256
 
 PRIVATE = "keys/privateKey.pem"
 CLOSED = f"{PRIVATE}: it does not open under its password, or holds no key"
@@ -128,6 +128,12 @@ class Passwords(InTemporaryFolder):
     def test_passwords_can_come_from_a_pipe(self):
         for name in ("/dev/stdin", "/dev/fd/0"):
             self.assert_agrees("--passwords", name, "keys", stdin=None, input=b"correct horse")
+
+    def test_passwords_can_come_from_another_file_descriptor(self):
+        self.words(b"correct horse\n")
+        for number in range(3, 9):
+            shell = ("sh", "-c", f'exec "$@" {number}<words.txt', "sh", *SHELL)
+            self.assert_agrees("--passwords", f"/dev/fd/{number}", "keys", shell=shell)
 
     def test_passwords_can_come_from_a_named_pipe(self):
         os.mkfifo(self.folder / "pipe")

@@ -230,7 +230,7 @@ class PrivateKey(InTemporaryFolder):
         self.assertEqual((status, output, errors), (1, "", f"{self.PATH}: {UNSOUND}\n"))
 
     def test_a_key_that_others_can_read_is_reported(self):
-        warning = f"{self.PATH}: warning: others than its owner may read it\n"
+        warning = f"{self.PATH}: warning: other users may read it\n"
         for mode, expected in ((0o400, ""), (0o600, ""), (0o500, ""), (0o440, warning), (0o404, warning),
                                (0o444, warning), (0o422, ""), (0o411, "")):
             with self.subTest(mode=oct(mode)):

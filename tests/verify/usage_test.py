@@ -101,13 +101,20 @@ class Usage(InTemporaryFolder):
     def test_names_of_no_packet_are_refused(self):
         self.assert_stops("there is no file of a packet under these names", "--packet", "a.pem", "b.pem", "c.bin")
 
-    def test_a_missing_openssl_is_reported(self):
+    def test_a_missing_tool_is_reported(self):
         tools = self.folder.parent / "tools"
         tools.mkdir()
-        for name in ("awk", "od", "ls", "sed", *SHELL[:1]):
+        for name in ("openssl", "awk", "od", "ls", "sed", *SHELL[:1]):
             (tools / name).symlink_to(shutil.which(name))
-        self.assert_stops("there is no openssl command", "keys", environment={"PATH": str(tools)})
-        self.assertEqual(self.run_verify("--help", environment={"PATH": str(tools)})[0], 0)
+        for name in ("openssl", "awk", "od"):
+            (tools / name).rename(tools / "renamed")
+            self.assert_stops(f"there is no {name} command", "keys", environment={"PATH": str(tools)})
+            self.assertEqual(self.run_verify("--help", environment={"PATH": str(tools)})[0], 0)
+            (tools / "renamed").rename(tools / name)
+
+    def test_an_awk_that_is_killed_is_reported(self):
+        self.assertEqual(self.run_verify("--public-only", "keys", environment=self.tools(awk="kill -KILL $$")),
+                         (2, "", "keys/publicKey.pem: awk ended without a result\n"))
 
     def test_a_broken_openssl_is_reported(self):
         environment = self.tools(openssl="echo 'cannot be loaded' >&2; exit 127")
@@ -188,7 +195,7 @@ class Usage(InTemporaryFolder):
                 (folder / f"{name}private").chmod(0o444)
                 self.assertEqual(self.run_verify(*run, cwd=folder), (
                     1, "", f"{shown}hash: it is not the SHA-256 of X and Y in {shown}public\n"
-                    f"{shown}private: warning: others than its owner may read it\n"))
+                    f"{shown}private: warning: other users may read it\n"))
                 shutil.rmtree(folder)
 
     def test_inaccessible_folders_and_files_are_reported(self):
