@@ -44,6 +44,8 @@ class Recipe(InTemporaryFolder):
         (tools / "keygen").symlink_to(PROGRAM)
         (tools / "keygen-verify").symlink_to(VERIFY)
         self.save(tools / "ssh", SSH)
+        # Without /sys, as in some containers, lscpu prints an error; parallel then reads /proc/cpuinfo.
+        self.save(tools / "lscpu", "#!/bin/sh\nexit 1\n")
         # GNU parallel stores its settings there. This file suppresses its notice, which is for people.
         (self.folder / "parallel").mkdir()
         (self.folder / "parallel/will-cite").touch()
