@@ -55,7 +55,7 @@ void keepMemoryPrivate()
 /// registers on the stack.
 void wipeUnusedStack()
 {
-    std::array<char, 16384> unused;
+    std::array<char, 4096> unused;
     OPENSSL_cleanse(unused.data(), unused.size());
 }
 

@@ -98,6 +98,10 @@ class Usage(InTemporaryFolder):
         self.assert_stops("empty holds no file of a pair or a packet", "--public-only", "empty")
         self.assertEqual(self.with_passwords("empty")[0], 1)
 
+    def test_its_own_file_descriptor_is_refused(self):
+        self.assert_refuses("--passwords cannot take /dev/fd/9, which keygen-verify uses itself",
+                            "--passwords", "/dev/fd/9", "keys")
+
     def test_names_of_no_packet_are_refused(self):
         self.assert_stops("there is no file of a packet under these names", "--packet", "a.pem", "b.pem", "c.bin")
 
@@ -115,6 +119,11 @@ class Usage(InTemporaryFolder):
     def test_an_awk_that_is_killed_is_reported(self):
         self.assertEqual(self.run_verify("--public-only", "keys", environment=self.tools(awk="kill -KILL $$")),
                          (2, "", "keys/publicKey.pem: awk ended without a result\n"))
+        for variable, arguments in (("longest", ["--passwords", "words.txt", "keys"]),
+                                    ("number", ["--packet", "kéys", "käys", "köys"])):
+            environment = self.tools(awk=f'case "$*" in *{variable}=*) kill -KILL $$ ;; esac; '
+                                         f'exec "{shutil.which("awk")}" "$@"')
+            self.assert_stops("awk ended without a result", *arguments, environment=environment)
 
     def test_a_broken_openssl_is_reported(self):
         environment = self.tools(openssl="echo 'cannot be loaded' >&2; exit 127")
