@@ -13,7 +13,7 @@ import time
 import unittest
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from option_table import IGNORED, known_options
+from option_table import IGNORED, known_options, manual_groups
 
 SHELL, COMPLETIONS = sys.argv.pop(1), os.path.realpath(sys.argv.pop(1))
 
@@ -182,6 +182,11 @@ class Completion(unittest.TestCase):
 
     def test_offers_the_long_options_after_two_hyphens(self):
         self.assert_candidates(["keygen --"], {each for each in OPTIONS if each.startswith("--")})
+
+    def test_offers_no_option_in_place_of_a_value(self):
+        for name in sorted(frozenset().union(*manual_groups(with_value=True))):
+            with self.subTest(option=name):
+                self.assertEqual(self.shell.candidates(f"keygen {name} ") & OPTIONS, set())
 
     def test_completes_an_option(self):
         self.assert_completed("keygen --pas", ["--password"])

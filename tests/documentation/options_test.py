@@ -8,7 +8,7 @@ import unittest
 from tree import TREE, help_options, run_program
 
 sys.path.append(str(TREE / "tests/support"))
-from option_table import IGNORED, known_options
+from option_table import IGNORED, assert_names, known_options, manual_groups
 
 MANUAL = (TREE / "man/keygen.1.in").read_text("utf-8")
 
@@ -21,16 +21,10 @@ def option_groups():
         yield names - IGNORED
 
 
-def manual_groups():
-    """The groups of names that share a description in the manual."""
-    for line in re.findall(r"^\.It (Fl .*)$", MANUAL, re.M):
-        names = line.split(" Ar ")[0].replace("\\&", "").split(" , ")
-        yield frozenset("-" + name[len("Fl "):] for name in names)
-
-
 class Options(unittest.TestCase):
     def test_the_help_text_lists_every_option_once(self):
         listed = [name for names in help_options() for name in names]
+        assert_names(self, "keygen/help.cpp", listed, known_options())
         self.assertEqual(sorted(listed), sorted(known_options()))
 
     def test_the_program_accepts_every_option_of_the_help_text(self):
@@ -39,7 +33,14 @@ class Options(unittest.TestCase):
                 self.assertEqual(run_program(name, "-v").returncode, 0)
 
     def test_the_manual_describes_every_option(self):
+        assert_names(self, "man/keygen.1.in", frozenset().union(*manual_groups()), known_options())
         self.assertEqual(sorted(map(sorted, manual_groups())), sorted(map(sorted, option_groups())))
+
+    def test_the_synopsis_of_the_manual_names_one_spelling_of_every_option(self):
+        synopsis = re.search(r"^\.Sh SYNOPSIS$(.*?)^\.Sh ", MANUAL, re.M | re.S)[1]
+        shown = {"-" + name for name in re.findall(r"\bFl (\S+)", synopsis)}
+        missing = [sorted(names) for names in manual_groups() if not names & shown and not names <= IGNORED]
+        self.assertEqual(missing, [], "man/keygen.1.in, SYNOPSIS, has none of these names")
 
     def test_the_manual_says_which_spellings_are_ignored(self):
         for name in IGNORED:
@@ -49,6 +50,7 @@ class Options(unittest.TestCase):
     def test_bash_completes_every_option_that_has_an_effect(self):
         text = (TREE / "completions/keygen.bash").read_text("utf-8")
         offered = re.search(r"_keygen_options='(.*?)'", text, re.S).group(1).split()
+        assert_names(self, "completions/keygen.bash", offered, set(known_options()) - IGNORED)
         self.assertEqual(sorted(offered), sorted(set(known_options()) - IGNORED))
 
     def test_zsh_completes_every_option(self):
@@ -60,6 +62,7 @@ class Options(unittest.TestCase):
             if several:
                 self.assertEqual(several["excluded"].split(), names)
             groups.append(sorted(names))
+        assert_names(self, "completions/_keygen", sum(groups, []), known_options())
         self.assertEqual(sorted(groups), sorted(map(sorted, option_groups())))
 
     def test_fish_completes_every_option(self):
@@ -67,6 +70,7 @@ class Options(unittest.TestCase):
         groups = []
         for words in re.findall(r"-n __keygen_may_be_option -a ('.*?'|\S+)", text):
             groups.append(sorted(words.replace("'", "").replace('"', "").split()))
+        assert_names(self, "completions/keygen.fish", sum(groups, []), known_options())
         self.assertEqual(sorted(groups), sorted(map(sorted, option_groups())))
 
     def test_zsh_and_fish_say_which_spellings_are_ignored(self):
@@ -76,10 +80,10 @@ class Options(unittest.TestCase):
                 with self.subTest(file=name, option=option):
                     self.assertRegex(text, option + r"(\[| -d ')accepted and ignored: use -")
 
-    def test_an_input_of_the_fuzz_target_names_each_option(self):
-        inputs = [path.read_bytes().decode(errors="replace") for path in (TREE / "tests/fuzz/corpus/command_line").iterdir()]
-        tried = {argument.lower() for each in inputs for argument in each.split("\0")}
-        self.assertEqual(sorted(set(known_options()) - tried), [])
+    def test_the_tests_of_the_command_line_name_every_option(self):
+        text = (TREE / "tests/unit/command_line_test.cpp").read_text("utf-8")
+        missing = [name for name in known_options() if f'"{name}"' not in text]
+        self.assertEqual(missing, [], "tests/unit/command_line_test.cpp has no test of these options")
 
 
 if __name__ == "__main__":

@@ -13,7 +13,7 @@ import unittest
 from tree import InTemporaryFolder, PROGRAM, TREE, Terminal, VERIFY, help_options
 
 sys.path.append(str(TREE / "tests/support"))
-from option_table import IGNORED
+from option_table import IGNORED, assert_names, known_options
 
 README = (TREE / "README.md").read_text("utf-8")
 
@@ -130,6 +130,7 @@ class Commands(InTemporaryFolder):
     def test_the_table_of_options_lists_those_of_the_help_text(self):
         table = re.findall(r"^\| (`-.*?) \|", README, re.M)
         listed = [frozenset(re.findall(r"`(.+?)`", names)) for names in table]
+        assert_names(self, "README.md", frozenset().union(*listed), set(known_options()) - IGNORED)
         self.assertEqual(sorted(map(sorted, listed)), sorted(sorted(names - IGNORED) for names in help_options()))
 
     def test_every_document_is_linked(self):

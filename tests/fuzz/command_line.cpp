@@ -8,6 +8,7 @@
 #include "tests/fuzz/fuzz_target.h"
 
 #include <algorithm>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -90,12 +91,8 @@ QList<QByteArray> takenFromVector(const QList<QByteArray> &arguments)
     return taken;
 }
 
-} // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void requireProperties(const QList<QByteArray> &arguments)
 {
-    const QByteArray bytes(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
-    const QList<QByteArray> arguments = bytes.split('\0');
     const RunEnd end = RunOn("", [&] {
         ParseCommandLine(takenFromVector(arguments));
         CompleteKeyPaths();
@@ -110,5 +107,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         Require(!isAnswered, "help and version are answered");
         requireCompleteSettings(arguments);
     }
+}
+
+/// Tries each option with a value, so that no input has to be added for a new one.
+void tryEachOption()
+{
+    for (const QString &name : tab_command_name)
+        requireProperties({name.toUtf8(), "value"});
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    static std::once_flag once;
+    std::call_once(once, tryEachOption);
+    const QByteArray bytes(reinterpret_cast<const char *>(data), static_cast<qsizetype>(size));
+    requireProperties(bytes.split('\0'));
     return 0;
 }

@@ -8,7 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -225,6 +227,21 @@ TEST_F(CommandLine, AcceptsEveryNameInTheTableInAnyLetterCase)
             EXPECT_EQ(run.output.find("Invalid command"), std::string::npos) << typed.toStdString();
         }
     }
+}
+
+TEST_F(CommandLine, AppliesOrAnswersEveryNameInTheTableExceptTwo)
+{
+    std::vector<std::string> withoutEffect;
+    for (const QString &name : tab_command_name) {
+        ResetSettings();
+        const ChildRun run = RunInChild([&] {
+            ParseCommandLine({name.toUtf8(), "8"});
+            std::fputs(ChangedSettings().c_str(), stdout);
+        });
+        if (run.output.empty())
+            withoutEffect.push_back(name.toStdString());
+    }
+    EXPECT_EQ(withoutEffect, std::vector<std::string>({"--public-key-hash", "--prvkey-enc"}));
 }
 
 // Help and version
