@@ -143,9 +143,13 @@ void generatePacket(EC_Crypto &engine)
 /// All files that the run may write.
 QStringList filesOfTheRun()
 {
-    if (!isKeyNumberCommand)
-        return {privateKeyPath, publicKeyPath, hashPath};
-    QStringList paths = {TableHashPath()};
+    // Appended one by one: a list that is constructed from its elements does not notice a failed allocation.
+    QStringList paths;
+    if (!isKeyNumberCommand) {
+        paths << privateKeyPath << publicKeyPath << hashPath;
+        return paths;
+    }
+    paths << TableHashPath();
     for (int i = 0; i < numberKeys; ++i) {
         const KeyFiles files = NumberedKeyFiles(i);
         paths << files.privateKey << files.publicKey << files.hash;
