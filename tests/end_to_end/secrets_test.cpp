@@ -80,7 +80,8 @@ public:
             if (mode.substr(0, 2) != "rw")
                 continue;
             std::string region(end - begin, '\0');
-            const ssize_t size = pread(memory, region.data(), region.size(), static_cast<off_t>(begin));
+            // On 32 bits the stack lies beyond the range of off_t.
+            const ssize_t size = pread64(memory, region.data(), region.size(), static_cast<off64_t>(begin));
             content.append(region, 0, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
         }
         return content;
@@ -151,11 +152,11 @@ std::string stackAfterStartUp(const std::string &folder, const std::vector<std::
 {
     const pid_t id = stoppedRun(folder, arguments);
     std::optional<Memory> memory;
-    std::string stack;
+    std::optional<std::string> stack;
     int status = 0;
     ptrace(PTRACE_SETOPTIONS, id, nullptr, PTRACE_O_TRACEEXEC | PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
     ptrace(PTRACE_CONT, id, nullptr, nullptr);
-    while (stack.empty() && waitpid(id, &status, 0) == id && WIFSTOPPED(status)) {
+    while (!stack && waitpid(id, &status, 0) == id && WIFSTOPPED(status)) {
         if (stoppedBy(status, PTRACE_EVENT_EXEC))
             memory.emplace(id);
         __ptrace_syscall_info call = {};
@@ -169,7 +170,7 @@ std::string stackAfterStartUp(const std::string &folder, const std::vector<std::
     }
     kill(id, SIGKILL);
     waitpid(id, nullptr, 0);
-    return stack;
+    return stack.value_or("");
 }
 
 /// The memory of a run that succeeds.
