@@ -179,10 +179,7 @@ TEST(DialogueAfterTheEndOfInput, TheDialogueContinuesOnATerminal)
     ASSERT_TRUE(terminal.answers(question::createFolderAgain, "y\n"));
     ASSERT_TRUE(terminal.answers(question::packets, "\x04"));
     ASSERT_TRUE(terminal.answers(question::packetsAgain, "1\n"));
-    ASSERT_TRUE(terminal.answers(question::Password(), "abcd\n"));
-    ASSERT_TRUE(terminal.answers(question::RepeatPassword(), "abcd\n"));
-    ASSERT_TRUE(terminal.answers(question::curve, "1\n"));
-    ASSERT_TRUE(terminal.answers(question::cipher, "1\n"));
+    ASSERT_TRUE(AnswersAll(terminal, LastSteps("abcd")));
     EXPECT_EQ(terminal.end().status, 0);
     EXPECT_TRUE(OpensPrivateKey(folder / "new/keys/privateKey.pem", "abcd"));
 }

@@ -195,10 +195,7 @@ TEST_F(DialoguePasswords, AnswersToOtherQuestionsAreShownAndEdited)
     EXPECT_TRUE(terminal.echoes());
     EXPECT_TRUE(terminal.editsLines());
     terminal.type("1\n");
-    ASSERT_TRUE(terminal.answers(question::Password(), "abcd\n"));
-    ASSERT_TRUE(terminal.answers(question::RepeatPassword(), "abcd\n"));
-    ASSERT_TRUE(terminal.answers(question::curve, "1\n"));
-    ASSERT_TRUE(terminal.answers(question::cipher, "1\n"));
+    ASSERT_TRUE(AnswersAll(terminal, LastSteps("abcd")));
     EXPECT_EQ(terminal.end().status, 0);
     EXPECT_TRUE(OpensPrivateKey(folder / "new/keys/privateKey.pem", "abcd"));
 }

@@ -52,10 +52,14 @@ DialogueScript PasswordSteps(const std::string &password, const std::string &whi
     return {{question::Password(which), password}, {question::RepeatPassword(which), password}};
 }
 
+DialogueScript LastSteps(const std::string &password)
+{
+    return PasswordSteps(password) + DialogueScript{{question::curve, "1"}, {question::cipher, "1"}};
+}
+
 DialogueScript OnePairSteps(const std::string &password)
 {
-    return DialogueScript{{question::packets, "1"}} + PasswordSteps(password) +
-           DialogueScript{{question::curve, "1"}, {question::cipher, "1"}};
+    return DialogueScript{{question::packets, "1"}} + LastSteps(password);
 }
 
 DialogueScript operator+(DialogueScript first, const DialogueScript &second)
@@ -87,16 +91,22 @@ void ExecKeygen(const std::string &folder, const std::string &home)
     Exec("env", callWithHome(folder, home));
 }
 
+testing::AssertionResult AnswersAll(PseudoTerminal &terminal, const DialogueScript &script)
+{
+    for (const auto &[question, answer] : script) {
+        const testing::AssertionResult answered = terminal.answers(question, answer + "\n");
+        if (!answered)
+            return answered;
+    }
+    return testing::AssertionSuccess();
+}
+
 ProgramResult RunOnTerminal(const DialogueScript &script, const std::string &folder, const std::string &home)
 {
     PseudoTerminal terminal([&] { ExecKeygen(folder, home); });
-    for (const auto &[question, answer] : script) {
-        const testing::AssertionResult answered = terminal.answers(question, answer + "\n");
-        EXPECT_TRUE(answered);
-        if (!answered)
-            return {};
-    }
-    return terminal.end();
+    const testing::AssertionResult answered = AnswersAll(terminal, script);
+    EXPECT_TRUE(answered);
+    return answered ? terminal.end() : ProgramResult();
 }
 
 ProgramResult RunOnPipe(const std::string &input, const std::string &folder, const std::string &home,

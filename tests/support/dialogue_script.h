@@ -2,6 +2,9 @@
 #pragma once
 
 #include "tests/support/program_run.h"
+#include "tests/support/pseudo_terminal.h"
+
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
@@ -33,6 +36,9 @@ extern const std::string cipherAgain;
 /// A password typed twice.
 DialogueScript PasswordSteps(const std::string &password, const std::string &which = "");
 
+/// The password of one pair and the steps after it.
+DialogueScript LastSteps(const std::string &password);
+
 /// The steps from the number of packets to the end, for one pair.
 DialogueScript OnePairSteps(const std::string &password);
 
@@ -43,6 +49,9 @@ std::string Answers(const DialogueScript &script, const std::string &lineEnd = "
 
 /// Replaces this process with the key generator, in `folder`, with the home directory `home`.
 [[noreturn]] void ExecKeygen(const std::string &folder, const std::string &home = "home");
+
+/// Types each answer on a terminal once its question is shown there. Fails at a question that is not shown.
+testing::AssertionResult AnswersAll(PseudoTerminal &terminal, const DialogueScript &script);
 
 /// Types the answers to the key generator's questions on a terminal, and waits for the end of the run.
 ProgramResult RunOnTerminal(const DialogueScript &script, const std::string &folder,
