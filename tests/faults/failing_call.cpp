@@ -4,7 +4,8 @@
 //   FAILING_CALL    the name of the function; FAILING_AT the number of its call that fails, from 1 on
 //   FAILURE_REPORT  a file that receives "early" or "late", before or after the program's first message, and
 //                   the purpose of the failing call: "late wb keys/publicKey.pem"
-//   CALL_COUNTS     a file that receives "name count" for each function when the program ends
+//   CALL_COUNTS     a file that receives "name count" for each function when the program ends, and
+//                   "allocations_before_lock" with the number of allocations before the first flock()
 //   RAISED_SIGNAL   the number of a signal that is raised before one call, which does not fail
 //   RAISED_AT       the number of that call, from 1 on, among the calls that concern files
 //
@@ -67,6 +68,7 @@ constexpr const char *names[FUNCTIONS] = {"malloc",          "fopen",     "open"
                                           "pthread_sigmask", "getrandom", "getentropy"};
 
 std::atomic<unsigned long> counts[FUNCTIONS];
+unsigned long allocationsBeforeLock = 0;
 int failingFunction = -1;
 unsigned long failingAt = 0;
 int raisedSignal = 0;
@@ -136,6 +138,8 @@ bool fails(Function function, int error, const char *purpose)
     if (!isRunning)
         return false;
     raiseBefore(function);
+    if (function == FLOCK && counts[FLOCK] == 0)
+        allocationsBeforeLock = counts[MALLOC];
     if (++counts[function] != failingAt || function != failingFunction)
         return false;
     std::array<char, 300> text = {};
@@ -169,11 +173,16 @@ struct CountsAtExit {
     ~CountsAtExit()
     {
         isRunning = false;
-        for (int i = 0; i < FUNCTIONS; ++i) {
-            std::array<char, 64> line = {};
-            const int size = snprintf(line.data(), line.size(), "%s %lu\n", names[i], counts[i].load());
-            report("CALL_COUNTS", line.data(), static_cast<size_t>(size));
-        }
+        for (int i = 0; i < FUNCTIONS; ++i)
+            reportCount(names[i], counts[i]);
+        reportCount("allocations_before_lock", allocationsBeforeLock);
+    }
+
+    static void reportCount(const char *name, unsigned long count)
+    {
+        std::array<char, 64> line = {};
+        const int size = snprintf(line.data(), line.size(), "%s %lu\n", name, count);
+        report("CALL_COUNTS", line.data(), static_cast<size_t>(size));
     }
 } countsAtExit;
 

@@ -27,6 +27,8 @@ from check_key_files import CheckFailed, check_pair, check_table
 SECONDS = 60
 # What a run does once at its end, such as the table of hashes of a packet, needs only a few of its allocations.
 LAST_ALLOCATIONS = 200
+# The list of a run's files, and the folders to lock.
+ALLOCATIONS_BEFORE_LOCK = 100
 PRIVATE_MODE, PUBLIC_MODE, DEFAULT_MODE, OVERWRITABLE_MODE = 0o400, 0o444, 0o644, 0o226
 
 
@@ -213,10 +215,14 @@ class Sweep:
         except RunError as wrong:
             return [f"{run}, without a failure: {wrong}"]
         place, slices = map(int, options.slice.split("/"))
+        before_lock = counts.pop("allocations_before_lock")
         for call, count in counts.items():
             numbers = range(1, count + 1)
             if call == "malloc":
-                numbers = sorted({*numbers[::options.every], *numbers[-LAST_ALLOCATIONS:]}) if options.every else []
+                chosen = {*numbers[max(0, before_lock - ALLOCATIONS_BEFORE_LOCK):before_lock]}
+                if options.every:
+                    chosen |= {*numbers[::options.every], *numbers[-LAST_ALLOCATIONS:]}
+                numbers = sorted(chosen)
             numbers = numbers[place - 1::slices]
             jobs = len(numbers)
             results = pool.map(self.fail, [run] * jobs, [call] * jobs, numbers, chunksize=8)
@@ -231,7 +237,8 @@ def main():
     parser.add_argument("program")
     parser.add_argument("shim")
     parser.add_argument("--every", type=int, default=1, metavar="N",
-                        help="make only one in N allocations fail, and all of the last ones; 0 for none")
+                        help="make only one in N allocations fail, and all of the last ones; 0 for neither. "
+                        "Those just before the run locks its folders always fail")
     parser.add_argument("--run", choices=ARGUMENTS, action="append", help="only this run (may be repeated)")
     parser.add_argument("--slice", default="1/1", help="which calls: 2/3 means every third call from the second on")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="runs at the same time")
