@@ -15,10 +15,11 @@ enum MSGTYPE : int {
     /// to another message: the option, folder or path it is about, the choices of a question, the files after
     /// a success. Also the version and the notice.
     MSG_INFO = 1,
-    /// Default colours: a question asked for the first time, and the lines of the help text.
+    /// Default colours: a question asked for the first time, the question for a password each time, and the
+    /// lines of the help text.
     MSG_PROMPT = 2,
-    /// Magenta: a question asked again after an invalid answer, and a warning, with its question if it has
-    /// one.
+    /// Magenta: any other question asked again after an invalid answer, and a warning, with its question if
+    /// it has one.
     MSG_REPROMPT = 3,
     /// Red: an error, its reason and the advice after it; from the engine, also the path it is about. The
     /// caller of a failed function may add its own line.
