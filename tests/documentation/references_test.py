@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The references in the documents have targets, and the map in CONTRIBUTING.md lists each file of the program."""
+"""The references in the documents have targets, and the map in CONTRIBUTING.md lists each file of the program,
+in the order of the build."""
 
 import re
 import unittest
@@ -44,15 +45,25 @@ class References(unittest.TestCase):
                 with self.subTest(document=document.name, name=name):
                     self.assertTrue((TREE / name).exists() or (TREE / f"{name}.h").exists())
 
-    def test_the_map_lists_each_file_of_the_program_once(self):
+    def files_of_the_map(self):
         text = (TREE / "CONTRIBUTING.md").read_text("utf-8")
         table = re.search(r"^## The map$(.*?)^## ", text, re.M | re.S)[1]
         shown = []
         for name in re.findall(r"^\| `(.*?)` \|", table, re.M):
             # A name without an extension means a header and its source.
             shown += [name] if "." in name else [f"{name}.cpp", f"{name}.h"]
+        return shown
+
+    def test_the_map_lists_each_file_of_the_program_once(self):
         files = [str(each.relative_to(TREE)) for folder in ("keygen", "src") for each in (TREE / folder).iterdir()]
-        self.assertEqual(sorted(shown), sorted(files))
+        self.assertEqual(sorted(self.files_of_the_map()), sorted(files))
+
+    def test_the_build_lists_the_files_in_the_order_of_the_map(self):
+        text = (TREE / "CMakeLists.txt").read_text("utf-8")
+        for library in ("key_engine", "keygen_frontend"):
+            listed = re.search(rf"^add_library\({library} STATIC\n((?: +\w+/\S+\n)+)", text, re.M)[1].split()
+            with self.subTest(library=library):
+                self.assertEqual(listed, [each for each in self.files_of_the_map() if each in listed])
 
 
 if __name__ == "__main__":
