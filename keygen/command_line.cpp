@@ -130,26 +130,6 @@ void applyPassword(const OptionEntry &entry)
     isPasswordCmd = true;
 }
 
-void applyPublicKey(const OptionEntry &entry)
-{
-    publicKeyPath = entry.value(0);
-}
-
-void applyPrivateKey(const OptionEntry &entry)
-{
-    privateKeyPath = entry.value(0);
-}
-
-void applyHash(const OptionEntry &entry)
-{
-    hashPath = entry.value(0);
-}
-
-void applyAbsolutePath(const OptionEntry &entry)
-{
-    absolutePath = entry.value(0);
-}
-
 void applyCipher(const OptionEntry &entry)
 {
     if (isSame(entry.value(0), "aes128"))
@@ -206,10 +186,10 @@ struct Command {
 // then apply nothing. Command lines in the field that use them must keep doing what they do.
 constexpr Command commands[] = {
     {"-pwd", "--password", applyPassword},
-    {"-pubk", "--public-key", applyPublicKey},
-    {"-prvk", "--private-key", applyPrivateKey},
-    {"-hash", "--hash-image", applyHash},
-    {"-abs", "--absolute-path", applyAbsolutePath},
+    {"-pubk", "--public-key", [](const OptionEntry &entry) { publicKeyPath = entry.value(0); }},
+    {"-prvk", "--private-key", [](const OptionEntry &entry) { privateKeyPath = entry.value(0); }},
+    {"-hash", "--hash-image", [](const OptionEntry &entry) { hashPath = entry.value(0); }},
+    {"-abs", "--absolute-path", [](const OptionEntry &entry) { absolutePath = entry.value(0); }},
     {"-pe", "--prvkey-enc ", applyCipher},
     {"-ecc", "--ecc-algo", applyCurve},
     {"-n", "--number-key", applyKeyNumber},
