@@ -13,7 +13,7 @@ import unittest
 from tree import CIPHERS, CURVES, InTemporaryFolder, PASSWORDS, TREE, make_packet, run_program
 
 sys.path.append(str(TREE / "tests/support"))
-from check_key_files import check_table, hashes_of_records, table_hash
+from check_key_files import check_table, hashes_of_records, pem, table_hash
 
 DOCUMENT = (TREE / "docs/files.md").read_text("utf-8")
 
@@ -33,16 +33,11 @@ def hex_figure(title):
     return bytes.fromhex(figure(title))
 
 
-def pem(label, der):
-    lines = textwrap.wrap(base64.b64encode(der).decode(), 64)
-    return "".join(f"{line}\n" for line in [f"-----BEGIN {label}-----", *lines, f"-----END {label}-----"])
-
-
 def der_of(path, label):
     """The bytes in a PEM file, which must be exactly as the document says."""
-    text = path.read_bytes().decode("ascii")
-    der = base64.b64decode("".join(text.splitlines()[1:-1]), validate=True)
-    assert text == pem(label, der), path
+    content = path.read_bytes()
+    der = base64.b64decode(b"".join(content.splitlines()[1:-1]), validate=True)
+    assert content == pem(label, der), path
     return der
 
 
@@ -169,7 +164,7 @@ class Example(unittest.TestCase):
     def test_the_public_keys_and_hashes_are_correct(self):
         for curve in CURVES:
             with self.subTest(curve=curve):
-                self.assertEqual(figure(f"{curve} public key"), pem("PUBLIC KEY", self.public_key(curve, 1)))
+                self.assertEqual(figure(f"{curve} public key").encode(), pem("PUBLIC KEY", self.public_key(curve, 1)))
                 self.assertEqual(hex_figure(f"{curve} x and y"), self.point(curve, 1))
                 self.assertEqual(hex_figure(f"{curve} hash"), sha256(self.point(curve, 1)))
 
@@ -189,7 +184,7 @@ class Example(unittest.TestCase):
 
         file = figure("private key file")
         der = base64.b64decode("".join(file.splitlines()[1:-1]))
-        self.assertEqual(file, pem("ENCRYPTED PRIVATE KEY", der))
+        self.assertEqual(file.encode(), pem("ENCRYPTED PRIVATE KEY", der))
         fields = Layouts().fields_of(der, "Private key file")
         self.assertEqual(fields, {"salt": salt, "initialisation vector": vector, "encrypted": encrypted})
         opened = tool("openssl", "pkcs8", "-topk8", "-nocrypt", "-outform", "DER", "-passin",

@@ -14,6 +14,7 @@ import base64
 import hashlib
 import os
 import sys
+import textwrap
 
 from cryptography.hazmat.primitives.ciphers import Cipher, algorithms, modes
 from cryptography.hazmat.primitives.serialization import (
@@ -110,13 +111,21 @@ def der_of(path, label):
     return base64.b64decode("".join(body), validate=True)
 
 
+def pem(label, der):
+    lines = textwrap.wrap(base64.b64encode(der).decode(), 64)
+    return "".join(f"{line}\n" for line in [f"-----BEGIN {label}-----", *lines, f"-----END {label}-----"]).encode()
+
+
 def sequence(*parts):
     return tlv(0x30, b"".join(parts))
 
 
 def tlv(tag, value):
-    length = bytes([len(value)]) if len(value) < 128 else bytes([0x81, len(value)])
-    return bytes([tag]) + length + value
+    length = len(value)
+    if length < 128:
+        return bytes([tag, length]) + value
+    digits = length.to_bytes((length.bit_length() + 7) // 8, "big")
+    return bytes([tag, 0x80 | len(digits)]) + digits + value
 
 
 def binary_form(path, curve):

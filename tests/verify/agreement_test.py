@@ -5,7 +5,7 @@ import unittest
 
 from crafted_keys import CURVES
 from runs import (CIPHERS, InTemporaryFolder, NUMBERS, PASSWORDS, hash_of, keygen, make_packet, make_pair,
-                  table_hash)
+                  table_hash_of)
 
 
 class Agreement(InTemporaryFolder):
@@ -23,7 +23,7 @@ class Agreement(InTemporaryFolder):
                      table="keys/publicKeysHashHashes.bin"):
         names = [name.format(each) for each in numbers]
         lines = [self.line(each, curve, cipher) for each in names]
-        return "".join(lines) + f"{table}: {table_hash(curve, [self.folder / each for each in names])}\n"
+        return "".join(lines) + f"{table}: {table_hash_of(curve, [self.folder / each for each in names])}\n"
 
     def assert_agrees(self, output, *arguments, **options):
         self.assertEqual(self.with_passwords(*arguments, **options), (0, output, ""))
@@ -141,7 +141,7 @@ class Agreement(InTemporaryFolder):
                 # The program leaves the file with the mode of any new file.
                 next(self.folder.glob("k*")).chmod(0o400)
                 line = self.line(shown.format("00"), "prime256v1")
-                table = table_hash("prime256v1", [self.folder / shown.format("00")])
+                table = table_hash_of("prime256v1", [self.folder / shown.format("00")])
                 lines = f"{line}ß {public}: {table}\nall agrees: a packet of 1\n".replace("\u0081", "?")
                 self.assert_agrees(lines, "--packet", f"k {public}", public, f"ß {public}")
                 for each in self.folder.iterdir():

@@ -6,8 +6,8 @@ import pathlib
 import shutil
 import unittest
 
-from runs import (InTemporaryFolder, NUMBERS, PASSWORDS, hash_of, make_packet, make_pair, replace, sha256,
-                  table_hash)
+from runs import (InTemporaryFolder, NUMBERS, PASSWORDS, hash_of, make_packet, make_pair, replace, sha256_hex,
+                  table_hash_of)
 
 TABLE = "keys/publicKeysHashHashes.bin"
 WRONG_TABLE = f"{TABLE}: it is not the hash of the table of this packet's hashes"
@@ -35,7 +35,7 @@ class HashFile(InTemporaryFolder):
         wrong = "it is not the SHA-256 of X and Y in keys/publicKey.pem"
         encoding = (self.folder / "keys/publicKey.pem").read_bytes()
         for content in (bytes(32), bytes([good[0] ^ 128]) + good[1:], good[:-1] + bytes([good[-1] ^ 1]), good[::-1],
-                        bytes.fromhex(sha256(encoding)), b"unread\n".ljust(32)):
+                        bytes.fromhex(sha256_hex(encoding)), b"unread\n".ljust(32)):
             with self.subTest(content=content):
                 replace(path, content)
                 self.assert_found(wrong)
@@ -99,7 +99,7 @@ class Packet(InTemporaryFolder):
         return "".join(f"{name}: {curve}, {hash_of(self.folder / name)}\n" for name in names)
 
     def table_line(self, numbers=NUMBERS):
-        return f"{TABLE}: {table_hash('prime256v1', [self.path(f'publicKey{each}.pem') for each in numbers])}\n"
+        return f"{TABLE}: {table_hash_of('prime256v1', [self.path(f'publicKey{each}.pem') for each in numbers])}\n"
 
     def assert_public(self, findings, agreeing, table=False, status=1):
         output = self.lines(agreeing) + (self.table_line() if table else "")
@@ -128,8 +128,8 @@ class Packet(InTemporaryFolder):
     def test_the_hash_of_a_different_table_is_a_finding(self):
         publics = [self.path(f"publicKey{number}.pem") for number in NUMBERS]
         points = b"".join(bytes.fromhex(hash_of(each)) for each in publics)
-        for wrong in (table_hash("brainpoolP256t1", publics), table_hash("prime256v1", publics[::-1]),
-                      table_hash("prime256v1", publics[:7]), sha256(points)):
+        for wrong in (table_hash_of("brainpoolP256t1", publics), table_hash_of("prime256v1", publics[::-1]),
+                      table_hash_of("prime256v1", publics[:7]), sha256_hex(points)):
             replace(self.folder / TABLE, bytes.fromhex(wrong))
             self.assert_public([WRONG_TABLE], NUMBERS)
 
@@ -168,7 +168,7 @@ class Packet(InTemporaryFolder):
         for name in ("privateKey{}.pem", "publicKey{}.pem", "publicKeyHash{}.bin"):
             for number in ("04", "06"):
                 replace(self.path(name.format(number)), self.path(name.format("02")).read_bytes())
-        table = table_hash("prime256v1", [self.path(f"publicKey{each}.pem") for each in NUMBERS])
+        table = table_hash_of("prime256v1", [self.path(f"publicKey{each}.pem") for each in NUMBERS])
         replace(self.folder / TABLE, bytes.fromhex(table))
         self.assert_public(["keys/publicKey04.pem: it is the same key as keys/publicKey02.pem",
                             "keys/publicKey06.pem: it is the same key as keys/publicKey02.pem"],

@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 from crafted_keys import CURVES, coordinates, encrypted, pem, private_der, public_der
-from runs import InTemporaryFolder, PASSWORDS, SHELL, hash_of, make_packet, make_pair, replace, sha256
+from runs import InTemporaryFolder, PASSWORDS, SHELL, hash_of, make_packet, make_pair, replace, sha256_hex
 
 PRIVATE = "keys/privateKey.pem"
 CLOSED = f"{PRIVATE}: it does not open under its password, or holds no key"
@@ -20,9 +20,9 @@ class Passwords(InTemporaryFolder):
 
     def use(self, password):
         """Replaces the pair with the key of number 5, encrypted under the password."""
-        point = CURVES["prime256v1"].point(5)
+        point = CURVES["prime256v1"].public_point(5)
         replace(self.folder / "keys/publicKey.pem", pem("PUBLIC KEY", public_der("prime256v1", point)))
-        replace(self.folder / "keys/publicKeyhash.bin", bytes.fromhex(sha256(coordinates(point))))
+        replace(self.folder / "keys/publicKeyhash.bin", bytes.fromhex(sha256_hex(coordinates(point))))
         replace(self.folder / PRIVATE, encrypted(private_der("prime256v1", 5, point), password))
 
     def assert_agrees(self, *arguments, **options):

@@ -9,7 +9,7 @@ import unittest
 
 from crafted_keys import (AES_CBC, CURVES, HMAC_SHA256, PBES2, PBKDF2, coordinates, encrypted, encrypted_der, pem,
                           private_der, public_der, sequence, tlv)
-from runs import InTemporaryFolder, make_pair, replace, sha256
+from runs import InTemporaryFolder, make_pair, replace, sha256_hex
 
 PASSWORD = "correct horse"
 NOT_ONE_BLOCK = "it is not one block of the kind ENCRYPTED PRIVATE KEY, in lines of 64 characters, and nothing else"
@@ -91,7 +91,7 @@ OTHER_ENCODINGS = [
 def inner_keys(curve):
     """Private keys that open with the password but are checked against the public key of number 5, and the findings."""
     group = CURVES[curve]
-    five, six = group.point(5), group.point(6)
+    five, six = group.public_point(5), group.public_point(6)
     minus_five = (five[0], group.p - five[1])
     other = CURVE_NAMES[1 - CURVE_NAMES.index(curve)]
     compressed = bytes([2 + five[1] % 2]) + five[0].to_bytes(32, "big")
@@ -109,7 +109,7 @@ def inner_keys(curve):
         ("another sound key", private_der(curve, 6, six), OTHER_KEY),
         ("another number, without a public key", private_der(curve, 6), OTHER_KEY),
         ("the key with the other sign", private_der(curve, group.n - 5, minus_five), OTHER_KEY),
-        ("the number on the other curve", private_der(other, 5, CURVES[other].point(5)), OTHER_KEY),
+        ("the number on the other curve", private_der(other, 5, CURVES[other].public_point(5)), OTHER_KEY),
         ("a compressed public key", private_der(curve, 5, compressed), OTHER_KEY),
         ("a public key", public_der(curve, five), CLOSED),
         ("nothing", b"", CLOSED),
@@ -126,10 +126,10 @@ class PrivateKey(InTemporaryFolder):
         replace(self.folder / self.PATH, content)
 
     def use_key_five(self, curve):
-        point = CURVES[curve].point(5)
+        point = CURVES[curve].public_point(5)
         replace(self.folder / "keys/publicKey.pem", pem("PUBLIC KEY", public_der(curve, point)))
-        replace(self.folder / "keys/publicKeyhash.bin", bytes.fromhex(sha256(coordinates(point))))
-        return sha256(coordinates(point))
+        replace(self.folder / "keys/publicKeyhash.bin", bytes.fromhex(sha256_hex(coordinates(point))))
+        return sha256_hex(coordinates(point))
 
     def assert_agrees(self, curve, cipher, digest, **options):
         expected = f"keys/publicKey.pem: {curve}, {cipher}, {digest}\nall agrees: 1 pair\n"
@@ -182,7 +182,7 @@ class PrivateKey(InTemporaryFolder):
     def test_other_parameters_with_the_two_ciphers_agree(self):
         """As after changing the password with openssl: more rounds, or a longer salt."""
         digest = self.use_key_five("prime256v1")
-        plain = private_der("prime256v1", 5, CURVES["prime256v1"].point(5))
+        plain = private_der("prime256v1", 5, CURVES["prime256v1"].public_point(5))
         for size, cipher in ((16, "AES-128-CBC"), (32, "AES-256-CBC")):
             for choices in ({"rounds": 1}, {"rounds": 4096}, {"salt_size": 16}, {"salt_size": 200}):
                 with self.subTest(cipher=cipher, **choices):
@@ -191,7 +191,7 @@ class PrivateKey(InTemporaryFolder):
 
     def test_the_name_of_the_other_cipher_is_a_finding(self):
         self.use_key_five("prime256v1")
-        plain = private_der("prime256v1", 5, CURVES["prime256v1"].point(5))
+        plain = private_der("prime256v1", 5, CURVES["prime256v1"].public_point(5))
         self.use(encrypted(plain, PASSWORD, key_size=16, cipher=AES_256))
         self.assert_finds([f"{self.PATH}: {CLOSED}"], "keys")
 

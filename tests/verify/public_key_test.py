@@ -6,7 +6,7 @@ import os
 import unittest
 
 from crafted_keys import CURVES, EC_KEY, coordinates, pem, public_der, sequence, tlv
-from runs import InTemporaryFolder, hash_of, make_pair, replace, sha256
+from runs import InTemporaryFolder, hash_of, make_pair, replace, sha256_hex
 
 NOT_ONE_BLOCK = "it is not one block of the kind PUBLIC KEY, in lines of 64 characters, and nothing else"
 NOT_ELLIPTIC = "it is not a public key on an elliptic curve"
@@ -64,12 +64,12 @@ TEXTS = [
 
 
 def renamed(curve, identifier):
-    return sequence(sequence(EC_KEY, bytes.fromhex(identifier)), tlv(3, b"\0\x04" + coordinates(CURVES[curve].base)))
+    return sequence(sequence(EC_KEY, bytes.fromhex(identifier)), tlv(3, b"\0\x04" + coordinates(CURVES[curve].g)))
 
 
 # Encodings in place of a key on a curve, and the findings.
 def encodings(curve):
-    base = CURVES[curve].base
+    base = CURVES[curve].g
     x, y = (each.to_bytes(32, "big") for each in base)
     good = public_der(curve, base)
     off = f"its point is not on the curve {curve}"
@@ -124,7 +124,7 @@ class PublicKey(InTemporaryFolder):
     def test_coordinates_beyond_the_field_are_findings(self):
         """The same point with an unreduced coordinate, which fits into 32 bytes on this curve."""
         curve = CURVES["brainpoolP256t1"]
-        points = (curve.point(private) for private in range(1, 50))
+        points = (curve.public_point(private) for private in range(1, 50))
         x, y = next(point for point in points if point[0] + curve.p < 1 << 256)
         self.good("brainpoolP256t1")
         for point in ((x + curve.p, y), ):
@@ -149,15 +149,15 @@ class PublicKey(InTemporaryFolder):
         letters, octets = set(), set()
         for private in range(1, 40):
             for curve in CURVES:
-                point = CURVES[curve].point(private)
+                point = CURVES[curve].public_point(private)
                 der = public_der(curve, point)
                 if letters >= set(base64.b64encode(der)) and octets >= set(der):
                     continue
                 letters |= set(base64.b64encode(der))
                 octets |= set(der[-64:])
                 replace(self.folder / "keys/publicKey.pem", pem("PUBLIC KEY", der))
-                replace(self.folder / "keys/publicKeyhash.bin", bytes.fromhex(sha256(coordinates(point))))
-                expected = f"keys/publicKey.pem: {curve}, {sha256(coordinates(point))}\n"
+                replace(self.folder / "keys/publicKeyhash.bin", bytes.fromhex(sha256_hex(coordinates(point))))
+                expected = f"keys/publicKey.pem: {curve}, {sha256_hex(coordinates(point))}\n"
                 self.assertEqual(self.run_verify("--public-only", "keys"),
                                  (0, expected + "all agrees: 1 pair (private keys left out)\n", ""))
                 if len(letters) == 65 and len(octets) == 256:

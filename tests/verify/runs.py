@@ -8,7 +8,7 @@ import subprocess
 import tempfile
 import unittest
 
-from crafted_keys import CURVES, point_of
+from crafted_keys import point_of, table_hash
 
 PROGRAM = os.environ["KEYGEN_PROGRAM"]
 VERIFY = os.environ["KEYGEN_VERIFY"]
@@ -41,17 +41,16 @@ def replace(path, content):
         path.chmod(0o400)
 
 
-def sha256(data):
+def sha256_hex(data):
     return hashlib.sha256(data).hexdigest()
 
 
 def hash_of(public):
-    return sha256(point_of(public.read_bytes()))
+    return sha256_hex(point_of(public.read_bytes()))
 
 
-def table_hash(curve, publics):
-    records = (bytes([CURVES[curve].number, 0, 0, 0]) + point_of(each.read_bytes()) for each in publics)
-    return sha256(b"".join(hashlib.sha256(each).digest() for each in records))
+def table_hash_of(curve, publics):
+    return table_hash(curve, [point_of(each.read_bytes()) for each in publics]).hex()
 
 
 class InTemporaryFolder(unittest.TestCase):

@@ -11,7 +11,7 @@ import termios
 import time
 import unittest
 
-from runs import InTemporaryFolder, PASSWORDS, SHELL, VERIFY, hash_of, make_packet, make_pair, replace, table_hash
+from runs import InTemporaryFolder, PASSWORDS, SHELL, VERIFY, hash_of, make_packet, make_pair, replace, table_hash_of
 
 CLOSED = "it does not open under its password, or holds no key"
 
@@ -97,7 +97,7 @@ class OnTheTerminal(InTemporaryFolder):
             run.answer(question, password.encode() + b"\n")
             expected += question + "\n"
             expected += self.line(f"keys/publicKey{index:02}.pem")
-        table = table_hash("prime256v1", sorted(self.folder.glob("keys/publicKey0*")))
+        table = table_hash_of("prime256v1", sorted(self.folder.glob("keys/publicKey0*")))
         expected += f"keys/publicKeysHashHashes.bin: {table}\nall agrees: a packet of 8\n"
         self.assertEqual(run.end(), (0, expected))
 
