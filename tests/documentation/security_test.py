@@ -38,7 +38,8 @@ class Security(InTemporaryFolder):
     def test_an_older_file_is_accessible_while_it_is_replaced(self):
         self.assert_says("it first gets the mode 0226: other users can read it, and everyone can write to it, until "
                          "the new content is written and it gets its final mode. `umask 077` does not change that. "
-                         "Removing the older files first does: until then, a new file has the mode that your umask")
+                         "Removing the older files first does: a new file has the mode that your umask leaves until it "
+                         "gets its final mode.")
         os.umask(0o077)
         self.keygen("-abs", "keys", "-pwd", "1234")
         # Without a password the run ends while the private key is being replaced.
