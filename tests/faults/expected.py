@@ -5,12 +5,10 @@ Only messages that nothing but a failed allocation causes are defined here.
 import os
 import pathlib
 import re
+import sys
 
-TREE = pathlib.Path(__file__).resolve().parents[2]
-TRANSCRIPTS = TREE / "tests" / "transcripts"
-VERSION = re.search(r"^project\(keygen VERSION (\S+)", (TREE / "CMakeLists.txt").read_text("utf-8"), re.MULTILINE)[1]
-# The end of each message.
-RESET = "\x1b[0m\x1b[39;49m"
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from transcripts import RESET, transcript
 
 ONE_PASSWORD = "correct horse"
 PASSWORDS = [f"password {i}" for i in range(8)]
@@ -25,7 +23,7 @@ ARGUMENTS = {
 
 def messages(name, *replacements):
     """The messages of a transcript, with its paths or sizes replaced."""
-    text = (TRANSCRIPTS / f"{name}.txt").read_text("utf-8").replace("@VERSION@", VERSION)
+    text = transcript(name)
     for there, here in replacements:
         assert there in text, (name, there)
         text = text.replace(there, here)

@@ -20,6 +20,9 @@ VERSION = os.environ["KEYGEN_VERSION"]
 MAJOR, MINOR, _ = map(int, VERSION.split("."))
 TREE = pathlib.Path(__file__).resolve().parents[2]
 
+sys.path.append(str(TREE / "tests/support"))
+from transcripts import RESET
+
 PLAIN_MESSAGES = """\
 Prime256v1 curve is selected.\x20
 AES_256_cbc algorithm is selected for private key encryption
@@ -31,7 +34,6 @@ Reading Private Key File...\x20
 ECDSA signature generated.
 Signature verification: SUCCESS\x20
 """
-RESET = "\x1b[0m\x1b[39;49m"
 COLOURED_MESSAGES = "".join(
     f"\x1b[49m {line}{RESET}" for line in PLAIN_MESSAGES.replace("SUCCESS \n", "").splitlines(keepends=True)
 ) + f"\x1b[00;32m SUCCESS \n{RESET}"
