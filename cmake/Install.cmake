@@ -17,14 +17,25 @@ install(PROGRAMS "${KEYGEN_VERIFY}" TYPE BIN)
 install(FILES "${PROJECT_BINARY_DIR}/man/keygen.1" "${PROJECT_BINARY_DIR}/man/keygen-verify.1"
   DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 
+# Each shell's completion of keygen contains the table of options, without its comments and the blanks around its
+# columns.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS completions/options)
+file(READ completions/options table)
+string(REGEX REPLACE "(\n(#[^\n]*)?)+" "\n" table "\n${table}")
+string(REGEX REPLACE " *\\| *" "|" table "${table}")
+string(STRIP "${table}" KEYGEN_OPTIONS)
+foreach(completion keygen.bash _keygen keygen.fish)
+  configure_file(completions/${completion}.in completions/${completion} @ONLY)
+endforeach()
+
 # Each shell has its own folder and its own rule for the file's name.
-install(FILES completions/keygen.bash
+install(FILES "${PROJECT_BINARY_DIR}/completions/keygen.bash"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME keygen)
 install(FILES completions/keygen-verify.bash
   DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" RENAME keygen-verify)
-install(FILES completions/_keygen completions/_keygen-verify
+install(FILES "${PROJECT_BINARY_DIR}/completions/_keygen" completions/_keygen-verify
   DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
-install(FILES completions/keygen.fish completions/keygen-verify.fish
+install(FILES "${PROJECT_BINARY_DIR}/completions/keygen.fish" completions/keygen-verify.fish
   DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 
 # The documents are laid out as in the tree, so that the links between them work.

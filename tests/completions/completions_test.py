@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Completes command lines in a real shell: completions_test.py bash|zsh|fish DIRECTORY_OF_THE_COMPLETIONS"""
+"""Completes command lines in a real shell: completions_test.py bash|zsh|fish DIRECTORY_OF_THE_BUILT_COMPLETIONS"""
 
 import os
 import pathlib
@@ -13,13 +13,32 @@ import time
 import unittest
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from option_table import IGNORED, known_options, manual_groups
+from option_table import IGNORED, TREE, known_options, manual_groups
 
-SHELL, COMPLETIONS = sys.argv.pop(1), os.path.realpath(sys.argv.pop(1))
+SHELL, BUILT = sys.argv.pop(1), os.path.realpath(sys.argv.pop(1))
+# Those of keygen-verify are not built.
+WRITTEN = TREE / "completions"
 
 OPTIONS = set(known_options())
 if SHELL == "bash":
     OPTIONS -= IGNORED
+
+# What zsh and fish say of them.
+DESCRIPTIONS = {
+    "-pwd --password": "password of the private key, or eight for a packet",
+    "-n --number-key": "number of key pairs",
+    "-abs --absolute-path": "folder for the output files",
+    "-prvk --private-key": "file of the private key",
+    "-pubk --public-key": "file of the public key",
+    "-hash": "file of the public key hash",
+    "--public-key-hash": "accepted and ignored: use -hash",
+    "-ecc --ecc-algo": "curve of the keys",
+    "-pe": "cipher of the private key file",
+    "--prvkey-enc": "accepted and ignored: use -pe",
+    "-rand --random": "fill a file with random bytes",
+    "-h -? --help": "show the help text",
+    "-v --version": "show the version",
+}
 
 VERIFY_OPTIONS = {"--passwords", "--public-only", "--packet", "--help", "--version"}
 
@@ -75,12 +94,15 @@ class TerminalShell:
         self.type("echo end-of-''the-list\n")
         return self.read_to_end()
 
-    def candidates(self, line):
-        # The list that the tab key shows is between the typed line and the prompt with the line repeated.
+    def listed(self, line):
+        """The lines that the tab key shows."""
+        # They are between the typed line and the prompt with the line repeated.
         written = self.after_tab(line, "\x15")
         lines = [re.sub(r"\x1b\[[0-9;?]*[a-zA-Z]|[\r\x07]", "", each) for each in written.split("\n")]
-        listed = [each for each in lines if each and "PROMPT>" not in each]
-        return {word for each in listed for word in self.words_of(each)}
+        return [each for each in lines if each and "PROMPT>" not in each]
+
+    def candidates(self, line):
+        return {word for each in self.listed(line) for word in self.words_of(each)}
 
     def completed(self, line):
         """The arguments that the program receives after `line`, the tab key and the enter key."""
@@ -103,7 +125,7 @@ class Bash(TerminalShell):
             ["PS1='PROMPT>'", "bind 'set show-all-if-ambiguous on'", "bind 'set page-completions off'",
              "bind 'set completion-query-items 0'", "bind 'set enable-bracketed-paste off'",
              "bind 'set completion-display-width 0'", *PROGRAM.splitlines(),
-             f"source '{COMPLETIONS}/keygen.bash'; source '{COMPLETIONS}/keygen-verify.bash'"], folder)
+             f"source '{BUILT}/keygen.bash'; source '{WRITTEN}/keygen-verify.bash'"], folder)
 
     @staticmethod
     def words_of(line):
@@ -116,7 +138,7 @@ class Zsh(TerminalShell):
             ["zsh", "--no-rcs", "-i"],
             ["PROMPT='PROMPT>'; unsetopt ZLE_BRACKETED_PASTE 2>/dev/null; unset zle_bracketed_paste",
              "setopt NO_BEEP NO_ALWAYS_LAST_PROMPT LIST_PACKED NO_LIST_AMBIGUOUS; LISTMAX=1000; bindkey -e",
-             f"fpath=('{COMPLETIONS}' $fpath); autoload -Uz compinit; compinit -u -D",
+             f"fpath=('{BUILT}' '{WRITTEN}' $fpath); autoload -Uz compinit; compinit -u -D",
              "zstyle ':completion:*' list-separator '#'; zstyle ':completion:*' insert-tab false",
              *PROGRAM.splitlines()], folder)
 
@@ -126,6 +148,18 @@ class Zsh(TerminalShell):
         # Names with the same meaning share a line with their description. Files have lines of their own.
         return names.split() if separator else [each for each in re.split(r"  +", line.strip()) if each]
 
+    def descriptions(self, line):
+        rows = [each.partition(" # ") for each in self.listed(line)]
+        return {name: description.rstrip() for names, _, description in rows for name in names.split()}
+
+    def messages(self, line, *tags):
+        """What is said of the values themselves, in messages with these tags."""
+        styles = " ".join(f"':completion:*:{tag}'" for tag in tags)
+        self.after_tab(f"for style in {styles}; zstyle $style format 'MESSAGE %d'", "\n")
+        listed = self.listed(line)
+        self.after_tab(f"for style in {styles}; zstyle -d $style format", "\n")
+        return [each.strip()[len("MESSAGE "):] for each in listed if each.startswith("MESSAGE ")]
+
 
 class Fish:
     """fish has a command that prints the candidates for a line."""
@@ -134,10 +168,13 @@ class Fish:
         self.folder = folder
 
     def run(self, line):
-        script = f"source '{COMPLETIONS}/keygen.fish'; source '{COMPLETIONS}/keygen-verify.fish'; complete -C $argv[1]"
+        script = f"source '{BUILT}/keygen.fish'; source '{WRITTEN}/keygen-verify.fish'; complete -C $argv[1]"
         return subprocess.run(["fish", "--no-config", "-c", script, line], cwd=self.folder, check=True,
                               env=dict(ENVIRONMENT, HOME=self.folder), stdout=subprocess.PIPE,
                               universal_newlines=True).stdout
+
+    def descriptions(self, line):
+        return dict(each.split("\t") for each in self.run(line).splitlines())
 
     def candidates(self, line):
         return {each.split("\t")[0] for each in self.run(line).splitlines()}
@@ -152,7 +189,7 @@ class Fish:
         pass
 
 
-class Completion(unittest.TestCase):
+class InShell(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()
@@ -168,6 +205,7 @@ class Completion(unittest.TestCase):
         cls.shell.close()
         cls.folder.cleanup()
 
+class Completion(InShell):
     def assert_candidates(self, lines, expected):
         for line in lines:
             with self.subTest(line=line):
@@ -186,7 +224,8 @@ class Completion(unittest.TestCase):
     def test_offers_no_option_in_place_of_a_value(self):
         for name in sorted(frozenset().union(*manual_groups(with_value=True))):
             with self.subTest(option=name):
-                self.assertEqual(self.shell.candidates(f"keygen {name} ") & OPTIONS, set())
+                self.assertEqual(self.shell.candidates(f"keygen {name} ") & OPTIONS, set(),
+                                 "completions/options lists no value below it")
 
     def test_completes_an_option(self):
         self.assert_completed("keygen --pas", ["--password"])
@@ -200,6 +239,10 @@ class Completion(unittest.TestCase):
     def test_offers_the_curves_by_name(self):
         self.assert_candidates(["keygen -ecc ", "keygen --ecc-algo "], {"prime256v1", "brainpoolP256t1"})
         self.assert_completed("keygen -ecc b", ["-ecc", "brainpoolP256t1"])
+
+    def test_reads_the_option_before_a_value_in_any_letter_case_except_in_zsh(self):
+        self.assert_candidates(["keygen -ECC ", "keygen --Ecc-Algo "],
+                               {"prime256v1", "brainpoolP256t1"} if SHELL != "zsh" else OPTIONS)
 
     def test_offers_the_numbers_of_pairs(self):
         self.assert_candidates(["keygen -n ", "keygen --number-key "], {"1", "8"})
@@ -219,7 +262,7 @@ class Completion(unittest.TestCase):
 
     def test_offers_bin_files_only_for_the_second_value_of_random_data(self):
         self.assert_candidates(["keygen -rand 16 ", "keygen --random 16 "], {"hash.bin", "keys/", "work/"})
-        self.assert_candidates(["keygen -rand 1"], set())
+        self.assert_candidates(["keygen -rand ", "keygen --random "], set())
 
     def test_offers_no_files_for_a_password(self):
         self.assert_candidates(["keygen -pwd k", "keygen -pwd first second k"], set())
@@ -229,6 +272,15 @@ class Completion(unittest.TestCase):
                               ["-pwd", "1111", "2222", "3333", "4444", "5555", "6666", "7777", "8888", "-abs"])
         self.assert_candidates(["keygen -pwd first -"], OPTIONS - {"-pwd", "--password"}
                                if SHELL == "zsh" else OPTIONS)
+
+    def test_offers_no_option_in_place_of_a_later_password_in_bash_and_zsh(self):
+        self.assert_candidates(["keygen -pwd 1111 ", "keygen -pwd 1111 2222 3333 4444 5555 6666 7777 "],
+                               set() if SHELL != "fish" else OPTIONS)
+        self.assert_candidates(["keygen -pwd 1111 2222 3333 4444 5555 6666 7777 8888 "],
+                               OPTIONS if SHELL != "zsh" else OPTIONS - {"-pwd", "--password"})
+
+    def test_offers_nothing_for_a_value_that_is_ignored(self):
+        self.assert_candidates(["keygen --public-key-hash ", "keygen --prvkey-enc "], set())
 
     PEM_FILES = {"key.pem", "other key.pem" if SHELL != "zsh" else "other\\ key.pem", "keys/", "work/"}
 
@@ -252,6 +304,46 @@ class Completion(unittest.TestCase):
         self.assert_completed("keygen-verify --passwords n", ["--passwords", "notes.txt"])
         self.assert_candidates(["keygen-verify --passwords keys/"],
                                {"inner.pem", "inner.bin"} if SHELL != "fish" else {"keys/inner.pem", "keys/inner.bin"})
+
+
+if SHELL != "bash":
+    class Descriptions(InShell):
+        def test_describes_every_option(self):
+            described = dict(self.shell.descriptions("keygen -"), **self.shell.descriptions("keygen --"))
+            self.assertEqual(set(described), OPTIONS)
+            self.assertEqual([name for name in described if not described[name]], [])
+            for names, description in DESCRIPTIONS.items():
+                for name in names.split():
+                    with self.subTest(option=name):
+                        self.assertEqual(described[name], description)
+
+        def test_describes_words(self):
+            for name, words in {
+                "-n": {"1": "one pair, numbered", "8": "a packet of eight pairs"},
+                "-ecc": {"prime256v1": "the default", "brainpoolP256t1": "the Brainpool curve, twisted"},
+                "-pe": {"aes256": "AES-256-CBC, the default", "aes128": "AES-128-CBC"},
+            }.items():
+                with self.subTest(option=name):
+                    self.assertEqual(self.shell.descriptions(f"keygen {name} "), words)
+
+
+if SHELL == "zsh":
+    class Messages(InShell):
+        def test_says_what_a_value_is(self):
+            for words, message in {
+                "-pwd": "password", "-n": "number of key pairs", "-abs": "folder", "-prvk": "private key file",
+                "-pubk": "public key file", "-hash": "hash file", "--public-key-hash": "ignored", "-ecc": "curve",
+                "-pe": "cipher", "--prvkey-enc": "ignored", "-rand": "size in bytes", "-rand 16": "random data file",
+            }.items():
+                with self.subTest(words=words):
+                    self.assertEqual(self.shell.messages(f"keygen {words} ", "descriptions", "messages"), [message])
+
+        def test_says_what_a_later_password_is_only_in_a_warning_that_nothing_completes_it(self):
+            for count in range(1, 8):
+                with self.subTest(passwords=count):
+                    line = "keygen -pwd " + "1111 " * count
+                    self.assertEqual(self.shell.messages(line, "descriptions", "messages"), [])
+                    self.assertEqual(self.shell.messages(line, "warnings"), ["`password'"])
 
 
 if __name__ == "__main__":

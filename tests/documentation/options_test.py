@@ -11,6 +11,7 @@ sys.path.append(str(TREE / "tests/support"))
 from option_table import IGNORED, assert_names, known_options, manual_groups
 
 MANUAL = (TREE / "man/keygen.1.in").read_text("utf-8")
+COMPLETIONS = (TREE / "completions/options").read_text("utf-8")
 
 
 def option_groups():
@@ -19,6 +20,12 @@ def option_groups():
         for name in names & IGNORED:
             yield frozenset({name})
         yield names - IGNORED
+
+
+def completion_rows():
+    """The rows of the table of the completions: kind, words, description."""
+    rows = [line for line in COMPLETIONS.splitlines() if line and not line.startswith("#")]
+    return [tuple(cell.strip() for cell in row.split("|", 2)) for row in rows]
 
 
 class Options(unittest.TestCase):
@@ -47,38 +54,25 @@ class Options(unittest.TestCase):
             with self.subTest(option=name):
                 self.assertRegex(MANUAL, r"\n\.It Fl -%s .*\nAccepted and ignored:" % name[2:])
 
-    def test_bash_completes_every_option_that_has_an_effect(self):
-        text = (TREE / "completions/keygen.bash").read_text("utf-8")
-        offered = re.search(r"_keygen_options='(.*?)'", text, re.S).group(1).split()
-        assert_names(self, "completions/keygen.bash", offered, set(known_options()) - IGNORED)
-        self.assertEqual(sorted(offered), sorted(set(known_options()) - IGNORED))
+    def test_the_table_of_the_completions_names_every_option(self):
+        groups = [words.split() for kind, words, _ in completion_rows() if kind in ("option", "ignored")]
+        assert_names(self, "completions/options", sum(groups, []), known_options())
+        self.assertEqual(sorted(map(sorted, groups)), sorted(map(sorted, option_groups())))
 
-    def test_zsh_completes_every_option(self):
-        text = (TREE / "completions/_keygen").read_text("utf-8")
-        groups = []
-        for line in re.findall(r"^ {4}('.*)$", text, re.M):
-            several = re.match(r"'\((?P<excluded>.*?)\)'\{(?P<names>.*?)\}", line)
-            names = several["names"].replace("'", "").split(",") if several else [re.match(r"'(.*?)\[", line)[1]]
-            if several:
-                self.assertEqual(several["excluded"].split(), names)
-            groups.append(sorted(names))
-        assert_names(self, "completions/_keygen", sum(groups, []), known_options())
-        self.assertEqual(sorted(groups), sorted(map(sorted, option_groups())))
+    def test_the_table_of_the_completions_says_which_spellings_are_ignored(self):
+        ignored = {words: description for kind, words, description in completion_rows() if kind == "ignored"}
+        self.assertEqual(set(ignored), IGNORED)
+        for name, description in ignored.items():
+            self.assertRegex(description, "^accepted and ignored: use -", name)
 
-    def test_fish_completes_every_option(self):
-        text = (TREE / "completions/keygen.fish").read_text("utf-8")
-        groups = []
-        for words in re.findall(r"-n __keygen_may_be_option -a ('.*?'|\S+)", text):
-            groups.append(sorted(words.replace("'", "").replace('"', "").split()))
-        assert_names(self, "completions/keygen.fish", sum(groups, []), known_options())
-        self.assertEqual(sorted(groups), sorted(map(sorted, option_groups())))
+    def test_the_table_of_the_completions_contains_only_rows_of_the_kinds_that_it_explains(self):
+        explained = re.findall("^#   ([a-z]+) ", COMPLETIONS, re.M)
+        self.assertEqual({kind for kind, _, _ in completion_rows()}, set(explained))
 
-    def test_zsh_and_fish_say_which_spellings_are_ignored(self):
-        for name in ("_keygen", "keygen.fish"):
-            text = (TREE / "completions" / name).read_text("utf-8")
-            for option in IGNORED:
-                with self.subTest(file=name, option=option):
-                    self.assertRegex(text, option + r"(\[| -d ')accepted and ignored: use -")
+    def test_the_table_of_the_completions_contains_no_character_that_has_a_meaning_in_the_shells(self):
+        for kind, _, description in completion_rows():
+            special = "']\\|" if kind in ("option", "ignored") else "']\\|:"
+            self.assertEqual(set(special) & set(description), set(), f"completions/options: {description}")
 
     def test_the_tests_of_the_command_line_name_every_option(self):
         text = (TREE / "tests/unit/command_line_test.cpp").read_text("utf-8")
