@@ -27,6 +27,16 @@ namespace {
 
 LibraryFaults *currentFaults = nullptr;
 
+/// Empties the library's error queue after each test, so that no test sees the errors of another.
+struct QueueCleaner : testing::EmptyTestEventListener {
+    void OnTestEnd(const testing::TestInfo &) override { ERR_clear_error(); }
+};
+
+[[gnu::constructor]] void cleanTheQueueAfterEachTest()
+{
+    testing::UnitTest::GetInstance()->listeners().Append(new QueueCleaner); // which owns it
+}
+
 /// Active while code of a test runs in place of a function.
 struct Pause {
     Pause() { LibraryFaults::current()->pause(true); }
@@ -61,17 +71,17 @@ LibraryFaults *LibraryFaults::current()
 
 void LibraryFaults::fail(const std::string &function, long result, int call)
 {
-    faults.push_back({function, call, Kind::Failure, result, {}, {}, 0, false});
+    faults.push_back({function, call, Kind::Failure, result, {}, {}});
 }
 
 void LibraryFaults::overrideResult(const std::string &function, long result, int call)
 {
-    faults.push_back({function, call, Kind::Spoiling, result, {}, {}, 0, false});
+    faults.push_back({function, call, Kind::Spoiling, result, {}, {}});
 }
 
 void LibraryFaults::before(const std::string &function, const std::function<void()> &action, int call)
 {
-    faults.push_back({function, call, Kind::Action, 0, action, {}, 0, false});
+    faults.push_back({function, call, Kind::Action, 0, action, {}});
 }
 
 int LibraryFaults::calls(const std::string &function) const
@@ -79,7 +89,7 @@ int LibraryFaults::calls(const std::string &function) const
     return static_cast<int>(std::count(record.begin(), record.end(), function));
 }
 
-std::vector<std::string> LibraryFaults::callsOf(std::initializer_list<std::string> functions) const
+std::vector<std::string> LibraryFaults::callsOf(const std::vector<std::string> &functions) const
 {
     std::vector<std::string> calls;
     std::copy_if(record.begin(), record.end(), std::back_inserter(calls), [&](const std::string &call) {

@@ -9,7 +9,6 @@
 
 #include <any>
 #include <functional>
-#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -42,14 +41,14 @@ public:
     template <typename Function>
     void replace(const std::string &function, const std::function<Function> &replacement)
     {
-        faults.push_back({function, everyCall, Kind::Replacement, 0, {}, replacement, 0, false});
+        faults.push_back({function, everyCall, Kind::Replacement, 0, {}, replacement});
     }
 
     /// How often a function was called.
     int calls(const std::string &function) const;
 
     /// The calls of these functions, in order.
-    std::vector<std::string> callsOf(std::initializer_list<std::string> functions) const;
+    std::vector<std::string> callsOf(const std::vector<std::string> &functions) const;
 
     /// What the last call of a function that returns a number returned.
     long lastResult(const std::string &function) const;
@@ -62,8 +61,8 @@ public:
         long result;
         std::function<void()> action;
         std::any replacement;
-        int seen;
-        bool met;
+        int seen = 0;
+        bool met = false;
     };
 
     /// For the substitutes: records a call and returns the fault that applies to it, or null.
@@ -79,6 +78,21 @@ private:
     std::map<std::string, long> results;
     bool paused = false;
 };
+
+/// What a test requests before it makes a call.
+using Preparation = std::function<void(LibraryFaults &)>;
+
+/// Requests what fail() requests.
+inline Preparation Failing(const std::string &function, long result = 0, int call = 1)
+{
+    return [=](LibraryFaults &faults) { faults.fail(function, result, call); };
+}
+
+/// Requests what overrideResult() requests.
+inline Preparation Overriding(const std::string &function, long result = 0, int call = 1)
+{
+    return [=](LibraryFaults &faults) { faults.overrideResult(function, result, call); };
+}
 
 // Functions whose names differ between versions of the library.
 #if OPENSSL_VERSION_NUMBER >= 0x30000000L

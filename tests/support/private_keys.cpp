@@ -6,9 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <openssl/bn.h>
+#include <openssl/ec.h>
 #include <openssl/pem.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 #include <utility>
@@ -22,16 +23,6 @@ std::string publicKeyFile(EVP_PKEY *key, const TemporaryFolder &folder)
     if (!file || PEM_write_PUBKEY(file.get(), key) != 1)
         throw std::runtime_error("cannot write the public key file");
     return path;
-}
-
-/// The shortest encoding of a non-negative number.
-std::string encodedNumber(const std::string &bigEndian)
-{
-    const std::size_t first = std::min(bigEndian.find_first_not_of('\0'), bigEndian.size() - 1);
-    std::string number = bigEndian.substr(first);
-    if (static_cast<unsigned char>(number[0]) >= 0x80)
-        number.insert(number.begin(), '\0');
-    return "\x02" + std::string(1, static_cast<char>(number.size())) + number;
 }
 
 /// Whether the tool prints `word` and ends with status 0.
@@ -79,9 +70,14 @@ KeyOwner PublicHalf(EVP_PKEY *key)
 
 std::string EncodedSignature(const std::string &numbers)
 {
-    const std::size_t half = numbers.size() / 2;
-    const std::string content = encodedNumber(numbers.substr(0, half)) + encodedNumber(numbers.substr(half));
-    return "\x30" + std::string(1, static_cast<char>(content.size())) + content;
+    const int half = static_cast<int>(numbers.size() / 2);
+    const EcdsaSignatureOwner signature(ECDSA_SIG_new());
+    ECDSA_SIG_set0(signature.get(), BN_bin2bn(Bytes(numbers), half, nullptr),
+                   BN_bin2bn(Bytes(numbers) + half, half, nullptr));
+    std::string encoding(static_cast<std::size_t>(i2d_ECDSA_SIG(signature.get(), nullptr)), '\0');
+    auto *cursor = reinterpret_cast<unsigned char *>(encoding.data());
+    i2d_ECDSA_SIG(signature.get(), &cursor);
+    return encoding;
 }
 
 bool OpensslAcceptsEcdsa(EVP_PKEY *key, const std::string &digest, const std::string &signature)
@@ -109,10 +105,4 @@ std::string OutputOfOpenssl(const std::vector<std::string> &arguments)
     const ProgramResult result = Run("openssl", {.arguments = arguments});
     EXPECT_EQ(result.status, 0) << result.errors;
     return result.output;
-}
-
-std::string TakeBuffer(unsigned char *buffer, std::size_t size)
-{
-    const BufferOwner owner(buffer);
-    return {reinterpret_cast<const char *>(buffer), size};
 }

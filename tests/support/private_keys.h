@@ -35,6 +35,3 @@ bool OpensslAcceptsRsa(EVP_PKEY *key, const std::string &data, const std::string
 
 /// What the openssl tool prints. If the tool fails, so does the test.
 std::string OutputOfOpenssl(const std::vector<std::string> &arguments);
-
-/// The bytes of a buffer that the engine returned. Releases the buffer.
-std::string TakeBuffer(unsigned char *buffer, std::size_t size);

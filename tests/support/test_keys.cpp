@@ -1,5 +1,7 @@
 #include "tests/support/test_keys.h"
 
+#include <QByteArray>
+
 #include <openssl/bn.h>
 #include <openssl/ec.h>
 #include <openssl/evp.h>
@@ -38,31 +40,22 @@ std::string bytesOf(const BIGNUM *number)
     return {bytes.begin(), bytes.end()};
 }
 
-int liveKeys = 0;
-
 std::set<void *> &watchedFlags()
 {
     static std::set<void *> flags;
     return flags;
 }
 
-/// The library calls this for every key that is created.
-void recordCreation(void *, void *, CRYPTO_EX_DATA *, int, long, void *)
-{
-    ++liveKeys;
-}
-
 /// The library calls this for every key that is released.
 void recordRelease(void *, void *watched, CRYPTO_EX_DATA *, int, long, void *)
 {
-    --liveKeys;
     if (watchedFlags().count(watched) > 0)
         *static_cast<bool *>(watched) = true;
 }
 
 int watchIndex()
 {
-    static const int index = EC_KEY_get_ex_new_index(0, nullptr, recordCreation, nullptr, recordRelease);
+    static const int index = EC_KEY_get_ex_new_index(0, nullptr, nullptr, nullptr, recordRelease);
     return index;
 }
 
@@ -75,19 +68,7 @@ const unsigned char *Bytes(const std::string &text)
 
 std::string FromHex(const std::string &digits)
 {
-    std::string bytes;
-    std::string pair;
-    for (const char digit : digits) {
-        if (digit == ' ')
-            continue;
-        pair += digit;
-        if (pair.size() == 2) {
-            bytes += static_cast<char>(std::stoi(pair, nullptr, 16));
-            pair.clear();
-        }
-    }
-    require(pair.empty(), "an odd number of digits");
-    return bytes;
+    return QByteArray::fromHex(QByteArray::fromStdString(digits)).toStdString();
 }
 
 KeyOwner FixedKey(int nid, unsigned long number)
@@ -127,8 +108,8 @@ std::string PointOf(const EVP_PKEY *key)
 
 std::string EncodingOfPoint(int nid, const std::string &point)
 {
-    require(nid == 415 || nid == 928, "unsupported curve");
-    const std::string header = nid == 928
+    require(nid == prime256v1 || nid == brainpoolP256t1, "unsupported curve");
+    const std::string header = nid == brainpoolP256t1
                                    ? "30 5A 30 14 06 07 2A 86 48 CE 3D 02 01 06 09 2B 24 03 03 02 08 01 01 08"
                                    : "30 59 30 13 06 07 2A 86 48 CE 3D 02 01 06 08 2A 86 48 CE 3D 03 01 07";
     return FromHex(header + " 03 42 00 04") + point;
@@ -136,10 +117,7 @@ std::string EncodingOfPoint(int nid, const std::string &point)
 
 std::string PemFile(const std::string &label, const std::string &content)
 {
-    std::string base64(4 * ((content.size() + 2) / 3) + 1, '\0');
-    EVP_EncodeBlock(reinterpret_cast<unsigned char *>(base64.data()), Bytes(content),
-                    static_cast<int>(content.size()));
-    base64.pop_back();
+    const std::string base64 = QByteArray::fromStdString(content).toBase64().toStdString();
     std::string file = "-----BEGIN " + label + "-----\n";
     for (std::size_t i = 0; i < base64.size(); i += 64)
         file += base64.substr(i, 64) + "\n";
@@ -148,22 +126,13 @@ std::string PemFile(const std::string &label, const std::string &content)
 
 std::string ContentOfPemFile(const std::string &label, const std::string &file)
 {
-    const std::string begin = "-----BEGIN " + label + "-----\n";
-    const std::string end = "-----END " + label + "-----\n";
-    if (file.size() < begin.size() + end.size())
+    const std::size_t begin = file.find('\n');
+    const std::size_t end = file.rfind("-----END ");
+    if (begin >= end)
         return "";
-    std::string base64;
-    for (const char c : file.substr(begin.size(), file.size() - begin.size() - end.size())) {
-        if (c != '\n')
-            base64 += c;
-    }
-    std::string content(base64.size() / 4 * 3, '\0');
-    if (EVP_DecodeBlock(reinterpret_cast<unsigned char *>(content.data()), Bytes(base64),
-                        static_cast<int>(base64.size())) < 0)
-        return "";
-    // The library's decoder counts the zero bytes of the padding.
-    const std::size_t lastDigit = base64.find_last_not_of('=');
-    content.resize(content.size() - (base64.size() - 1 - lastDigit));
+    // Characters that are not digits, such as line feeds, are ignored.
+    const QByteArray base64 = QByteArray::fromStdString(file.substr(begin, end - begin));
+    const std::string content = QByteArray::fromBase64(base64).toStdString();
     return PemFile(label, content) == file ? content : "";
 }
 
@@ -181,12 +150,6 @@ std::string Sha256Of(const std::string &data)
 std::string TestData(const std::string &name)
 {
     return std::string(TEST_DATA_FOLDER "/") + name;
-}
-
-int LiveCurveKeys()
-{
-    watchIndex();
-    return liveKeys;
 }
 
 ReleaseWatch::ReleaseWatch(EVP_PKEY *key)

@@ -6,6 +6,10 @@
 #include <cstddef>
 #include <string>
 
+// The numbers of the two curves that the engine supports.
+constexpr int prime256v1 = 415;
+constexpr int brainpoolP256t1 = 928;
+
 /// The bytes of `text`, in the type that the engine uses for paths, passwords and data.
 const unsigned char *Bytes(const std::string &text);
 
@@ -20,7 +24,7 @@ KeyOwner FixedKey(int nid, unsigned long number);
 std::string NumberOf(const EVP_PKEY *key);
 std::string PointOf(const EVP_PKEY *key);
 
-/// SubjectPublicKeyInfo on prime256v1 (415) or brainpoolP256t1 (928), spelled out byte by byte.
+/// SubjectPublicKeyInfo on one of the two curves, spelled out byte by byte.
 std::string EncodingOfPoint(int nid, const std::string &point);
 
 /// A PEM file with one block: lines of 64 characters, a line feed after each line.
@@ -33,9 +37,6 @@ std::string Sha256Of(const std::string &data);
 
 /// The path of a file in tests/data.
 std::string TestData(const std::string &name);
-
-/// How many elliptic-curve keys exist in the library now, of those created since the first call.
-int LiveCurveKeys();
 
 /// Records whether the elliptic-curve key inside a key object has been released.
 class ReleaseWatch {

@@ -9,26 +9,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
-#include <algorithm>
-
 namespace {
-
-/// The content of the PEM file at `path`, whatever its label.
-std::string pemContent(const std::string &path)
-{
-    const std::string file = ReadFile(path);
-    const BioOwner source(BIO_new_mem_buf(file.data(), static_cast<int>(file.size())));
-    char *label = nullptr;
-    char *header = nullptr;
-    unsigned char *content = nullptr;
-    long size = 0;
-    if (PEM_read_bio(source.get(), &label, &header, &content, &size) != 1)
-        return "";
-    const BufferOwner contentOwner(content);
-    OPENSSL_free(label);
-    OPENSSL_free(header);
-    return std::string(reinterpret_cast<const char *>(content), static_cast<std::size_t>(size));
-}
 
 int copyPassword(char *buffer, int size, int, void *password)
 {
@@ -36,7 +17,9 @@ int copyPassword(char *buffer, int size, int, void *password)
     return static_cast<int>(text.copy(buffer, static_cast<std::size_t>(size)));
 }
 
-KeyOwner openedKey(const std::string &path, const std::string &password)
+} // namespace
+
+KeyOwner OpenedKey(const std::string &path, const std::string &password)
 {
     const std::string file = ReadFile(path);
     const BioOwner source(BIO_new_mem_buf(file.data(), static_cast<int>(file.size())));
@@ -44,16 +27,14 @@ KeyOwner openedKey(const std::string &path, const std::string &password)
     return KeyOwner(PEM_read_bio_PrivateKey(source.get(), nullptr, copyPassword, &copy));
 }
 
-} // namespace
-
 bool OpensPrivateKey(const std::string &path, const std::string &password)
 {
-    return openedKey(path, password) != nullptr;
+    return OpenedKey(path, password) != nullptr;
 }
 
 std::string PointOfPrivateKey(const std::string &path, const std::string &password)
 {
-    const KeyOwner key = openedKey(path, password);
+    const KeyOwner key = OpenedKey(path, password);
     return key ? PointOf(key.get()) : "";
 }
 
@@ -66,7 +47,7 @@ std::string PointOfPublicKey(const std::string &path)
 
 std::string CipherOf(const std::string &path)
 {
-    const std::string content = pemContent(path);
+    const std::string content = ContentOfPemFile("ENCRYPTED PRIVATE KEY", ReadFile(path));
     const unsigned char *next = Bytes(content);
     const EncryptedKeyOwner key(d2i_X509_SIG(nullptr, &next, static_cast<long>(content.size())));
     if (!key)
@@ -85,7 +66,7 @@ std::string CipherOf(const std::string &path)
 
 std::string CurveOf(const std::string &path)
 {
-    const std::string content = pemContent(path);
+    const std::string content = ContentOfPemFile("PUBLIC KEY", ReadFile(path));
     const unsigned char *next = Bytes(content);
     const Owner<X509_PUBKEY, X509_PUBKEY_free> key(
         d2i_X509_PUBKEY(nullptr, &next, static_cast<long>(content.size())));

@@ -1,7 +1,12 @@
 // Properties of written key files.
 #pragma once
 
+#include "src/openssl_owners.h"
+
 #include <string>
+
+/// The key in the private key file at `path`; null if `password`, byte for byte, does not open it.
+KeyOwner OpenedKey(const std::string &path, const std::string &password);
 
 /// Whether `password`, byte for byte, opens the private key file at `path`.
 bool OpensPrivateKey(const std::string &path, const std::string &password);

@@ -36,17 +36,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int prime256v1 = 415;
-constexpr int brainpoolP256t1 = 928;
-
 const std::string decryptionError = Error("Error: reading encrypted private key file fails\n");
 const std::string readingError = Error("Error: reading private key file fails\n");
 
-/// Each test starts and ends with an empty error queue.
 class StoredKeys : public testing::Test {
 protected:
-    ~StoredKeys() override { ERR_clear_error(); }
-
     /// Writes `content` to a file and returns its path.
     std::string file(const std::string &content)
     {
@@ -353,8 +347,6 @@ TEST_F(ReadPrvKey, FailsIfTheFileContainsNoPrivateKey)
 
 class ReadPubKey : public testing::Test {
 protected:
-    ~ReadPubKey() override { ERR_clear_error(); }
-
     int read(const std::string &path, EVP_PKEY **key)
     {
         CapturedOutput errors(2);
@@ -402,35 +394,12 @@ protected:
     std::string printed;
 };
 
-TEST_F(ReadPubKey, ReadsKeysMadeByAnotherTool)
-{
-    EXPECT_EQ(PointOf(readKey(TestData("prime256v1-public.pem")).get()),
-              FromHex("a2359c52a56bdc3a76f3e89ae8501aaccb1c3123bd5cfe7116abaa74c63447d5"
-                      "21c2eed4facaf62c31f518f232e787ace4d4aa0c2fbaabc17c6dcdfb56e1e478"));
-    EXPECT_EQ(PointOf(readKey(TestData("brainpoolP256t1-public.pem")).get()),
-              FromHex("a72a79fc3a5232d9e922025afc7782e0731ba0bbca899e12b3754084ae25ff70"
-                      "55f87730bf6f6539f31460972544ec1dad33637874dc7f1c7d36e9e37694e40d"));
-    EXPECT_EQ(EVP_PKEY_bits(readKey(TestData("rsa2048-public.pem")).get()), 2048);
-}
-
 TEST_F(ReadPubKey, ReadsTheFirstPublicKeyAfterAnyOtherContent)
 {
     const std::string content = "a note\n" + ReadFile(TestData("certificate.pem")) +
                                 publicKeyFile(brainpoolP256t1, 5) + publicKeyFile(prime256v1, 6);
-    EXPECT_EQ(PointOf(readKey(file("several.pem", content)).get()),
+    EXPECT_EQ(PointOf(readKey(file("plusieurs clés ☂.pem", content)).get()),
               PointOf(FixedKey(brainpoolP256t1, 5).get()));
-}
-
-TEST_F(ReadPubKey, ReadsAKeyAfterAMuchLongerText)
-{
-    const std::string path = file("long.pem", std::string(500000, '\n') + publicKeyFile(prime256v1, 5));
-    EXPECT_EQ(PointOf(readKey(path).get()), PointOf(FixedKey(prime256v1, 5).get()));
-}
-
-TEST_F(ReadPubKey, AcceptsANonAsciiPath)
-{
-    const std::string path = file("clé ☂.pem", publicKeyFile(prime256v1, 5));
-    EXPECT_NE(readKey(path), nullptr);
 }
 
 TEST_F(ReadPubKey, ReplacesAndReleasesThePreviousKey)
@@ -586,8 +555,6 @@ const std::array<Reader, 3> readers = {{
 /// Any of the readers, with a file that contains other text or that is read from a pipe.
 class EachReader : public testing::TestWithParam<Reader> {
 protected:
-    ~EachReader() override { ERR_clear_error(); }
-
     /// What the reader returns and prints for the file at `path`.
     std::string outcome(const std::string &path) const
     {

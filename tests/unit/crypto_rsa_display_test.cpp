@@ -20,8 +20,6 @@
 
 namespace {
 
-constexpr int prime256v1 = 415;
-
 std::string hexOf(const BIGNUM *number)
 {
     char *const text = BN_bn2hex(number);
@@ -32,8 +30,6 @@ std::string hexOf(const BIGNUM *number)
 
 class DisplayRsaKeyParams : public testing::Test {
 protected:
-    ~DisplayRsaKeyParams() override { ERR_clear_error(); }
-
     static std::string displayed(EVP_PKEY *key)
     {
         CapturedOutput errors(2);

@@ -1,6 +1,7 @@
 // Signatures of the base class: with RSA keys, and with stored keys of either type.
 #include "src/ec_crypto.h"
 
+#include "tests/support/buffer_call.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/library_faults.h"
 #include "tests/support/library_memory.h"
@@ -11,21 +12,12 @@
 
 #include <gtest/gtest.h>
 
-#include <openssl/err.h>
-#include <openssl/obj_mac.h>
-
 #include <cstddef>
-#include <filesystem>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace fs = std::filesystem;
-
 namespace {
-
-constexpr int prime256v1 = 415;
 
 const std::string readingLine = Info("Reading Private Key File... \n");
 const std::string rsaSuccessLines =
@@ -38,95 +30,62 @@ const std::string decryptionError = Error("Error: reading encrypted private key 
 const std::string readingError = Error("Error: reading private key file fails\n");
 const std::string signingError = Error("Error: signing fails \n");
 
-/// Each test starts and ends with an empty error queue.
-class StoredKeys : public testing::Test {
-protected:
-    ~StoredKeys() override { ERR_clear_error(); }
-
-    TemporaryFolder folder;
-};
-
 const std::string digest = Sha256Of("message");
 
-class RsaSign : public StoredKeys {
+class RsaSign : public testing::Test {
 protected:
-    int sign(EVP_PKEY *signer, const unsigned char *data, std::size_t size)
+    static BufferCall sign(EVP_PKEY *signer, const unsigned char *data, std::size_t size)
     {
-        signature = &untouched;
-        signatureSize = 12345;
-        CapturedOutput errors(2);
-        CapturedOutput output;
-        const int status = Crypto().sign(data, size, &signature, &signatureSize, signer);
-        printed = output.text();
-        EXPECT_EQ(errors.text(), "");
-        return status;
+        return BufferCall([&](unsigned char **signature, std::size_t *signatureSize) {
+            return Crypto().sign(data, size, signature, signatureSize, signer);
+        });
     }
 
-    int sign() { return sign(key.get(), Bytes(digest), digest.size()); }
+    BufferCall sign() const { return sign(key.get(), Bytes(digest), digest.size()); }
 
-    std::string take()
+    static void expectNoSignature(EVP_PKEY *signer, const unsigned char *data, std::size_t size,
+                                  const std::string &message)
     {
-        if (signature == &untouched)
-            return "untouched";
-        return TakeBuffer(std::exchange(signature, &untouched), signatureSize);
-    }
-
-    void expectNoSignature(EVP_PKEY *signer, const unsigned char *data, std::size_t size,
-                           const std::string &message)
-    {
-        EXPECT_EQ(sign(signer, data, size), -1);
-        EXPECT_EQ(printed, Error(message));
-        EXPECT_EQ(signature, &untouched);
-        EXPECT_EQ(signatureSize, 12345u);
+        const BufferCall call = sign(signer, data, size);
+        EXPECT_EQ(call.status, -1);
+        EXPECT_EQ(call.printed, Error(message));
+        EXPECT_TRUE(call.isUntouched());
     }
 
     /// Signs with injected faults, and expects this outcome and no leak.
-    void expectOutcome(int status, const std::string &messages,
-                       const std::function<void(LibraryFaults &)> &prepare)
+    void expectOutcome(int status, const std::string &messages, const Preparation &prepare) const
     {
         const auto run = [&] {
             LibraryFaults faults;
             prepare(faults);
-            EXPECT_EQ(sign(), status);
-            EXPECT_EQ(printed, messages);
-            EXPECT_EQ(signature == &untouched, status == -1);
-            EXPECT_EQ(signatureSize, status == -1 ? 12345u : 256u);
-            take();
+            const BufferCall call = sign();
+            EXPECT_EQ(call.status, status);
+            EXPECT_EQ(call.printed, messages);
+            EXPECT_EQ(call.isUntouched(), status == -1);
+            EXPECT_TRUE(status == -1 || call.size == 256);
         };
         EXPECT_EQ(LeakedBy(run), 0);
     }
 
     const KeyOwner key = StoredKey("rsa2048.pem");
-    unsigned char untouched = 0;
-    unsigned char *signature = nullptr;
-    std::size_t signatureSize = 0;
-    std::string printed;
 };
 
 TEST_F(RsaSign, MakesASignatureThatTheOpensslToolVerifies)
 {
-    EXPECT_EQ(sign(), 1);
-    EXPECT_EQ(printed, rsaSuccessLines);
-    ASSERT_EQ(signatureSize, 256u);
-    const std::string first = take();
-    EXPECT_TRUE(OpensslAcceptsRsa(key.get(), "message", first));
-    EXPECT_FALSE(OpensslAcceptsRsa(key.get(), "massage", first));
-    // PKCS#1 v1.5 signatures are deterministic.
-    EXPECT_EQ(sign(), 1);
-    EXPECT_EQ(take(), first);
-}
-
-TEST_F(RsaSign, VerifiesTheSignatureItself)
-{
     LibraryFaults faults;
-    EXPECT_EQ(sign(), 1);
-    take();
+    const BufferCall call = sign();
+    EXPECT_EQ(call.status, 1);
+    EXPECT_EQ(call.printed, rsaSuccessLines);
+    ASSERT_EQ(call.size, 256u);
+    EXPECT_TRUE(OpensslAcceptsRsa(key.get(), "message", call.bytes()));
+    EXPECT_FALSE(OpensslAcceptsRsa(key.get(), "massage", call.bytes()));
+    const std::vector<std::string> steps = {"EVP_PKEY_CTX_new", "EVP_PKEY_sign_init", "EVP_PKEY_sign",
+                                            "CRYPTO_malloc",    "EVP_PKEY_sign",      "EVP_PKEY_verify_init",
+                                            "EVP_PKEY_verify"};
+    EXPECT_EQ(faults.callsOf(steps), steps);
     EXPECT_EQ(faults.lastResult("EVP_PKEY_verify"), 1);
-    EXPECT_EQ(
-        faults.callsOf({"EVP_PKEY_CTX_new", "EVP_PKEY_sign_init", "EVP_PKEY_sign", "CRYPTO_malloc",
-                        "EVP_PKEY_verify_init", "EVP_PKEY_verify"}),
-        (std::vector<std::string>{"EVP_PKEY_CTX_new", "EVP_PKEY_sign_init", "EVP_PKEY_sign", "CRYPTO_malloc",
-                                  "EVP_PKEY_sign", "EVP_PKEY_verify_init", "EVP_PKEY_verify"}));
+    // PKCS#1 v1.5 signatures are deterministic.
+    EXPECT_EQ(sign().bytes(), call.bytes());
 }
 
 TEST_F(RsaSign, ChecksTheDataAfterAllocatingTheBuffer)
@@ -163,10 +122,7 @@ TEST_F(RsaSign, EachStepFailsWithItsOwnMessage)
     };
     for (const auto &[function, result, call, message] : cases) {
         SCOPED_TRACE(std::string(function) + " " + std::to_string(result));
-        expectOutcome(-1, Error(message),
-                      [&, name = function, value = result, number = call](LibraryFaults &faults) {
-                          faults.fail(name, value, number);
-                      });
+        expectOutcome(-1, Error(message), Failing(function, result, call));
     }
 }
 
@@ -189,76 +145,67 @@ TEST_F(RsaSign, SignsOnlyDigestsOf32Bytes)
 
 TEST_F(RsaSign, ReportsASignatureThatDoesNotVerify)
 {
-    expectOutcome(0, failLines, [](LibraryFaults &faults) { faults.overrideResult("EVP_PKEY_verify", 0); });
+    expectOutcome(0, failLines, Overriding("EVP_PKEY_verify", 0));
 
     LibraryFaults faults;
-    faults.before("EVP_PKEY_verify", [&] { signature[100] ^= 1; });
-    EXPECT_EQ(sign(), 0);
-    EXPECT_EQ(printed, failLines);
-    ASSERT_EQ(signatureSize, 256u);
+    const BufferCall call([&](unsigned char **signature, std::size_t *size) {
+        faults.before("EVP_PKEY_verify", [=] { (*signature)[100] ^= 1; });
+        return Crypto().sign(Bytes(digest), digest.size(), signature, size, key.get());
+    });
+    EXPECT_EQ(call.status, 0);
+    EXPECT_EQ(call.printed, failLines);
+    ASSERT_EQ(call.size, 256u);
     EXPECT_EQ(faults.lastResult("EVP_PKEY_verify"), 0);
-    EXPECT_FALSE(OpensslAcceptsRsa(key.get(), "message", take()));
+    EXPECT_FALSE(OpensslAcceptsRsa(key.get(), "message", call.bytes()));
 }
 
 TEST_F(RsaSign, CountsAVerificationErrorAsSuccess)
 {
     for (const long result : {-1L, -2L, 2L})
-        expectOutcome(1, rsaSuccessLines,
-                      [=](LibraryFaults &faults) { faults.overrideResult("EVP_PKEY_verify", result); });
+        expectOutcome(1, rsaSuccessLines, Overriding("EVP_PKEY_verify", result));
     expectOutcome(1, rsaSuccessLines, [](LibraryFaults &faults) {
         faults.fail("EVP_PKEY_verify_init", 0);
         faults.fail("EVP_PKEY_verify", -1);
     });
 }
 
-class GenerateSignature : public StoredKeys {
-protected:
-    int generate(Crypto &engine, const std::string &path, const std::string &data,
-                 const std::string &password = storedPassword)
-    {
-        signature = &untouched;
-        size = 12345;
+BufferCall generatedSignature(Crypto &engine, const std::string &path, const std::string &data,
+                              const std::string &password = storedPassword)
+{
+    return BufferCall([&](unsigned char **signature, std::size_t *size) {
         const PasswordQuestions questions(storedPassword);
-        CapturedOutput errors(2);
-        CapturedOutput output;
-        const int status = engine.GenerateSignature(Bytes(data), data.size(), Bytes(path), Bytes(password),
-                                                    &signature, &size);
-        printed = output.text();
-        EXPECT_EQ(errors.text(), "");
+        const int status =
+            engine.GenerateSignature(Bytes(data), data.size(), Bytes(path), Bytes(password), signature, size);
         EXPECT_EQ(questions.count(), 0);
         return status;
+    });
+}
+
+/// Expects the failure, and no signature, of engines of both types.
+void expectNoSignature(
+    const std::string &path, const std::string &password, const std::string &messages,
+    const Preparation &prepare = [](LibraryFaults &) {})
+{
+    Crypto rsaEngine;
+    EC_Crypto ecEngine;
+    for (Crypto *const engine : {&rsaEngine, static_cast<Crypto *>(&ecEngine)}) {
+        const auto run = [&] {
+            LibraryFaults faults;
+            prepare(faults);
+            const BufferCall call = generatedSignature(*engine, path, "data", password);
+            EXPECT_EQ(call.status, -1);
+            EXPECT_EQ(call.printed, readingLine + messages);
+            EXPECT_EQ(call.flushed, "");
+            EXPECT_TRUE(call.isUntouched());
+        };
+        EXPECT_EQ(LeakedBy(run), 0);
     }
+}
 
-    std::string take() { return TakeBuffer(std::exchange(signature, &untouched), size); }
+const std::string rsaKeyPath = StoredKeyPath("rsa2048.aes256.pem");
+const std::string ecKeyPath = StoredKeyPath("prime256v1.aes256.pem");
 
-    void expectFailure(
-        const std::string &path, const std::string &password, const std::string &messages,
-        const std::function<void(LibraryFaults &)> &prepare = [](LibraryFaults &) {})
-    {
-        for (const bool elliptic : {false, true}) {
-            const auto run = [&] {
-                Crypto rsaEngine;
-                EC_Crypto ecEngine(prime256v1);
-                Crypto &engine = elliptic ? ecEngine : rsaEngine;
-                LibraryFaults faults;
-                prepare(faults);
-                EXPECT_EQ(generate(engine, path, "data", password), -1);
-                EXPECT_EQ(printed, readingLine + messages);
-                EXPECT_EQ(signature, &untouched);
-                EXPECT_EQ(size, 12345u);
-                EXPECT_EQ(faults.calls("fflush(stdout)"), 0);
-            };
-            EXPECT_EQ(LeakedBy(run), 0);
-        }
-    }
-
-    unsigned char untouched = 0;
-    unsigned char *signature = nullptr;
-    std::size_t size = 0;
-    std::string printed;
-};
-
-TEST_F(GenerateSignature, SignsWithKeysMadeByTheOpensslTool)
+TEST(GenerateSignature, SignsWithKeysMadeByTheOpensslTool)
 {
     const std::string data("data\0with a zero byte", 21);
     for (const std::string &name : storedNames) {
@@ -271,11 +218,12 @@ TEST_F(GenerateSignature, SignsWithKeysMadeByTheOpensslTool)
             const auto run = [&] {
                 Crypto rsaEngine;
                 EC_Crypto ecEngine;
-                Crypto &engine = elliptic ? ecEngine : rsaEngine;
-                EXPECT_EQ(generate(engine, path, data), 1);
-                EXPECT_EQ(printed, readingLine + (elliptic ? ecSuccessLines : rsaSuccessLines));
-                EXPECT_EQ(size, elliptic ? 64u : 256u);
-                made = take();
+                const BufferCall call = generatedSignature(elliptic ? ecEngine : rsaEngine, path, data);
+                EXPECT_EQ(call.status, 1);
+                EXPECT_EQ(call.printed, readingLine + (elliptic ? ecSuccessLines : rsaSuccessLines));
+                EXPECT_EQ(call.flushed, call.printed);
+                EXPECT_EQ(call.size, elliptic ? 64u : 256u);
+                made = call.bytes();
             };
             EXPECT_EQ(LeakedBy(run), 0);
             EXPECT_TRUE(elliptic ? OpensslAcceptsEcdsa(key.get(), Sha256Of(data), EncodedSignature(made))
@@ -284,126 +232,114 @@ TEST_F(GenerateSignature, SignsWithKeysMadeByTheOpensslTool)
     }
 }
 
-TEST_F(GenerateSignature, SignsWithKeysMadeByTheEngine)
+TEST(GenerateSignature, SignsWithKeysMadeByTheEngine)
 {
+    const TemporaryFolder folder;
     const std::string path = folder / "private.pem";
-    for (const int nid : {NID_X9_62_prime256v1, NID_brainpoolP256t1}) {
+    const std::string publicPath = folder / "public.pem";
+    for (const int nid : {prime256v1, brainpoolP256t1}) {
         EC_Crypto engine(nid);
-        CapturedOutput output;
-        ASSERT_EQ(engine.GenerateKeys(Bytes(path), Bytes(folder / "public.pem"), Bytes(folder / "hash.bin"),
+        ASSERT_EQ(engine.GenerateKeys(Bytes(path), Bytes(publicPath), Bytes(folder / "hash.bin"),
                                       Bytes("password"), AES256_CBC),
                   1);
-        output.text();
-        EXPECT_EQ(generate(engine, path, "data", "password"), 1);
-        EXPECT_EQ(printed, readingLine + ecSuccessLines);
+        const BufferCall call = generatedSignature(engine, path, "data", "password");
+        EXPECT_EQ(call.status, 1);
         EVP_PKEY *key = nullptr;
-        ASSERT_EQ(engine.ReadPubKey(Bytes(folder / "public.pem"), &key), 1);
+        ASSERT_EQ(engine.ReadPubKey(Bytes(publicPath), &key), 1);
         const KeyOwner owner(key);
-        EXPECT_TRUE(OpensslAcceptsEcdsa(key, Sha256Of("data"), EncodedSignature(take())));
+        EXPECT_TRUE(OpensslAcceptsEcdsa(key, Sha256Of("data"), EncodedSignature(call.bytes())));
     }
 }
 
-TEST_F(GenerateSignature, SignsDataOfAnyLength)
+TEST(GenerateSignature, SignsDataOfAnyLength)
 {
     const KeyOwner key = StoredKey("prime256v1.pem");
     EC_Crypto engine;
-    for (const std::size_t length : {0u, 1000000u}) {
-        std::string data(length, '\0');
-        if (length > 0)
-            data.back() = 'x';
-        EXPECT_EQ(generate(engine, StoredKeyPath("prime256v1.aes256.pem"), data), 1);
-        EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), Sha256Of(data), EncodedSignature(take())));
+    for (const std::string &data : {std::string(), std::string(999999, '\0') + "x"}) {
+        const BufferCall call = generatedSignature(engine, ecKeyPath, data);
+        EXPECT_EQ(call.status, 1);
+        EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), Sha256Of(data), EncodedSignature(call.bytes())));
     }
 }
 
-TEST_F(GenerateSignature, FailsIfTheKeyCannotBeRead)
+TEST(GenerateSignature, FailsIfTheKeyCannotBeRead)
 {
+    const TemporaryFolder folder;
     const std::string missing = folder / "missing.pem";
-    expectFailure(missing, storedPassword, CannotOpen(missing) + readingError);
-    expectFailure(StoredKeyPath("prime256v1.aes256.pem"), "wrong horse", decryptionError + readingError);
-    expectFailure(StoredKeyPath("prime256v1.public.pem"), storedPassword, decryptionError + readingError);
+    expectNoSignature(missing, storedPassword, CannotOpen(missing) + readingError);
+    expectNoSignature(ecKeyPath, "wrong horse", decryptionError + readingError);
+    expectNoSignature(StoredKeyPath("prime256v1.public.pem"), storedPassword, decryptionError + readingError);
 }
 
-TEST_F(GenerateSignature, FailsWithAKeyOfTheOtherType)
+TEST(GenerateSignature, FailsWithAKeyOfTheOtherType)
 {
     Crypto rsaEngine;
-    EXPECT_EQ(generate(rsaEngine, StoredKeyPath("prime256v1.aes256.pem"), "data"), -1);
-    EXPECT_EQ(printed, readingLine + Error("Error: RSA padding fails\n") + signingError);
+    const BufferCall rsa = generatedSignature(rsaEngine, ecKeyPath, "data");
+    EXPECT_EQ(rsa.status, -1);
+    EXPECT_EQ(rsa.printed, readingLine + Error("Error: RSA padding fails\n") + signingError);
     EC_Crypto ecEngine;
-    EXPECT_EQ(generate(ecEngine, StoredKeyPath("rsa2048.aes256.pem"), "data"), -1);
-    EXPECT_EQ(printed,
+    const BufferCall ec = generatedSignature(ecEngine, rsaKeyPath, "data");
+    EXPECT_EQ(ec.status, -1);
+    EXPECT_EQ(ec.printed,
               readingLine + Error("Error: determining signing buffer length fails \n") + signingError);
 }
 
-TEST_F(GenerateSignature, FailsIfAnAllocationFails)
+TEST(GenerateSignature, FailsIfAnAllocationFails)
 {
-    const struct {
-        int call;
-        std::string messages;
-    } cases[] = {
-        {1, Error("Error: allocating signature buffer fails \n")},
-        {2, Error("Error: allocating signature buffer fails\n") + signingError},
-    };
-    for (const auto &[call, messages] : cases) {
-        const auto run = [&, number = call, expected = messages] {
-            Crypto engine;
-            LibraryFaults faults;
-            faults.fail("CRYPTO_malloc", 0, number);
-            EXPECT_EQ(generate(engine, StoredKeyPath("rsa2048.aes256.pem"), "data"), -1);
-            EXPECT_EQ(printed, readingLine + expected);
-            EXPECT_EQ(signature, &untouched);
-            EXPECT_EQ(size, 12345u);
-        };
-        EXPECT_EQ(LeakedBy(run), 0);
-    }
-}
-
-TEST_F(GenerateSignature, FailsButReturnsASignatureThatDoesNotVerify)
-{
-    const auto run = [&] {
+    expectNoSignature(rsaKeyPath, storedPassword, Error("Error: allocating signature buffer fails \n"),
+                      Failing("CRYPTO_malloc"));
+    const auto run = [] {
         Crypto engine;
         LibraryFaults faults;
-        faults.overrideResult("EVP_PKEY_verify", 0);
-        EXPECT_EQ(generate(engine, StoredKeyPath("rsa2048.aes256.pem"), "data"), -1);
-        EXPECT_EQ(printed, readingLine + failLines + signingError);
-        ASSERT_EQ(size, 256u);
-        take();
-        EXPECT_EQ(faults.calls("fflush(stdout)"), 0);
+        faults.fail("CRYPTO_malloc", 0, 2);
+        const BufferCall call = generatedSignature(engine, rsaKeyPath, "data");
+        EXPECT_EQ(call.status, -1);
+        EXPECT_EQ(call.printed,
+                  readingLine + Error("Error: allocating signature buffer fails\n") + signingError);
+        EXPECT_TRUE(call.isUntouched());
     };
     EXPECT_EQ(LeakedBy(run), 0);
 }
 
-TEST_F(GenerateSignature, SignsOnlyACompleteDigest)
+TEST(GenerateSignature, FailsButReturnsASignatureThatDoesNotVerify)
 {
-    const std::pair<const char *, std::string> cases[] = {
-        {"EVP_sha256", Error("unknown message digest ")},
-        {"EVP_MD_CTX_new", Error("unknown message digest ")},
-        {"EVP_MD_CTX_reset", ""},
-        {"EVP_DigestInit_ex", ""},
-        {"EVP_DigestUpdate", ""},
-        {"EVP_DigestFinal_ex", ""},
+    const auto run = [] {
+        Crypto engine;
+        LibraryFaults faults;
+        faults.overrideResult("EVP_PKEY_verify", 0);
+        const BufferCall call = generatedSignature(engine, rsaKeyPath, "data");
+        EXPECT_EQ(call.status, -1);
+        EXPECT_EQ(call.printed, readingLine + failLines + signingError);
+        EXPECT_EQ(call.flushed, "");
+        EXPECT_TRUE(call.returnsBuffer());
+        EXPECT_EQ(call.size, 256u);
     };
-    const auto fail = [](const char *function) {
-        return [=](LibraryFaults &faults) { faults.fail(function); };
-    };
-    for (const auto &[function, message] : cases) {
+    EXPECT_EQ(LeakedBy(run), 0);
+}
+
+TEST(GenerateSignature, SignsOnlyACompleteDigest)
+{
+    for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"}) {
         SCOPED_TRACE(function);
-        expectFailure(StoredKeyPath("prime256v1.aes256.pem"), storedPassword, message + signingError,
-                      fail(function));
-        expectFailure(StoredKeyPath("rsa2048.aes256.pem"), storedPassword, message + signingError,
-                      fail(function));
+        expectNoSignature(ecKeyPath, storedPassword, Error("unknown message digest ") + signingError,
+                          Failing(function));
+    }
+    for (const char *function :
+         {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
+        SCOPED_TRACE(function);
+        expectNoSignature(ecKeyPath, storedPassword, signingError, Failing(function));
     }
     for (const unsigned int wrongLength : {0u, 20u, 31u, 33u}) {
-        expectFailure(StoredKeyPath("prime256v1.aes256.pem"), storedPassword, signingError,
-                      [=](LibraryFaults &faults) {
-                          faults.replace<decltype(EVP_DigestFinal_ex)>(
-                              "EVP_DigestFinal_ex",
-                              [=](EVP_MD_CTX *context, unsigned char *digestBytes, unsigned int *length) {
-                                  const int status = EVP_DigestFinal_ex(context, digestBytes, length);
-                                  *length = wrongLength;
-                                  return status;
-                              });
-                      });
+        SCOPED_TRACE(wrongLength);
+        expectNoSignature(ecKeyPath, storedPassword, signingError, [=](LibraryFaults &faults) {
+            faults.replace<decltype(EVP_DigestFinal_ex)>(
+                "EVP_DigestFinal_ex",
+                [=](EVP_MD_CTX *context, unsigned char *digestBytes, unsigned int *length) {
+                    const int status = EVP_DigestFinal_ex(context, digestBytes, length);
+                    *length = wrongLength;
+                    return status;
+                });
+        });
     }
 }
 
@@ -426,31 +362,21 @@ public:
     unsigned char **place = nullptr;
 };
 
-TEST_F(GenerateSignature, SignsThe32BytesOfTheDigestWithTheEnginesOwnOperation)
+TEST(GenerateSignature, SignsThe32BytesOfTheDigestWithTheEnginesOwnOperation)
 {
     const KeyOwner key = StoredKey("prime256v1.pem");
     RecordingEngine engine;
     for (const int status : {1, 0, -1, 2}) {
         engine.status = status;
-        LibraryFaults faults;
-        EXPECT_EQ(generate(engine, StoredKeyPath("prime256v1.aes128.pem"), "data"), status == 1 ? 1 : -1);
-        EXPECT_EQ(printed, readingLine + (status == 1 ? "" : signingError));
+        const BufferCall call = generatedSignature(engine, ecKeyPath, "data");
+        EXPECT_EQ(call.status, status == 1 ? 1 : -1);
+        EXPECT_EQ(call.printed, readingLine + (status == 1 ? "" : signingError));
+        EXPECT_EQ(call.flushed, status == 1 ? call.printed : "");
         EXPECT_EQ(engine.signedData, Sha256Of("data"));
         EXPECT_EQ(engine.point, PointOf(key.get()));
-        EXPECT_EQ(engine.place, &signature);
-        EXPECT_EQ(size, 3u);
-        EXPECT_EQ(faults.calls("fflush(stdout)"), status == 1 ? 1 : 0);
+        EXPECT_EQ(engine.place, &call.buffer);
+        EXPECT_EQ(call.size, 3u);
     }
-}
-
-TEST_F(GenerateSignature, FlushesItsMessages)
-{
-    CapturedOutput output;
-    EXPECT_EQ(Crypto().GenerateSignature(Bytes("data"), 4, Bytes(StoredKeyPath("rsa2048.aes256.pem")),
-                                         Bytes(storedPassword), &signature, &size),
-              1);
-    EXPECT_EQ(output.flushedText(), readingLine + rsaSuccessLines);
-    take();
 }
 
 } // namespace

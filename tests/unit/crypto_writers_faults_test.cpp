@@ -9,8 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <openssl/err.h>
-
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -21,10 +19,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int prime256v1 = 415;
-
-using Preparation = std::function<void(LibraryFaults &)>;
-
 const std::string plainLine = "Error: converting public Key to DER Format fails \n";
 const std::string hashError = Error("Error : calculating public Key (DER Format) hash fails\n");
 const std::string formerHashError = Error("Error: calculating PubKey hash fails\n");
@@ -32,8 +26,6 @@ const std::string formerHashError = Error("Error: calculating PubKey hash fails\
 /// Writing the hash file of a key, with injected faults.
 class HashFileUnderFaults : public testing::Test {
 protected:
-    ~HashFileUnderFaults() override { ERR_clear_error(); }
-
     void expectFailure(const std::string &messages, const Preparation &prepare)
     {
         const auto run = [&] {
@@ -69,53 +61,51 @@ protected:
 
 TEST_F(HashFileUnderFaults, TheOldFileIsKeptIfTheBufferCannotBeAllocated)
 {
-    expectFailure(Error("Error: allocating buffer for PubKey hash fails\n"),
-                  [](LibraryFaults &faults) { faults.fail("CRYPTO_malloc"); });
+    expectFailure(Error("Error: allocating buffer for PubKey hash fails\n"), Failing("CRYPTO_malloc"));
     expectOldFile();
 }
 
 TEST_F(HashFileUnderFaults, TheOldFileIsKeptIfTheEncodingFails)
 {
     expectFailure(Error("Error: extracting public key fails\n") + plainLine + formerHashError,
-                  [](LibraryFaults &faults) { faults.fail("i2d_PUBKEY"); });
+                  Failing("i2d_PUBKEY"));
     expectOldFile();
     expectFailure(Error("Error: creating buffer for DER fromat public key fails\n") + plainLine +
                       formerHashError,
-                  [](LibraryFaults &faults) { faults.fail("CRYPTO_malloc", 0, 2); });
+                  Failing("CRYPTO_malloc", 0, 2));
     expectOldFile();
     expectFailure(Error("Error: creating DER fromat public key fails\n") + plainLine + formerHashError,
-                  [](LibraryFaults &faults) { faults.fail("i2d_PUBKEY", -1, 2); });
+                  Failing("i2d_PUBKEY", -1, 2));
     expectOldFile();
 }
 
 TEST_F(HashFileUnderFaults, TheOldFileIsKeptIfTheDigestFails)
 {
     for (const char *function : {"EVP_sha256", "EVP_MD_CTX_new"}) {
-        expectFailure(Error("unknown message digest ") + hashError + formerHashError,
-                      [=](LibraryFaults &faults) { faults.fail(function); });
+        expectFailure(Error("unknown message digest ") + hashError + formerHashError, Failing(function));
         expectOldFile();
     }
     // No file may contain a hash that was never computed.
     for (const char *function :
          {"EVP_MD_CTX_reset", "EVP_DigestInit_ex", "EVP_DigestUpdate", "EVP_DigestFinal_ex"}) {
         SCOPED_TRACE(function);
-        expectFailure(hashError + formerHashError, [=](LibraryFaults &faults) { faults.fail(function); });
+        expectFailure(hashError + formerHashError, Failing(function));
         expectOldFile();
     }
 }
 
 TEST_F(HashFileUnderFaults, TheMessageNamesTheFileIfItCannotBeWritten)
 {
-    expectFailure(CannotOpen(path), [](LibraryFaults &faults) { faults.fail("fopen"); });
+    expectFailure(CannotOpen(path), Failing("fopen"));
     EXPECT_EQ(ModeOf(path), 0444);
     EXPECT_EQ(ReadFile(path), "old");
 }
 
 TEST_F(HashFileUnderFaults, TheMessageNamesTheFileIfItIsNotWrittenWholeAndTheFileIsReadOnly)
 {
-    expectFailure(CannotOpen(path), [](LibraryFaults &faults) { faults.fail("fflush", EOF); });
+    expectFailure(CannotOpen(path), Failing("fflush", EOF));
     EXPECT_EQ(ModeOf(path), 0444);
-    expectFailure(CannotOpen(path), [](LibraryFaults &faults) { faults.overrideResult("fclose", EOF); });
+    expectFailure(CannotOpen(path), Overriding("fclose", EOF));
     EXPECT_EQ(ModeOf(path), 0444);
 }
 
@@ -132,9 +122,9 @@ TEST_F(HashFileUnderFaults, TheFileIsWritableWhileItIsOpenAndReadOnlyAfterwards)
     EXPECT_EQ(modes, (std::vector<int>{0226, 0226, 0226, 0226, 0226}));
     EXPECT_EQ(ModeOf(path), 0444);
     EXPECT_EQ(ReadFile(path), Sha256Of(PointOf(key.get())));
-    EXPECT_EQ(faults.callsOf({"i2d_PUBKEY", "EVP_DigestFinal_ex", "fopen", "fwrite", "fflush", "fclose"}),
-              (std::vector<std::string>{"i2d_PUBKEY", "i2d_PUBKEY", "EVP_DigestFinal_ex", "fopen", "fwrite",
-                                        "fflush", "fclose"}));
+    const std::vector<std::string> steps = {
+        "i2d_PUBKEY", "i2d_PUBKEY", "EVP_DigestFinal_ex", "fopen", "fwrite", "fflush", "fclose"};
+    EXPECT_EQ(faults.callsOf(steps), steps);
 }
 
 TEST_F(HashFileUnderFaults, TheMessageNamesTheTableHashFileIfItCannotBeWritten)
@@ -160,44 +150,39 @@ TEST_F(HashFileUnderFaults, TheMessageNamesTheTableHashFileIfItCannotBeWritten)
 /// The two PEM writers, with injected faults.
 class KeyFileUnderFaults : public testing::Test {
 protected:
-    ~KeyFileUnderFaults() override { ERR_clear_error(); }
-
-    void expectPrivateKeyFailure(const std::string &message, int mode, int filesLeftOpen,
-                                 const Preparation &prepare)
+    /// Replaces an old file of this mode by `write`, and expects the outcome.
+    void expectFailure(int oldMode, const std::function<int()> &write, int status, const std::string &message,
+                       int newMode, const Preparation &prepare, int filesLeftOpen)
     {
         const auto run = [&] {
             fs::remove(path);
             WriteFile(path, "old");
-            fs::permissions(path, fs::perms(0400));
+            fs::permissions(path, fs::perms(oldMode));
             LibraryFaults faults;
             prepare(faults);
             CapturedOutput errors(2);
             CapturedOutput output;
-            EXPECT_EQ(Crypto().SaveEncPrvKey(Bytes(path), key.get(), Bytes("password"), EVP_aes_256_cbc()),
-                      -1);
+            EXPECT_EQ(write(), status);
             EXPECT_EQ(output.text(), Error(message));
             EXPECT_EQ(errors.text(), "");
         };
         EXPECT_EQ(LeakedBy(run), filesLeftOpen);
-        EXPECT_EQ(ModeOf(path), mode);
+        EXPECT_EQ(ModeOf(path), newMode);
     }
 
-    void expectPublicKeyFailure(int status, const std::string &message, int mode, const Preparation &prepare)
+    void expectPrivateKeyFailure(const std::string &message, int mode, int filesLeftOpen,
+                                 const Preparation &prepare)
     {
-        const auto run = [&] {
-            fs::remove(path);
-            WriteFile(path, "old");
-            fs::permissions(path, fs::perms(0444));
-            LibraryFaults faults;
-            prepare(faults);
-            CapturedOutput errors(2);
-            CapturedOutput output;
-            EXPECT_EQ(Crypto().SavePubKey(Bytes(path), key.get()), status);
-            EXPECT_EQ(output.text(), Error(message));
-            EXPECT_EQ(errors.text(), "");
+        const auto write = [this] {
+            return Crypto().SaveEncPrvKey(Bytes(path), key.get(), Bytes("password"), EVP_aes_256_cbc());
         };
-        EXPECT_EQ(LeakedBy(run), 0);
-        EXPECT_EQ(ModeOf(path), mode);
+        expectFailure(0400, write, -1, message, mode, prepare, filesLeftOpen);
+    }
+
+    void expectPublicKeyFailure(int status, const std::string &message, const Preparation &prepare)
+    {
+        const auto write = [this] { return Crypto().SavePubKey(Bytes(path), key.get()); };
+        expectFailure(0444, write, status, message, 0444, prepare, 0);
     }
 
     const KeyOwner key = FixedKey(prime256v1, 5);
@@ -210,33 +195,28 @@ TEST_F(KeyFileUnderFaults, ThePrivateKeyFileStaysOpenAndWritableIfTheWriteFails)
     for (const char *function :
          {"EVP_PKEY2PKCS8", "PKCS5_pbe2_set_iv", "PKCS8_set0_pbe", "PEM_write_PKCS8"}) {
         SCOPED_TRACE(function);
-        expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 1,
-                                [=](LibraryFaults &faults) { faults.fail(function); });
+        expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 1, Failing(function));
         EXPECT_EQ(fs::file_size(path), 0u);
     }
     expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 1,
-                            [](LibraryFaults &faults) { faults.overrideResult("fflush", EOF); });
+                            Overriding("fflush", EOF));
 }
 
 TEST_F(KeyFileUnderFaults, APrivateKeyFileThatCannotBeOpenedOrClosedIsReported)
 {
-    expectPrivateKeyFailure("Error: creating Key File fails\n", 0400, 0,
-                            [](LibraryFaults &faults) { faults.fail("fopen"); });
+    expectPrivateKeyFailure("Error: creating Key File fails\n", 0400, 0, Failing("fopen"));
     expectPrivateKeyFailure("Error: writing encrypted private Key fails\n", 0226, 0,
-                            [](LibraryFaults &faults) { faults.overrideResult("fclose", EOF); });
+                            Overriding("fclose", EOF));
 }
 
 TEST_F(KeyFileUnderFaults, ThePublicKeyFileBecomesReadOnlyIfTheWriteFails)
 {
-    expectPublicKeyFailure(-1, "Error: creating key file fails\n", 0444,
-                           [](LibraryFaults &faults) { faults.fail("fopen"); });
-    expectPublicKeyFailure(0, "Error: writing key fails\n", 0444,
-                           [](LibraryFaults &faults) { faults.fail("PEM_write_PUBKEY"); });
+    expectPublicKeyFailure(-1, "Error: creating key file fails\n", Failing("fopen"));
+    expectPublicKeyFailure(0, "Error: writing key fails\n", Failing("PEM_write_PUBKEY"));
     EXPECT_EQ(ReadFile(path), "");
     for (const char *function : {"fflush", "fclose"}) {
         SCOPED_TRACE(function);
-        expectPublicKeyFailure(0, "Error: writing key fails\n", 0444,
-                               [=](LibraryFaults &faults) { faults.overrideResult(function, EOF); });
+        expectPublicKeyFailure(0, "Error: writing key fails\n", Overriding(function, EOF));
     }
 }
 
@@ -249,7 +229,8 @@ TEST_F(KeyFileUnderFaults, TheFileIsWritableUntilItIsClosed)
         std::vector<int> modes;
         LibraryFaults faults;
         const char *const writer = isPrivate ? "PEM_write_PKCS8" : "PEM_write_PUBKEY";
-        for (const char *function : {"fopen", writer, "fflush", "fclose"})
+        const std::vector<std::string> steps = {"fopen", writer, "fflush", "fclose"};
+        for (const std::string &function : steps)
             faults.before(function, [&] { modes.push_back(ModeOf(path)); });
         EXPECT_EQ(isPrivate
                       ? Crypto().SaveEncPrvKey(Bytes(path), key.get(), Bytes("password"), EVP_aes_128_cbc())
@@ -257,8 +238,7 @@ TEST_F(KeyFileUnderFaults, TheFileIsWritableUntilItIsClosed)
                   1);
         EXPECT_EQ(modes, (std::vector<int>{0226, 0226, 0226, 0226}));
         EXPECT_EQ(ModeOf(path), isPrivate ? 0400 : 0444);
-        EXPECT_EQ(faults.callsOf({"fopen", writer, "fflush", "fclose"}),
-                  (std::vector<std::string>{"fopen", writer, "fflush", "fclose"}));
+        EXPECT_EQ(faults.callsOf(steps), steps);
     }
 }
 

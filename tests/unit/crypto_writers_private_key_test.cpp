@@ -8,11 +8,11 @@
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
 #include "tests/support/umask.h"
+#include "tests/support/written_keys.h"
 
 #include <gtest/gtest.h>
 
-#include <openssl/err.h>
-#include <openssl/pem.h>
+#include <openssl/evp.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -22,9 +22,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr int prime256v1 = 415;
-constexpr int brainpoolP256t1 = 928;
 
 /// The parts of a key file that are random or encrypted.
 struct EncryptedKey {
@@ -83,8 +80,6 @@ std::string decrypted(const EncryptedKey &parts, const std::string &password, co
 
 class SaveEncPrvKey : public testing::Test {
 protected:
-    ~SaveEncPrvKey() override { ERR_clear_error(); }
-
     /// The content of the PEM block of a new key file.
     std::string save(const std::string &path, const std::string &password, EVP_PKEY *key,
                      const EVP_CIPHER *cipher = EVP_aes_256_cbc())
@@ -93,14 +88,6 @@ protected:
         EXPECT_EQ(Crypto().SaveEncPrvKey(Bytes(path), key, Bytes(password), cipher), 1);
         EXPECT_EQ(output.text(), "");
         return ContentOfPemFile("ENCRYPTED PRIVATE KEY", ReadFile(path));
-    }
-
-    /// Opens the file as any user of the library does.
-    static KeyOwner opened(const std::string &path, const std::string &password)
-    {
-        const FileOwner file(std::fopen(path.c_str(), "rb"));
-        std::string copy = password;
-        return KeyOwner(PEM_read_PrivateKey(file.get(), nullptr, nullptr, copy.data()));
     }
 
     /// Expects that a private key that cannot be written leaves no key that can be opened.
@@ -159,7 +146,7 @@ TEST_F(SaveEncPrvKey, WritesAFileThatOpensWithThePassword)
          {std::string("x"), std::string("correct horse"), std::string("päss ☂"), std::string(1022, 'a'),
           std::string(1023, 'a'), std::string(1024, 'a'), std::string(1025, 'a'), longest}) {
         save(folder / "private.pem", password, key.get());
-        const KeyOwner again = opened(folder / "private.pem", password);
+        const KeyOwner again = OpenedKey(folder / "private.pem", password);
         ASSERT_NE(again, nullptr) << password.size();
         EXPECT_EQ(NumberOf(again.get()), NumberOf(key.get()));
         EXPECT_EQ(PointOf(again.get()), PointOf(key.get()));
@@ -171,7 +158,7 @@ TEST_F(SaveEncPrvKey, WritesAFileThatOpensWithNoOtherPassword)
     const KeyOwner key = FixedKey(prime256v1, 20);
     save(folder / "private.pem", "password", key.get());
     for (const char *password : {"", "passwor", "passwordd", "Password", "password ", "pass"})
-        EXPECT_EQ(opened(folder / "private.pem", password), nullptr) << password;
+        EXPECT_EQ(OpenedKey(folder / "private.pem", password), nullptr) << password;
 }
 
 // The library's readers use no more of a password.
@@ -183,12 +170,12 @@ TEST_F(SaveEncPrvKey, UsesTheFirst1024BytesOfAPassword)
         const EncryptedKey parts = partsOf(save(folder / "private.pem", password, key.get()));
         EXPECT_EQ(decrypted(parts, password.substr(0, 1024), EVP_aes_256_cbc()),
                   privateKeyInfo(prime256v1, key.get()));
-        EXPECT_EQ(opened(folder / "private.pem", stem + "d"), nullptr);
+        EXPECT_EQ(OpenedKey(folder / "private.pem", stem + "d"), nullptr);
     }
-    EXPECT_NE(opened(folder / "private.pem", stem + "bc"), nullptr);
-    EXPECT_NE(opened(folder / "private.pem", stem + "bcx"), nullptr);
-    EXPECT_EQ(opened(folder / "private.pem", stem + "bx"), nullptr);
-    EXPECT_EQ(opened(folder / "private.pem", stem + "b"), nullptr);
+    EXPECT_NE(OpenedKey(folder / "private.pem", stem + "bc"), nullptr);
+    EXPECT_NE(OpenedKey(folder / "private.pem", stem + "bcx"), nullptr);
+    EXPECT_EQ(OpenedKey(folder / "private.pem", stem + "bx"), nullptr);
+    EXPECT_EQ(OpenedKey(folder / "private.pem", stem + "b"), nullptr);
 }
 
 TEST_F(SaveEncPrvKey, WritesNoKeyWithoutAPassword)
@@ -213,21 +200,8 @@ TEST_F(SaveEncPrvKey, WritesNothingWithoutAKeyOrACipher)
     EXPECT_EQ(ReadFile(folder / "no cipher.pem"), "");
 }
 
-TEST_F(SaveEncPrvKey, LeavesAnOldFileEmptyAndWritableIfTheWriteFails)
-{
-    const KeyOwner key = FixedKey(prime256v1, 20);
-    const std::string path = folder / "private.pem";
-    save(path, "password", key.get());
-    ASSERT_EQ(ModeOf(path), 0400);
-    expectFailure(path, key.get(), Bytes(""), EVP_aes_256_cbc());
-    EXPECT_EQ(ModeOf(path), 0226);
-    EXPECT_EQ(fs::file_size(path), 0u);
-}
-
 class SavePrvKey : public testing::Test {
 protected:
-    ~SavePrvKey() override { ERR_clear_error(); }
-
     void expectFailure(const std::string &file, EVP_PKEY *key, const std::string &message)
     {
         CapturedOutput errors(2);
@@ -292,11 +266,11 @@ TEST_F(SavePrvKey, FailsIfTheKeyCannotBeWritten)
 TEST_F(SavePrvKey, LeavesNoCopyOfTheKeyInABuffer)
 {
     const KeyOwner key = FixedKey(prime256v1, 5);
+    const std::vector<std::string> steps = {"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"};
     const auto run = [&] {
         LibraryFaults faults;
         EXPECT_EQ(Crypto().SavePrvKey(Bytes(path), key.get()), 1);
-        EXPECT_EQ(faults.callsOf({"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"}),
-                  (std::vector<std::string>{"fopen", "setvbuf(none)", "PEM_write_PrivateKey", "fclose"}));
+        EXPECT_EQ(faults.callsOf(steps), steps);
     };
     EXPECT_EQ(LeakedBy(run), 0);
 }

@@ -28,8 +28,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int prime256v1 = 415;
-
 const std::set<int> heldBack = {SIGINT,  SIGTERM, SIGHUP,  SIGQUIT, SIGPIPE,
                                 SIGTSTP, SIGALRM, SIGUSR1, SIGUSR2};
 

@@ -3,7 +3,6 @@
 
 #include "src/ec_crypto.h"
 #include "tests/support/captured_output.h"
-#include "tests/support/no_more_files.h"
 #include "tests/support/sanitizer.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
@@ -12,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,9 +25,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int prime256v1 = 415;
-constexpr int brainpoolP256t1 = 928;
-
 const std::string tableHash = FromHex("00 01 02 0A 0D 1B 7F 80 FF 00 00 00 00 00 00 00"
                                       "10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 00");
 
@@ -36,6 +33,23 @@ std::string pathError(const std::string &text, const std::string &path)
 {
     return Error(text) + Error(path) + Error("\n");
 }
+
+/// During its lifetime no file can be opened, not even by root. Open files stay open.
+class NoMoreFiles {
+public:
+    NoMoreFiles()
+    {
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit none = {0, before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoMoreFiles() { setrlimit(RLIMIT_NOFILE, &before); }
+    NoMoreFiles(const NoMoreFiles &) = delete;
+    NoMoreFiles &operator=(const NoMoreFiles &) = delete;
+
+private:
+    rlimit before = {};
+};
 
 /// One of the engine's file writers, with the outcomes in which the writers differ.
 struct Writer {
@@ -139,12 +153,7 @@ TEST_P(EachWriter, ANewFileIsReadOnlyWithAnyUmask)
     }
 }
 
-TEST_P(EachWriter, TheWholeFileIsWritten)
-{
-    expectWritten(folder / "file");
-}
-
-TEST_P(EachWriter, AReadOnlyFileOfItsOwnIsOverwritten)
+TEST_P(EachWriter, TheWholeFileIsWrittenAndLaterOverwritten)
 {
     const std::string path = folder / "file";
     expectWritten(path);
@@ -194,8 +203,8 @@ TEST_P(EachWriter, TheModeOfAFileWithTheLatin1NameIsRestored)
 
 TEST_P(EachWriter, AMissingDirectoryIsAFailure)
 {
-    expectNotCreated(folder / "missing/file");
-    EXPECT_FALSE(fs::exists(folder / "missing"));
+    expectNotCreated(folder / "dossier absent é ☂/clé.bin");
+    EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
 TEST_P(EachWriter, ADirectoryInPlaceOfTheFileIsAFailureAndIsNotChanged)
@@ -279,21 +288,14 @@ TEST_P(EachWriter, AnotherFileWithTheLatin1NameGetsTheMode)
     EXPECT_EQ(ReadFile(otherPath), "other");
 }
 
-TEST_P(EachWriter, MessagesNameANonAsciiPath)
-{
-    expectNotCreated(folder / "dossier absent é ☂/clé.bin");
-}
-
 TEST(SavePubKey, WritesTheNamedCurveAndTheUncompressedPoint)
 {
     const TemporaryFolder folder;
-    for (const auto &[nid, size] : {std::pair(prime256v1, 91u), std::pair(brainpoolP256t1, 92u)}) {
+    for (const int nid : {prime256v1, brainpoolP256t1}) {
         const KeyOwner written = FixedKey(nid, 300);
         const std::string path = folder / std::to_string(nid);
         EXPECT_EQ(Crypto().SavePubKey(Bytes(path), written.get()), 1);
-        const std::string encoding = EncodingOfPoint(nid, PointOf(written.get()));
-        EXPECT_EQ(encoding.size(), size);
-        EXPECT_EQ(ReadFile(path), PemFile("PUBLIC KEY", encoding));
+        EXPECT_EQ(ReadFile(path), PemFile("PUBLIC KEY", EncodingOfPoint(nid, PointOf(written.get()))));
     }
 }
 
@@ -342,45 +344,6 @@ TEST(SaveHashPubKey, WritesTheHashOfTheBinaryForm)
         EXPECT_EQ(engine.SaveHashPubKey(read, Bytes(path)), 1);
         EXPECT_EQ(ReadFile(path), FromHex(digest));
     }
-}
-
-TEST(SaveHashPubKey, ComputesTheHashBeforeItCreatesTheFile)
-{
-    const TemporaryFolder folder;
-    EC_Crypto engine(prime256v1);
-    const std::string messages = Error("Error: extracting public key fails\n") +
-                                 "Error: converting public Key to DER Format fails \n" +
-                                 Error("Error: calculating PubKey hash fails\n");
-    for (const char *name : {"hash.bin", "missing/hash.bin"}) {
-        CapturedOutput output;
-        EXPECT_EQ(engine.SaveHashPubKey(nullptr, Bytes(folder / name)), -1);
-        EXPECT_EQ(output.text(), messages);
-        EXPECT_FALSE(fs::exists(folder / name));
-    }
-}
-
-TEST(SaveHashPubKey, KeepsTheContentAndModeOfAnOldFileIfTheHashFails)
-{
-    const TemporaryFolder folder;
-    const std::string path = folder / "hash.bin";
-    WriteFile(path, "old");
-    fs::permissions(path, fs::perms(0444));
-    CapturedOutput output;
-    EXPECT_EQ(EC_Crypto(prime256v1).SaveHashPubKey(nullptr, Bytes(path)), -1);
-    output.text();
-    EXPECT_EQ(ModeOf(path), 0444);
-    EXPECT_EQ(ReadFile(path), "old");
-}
-
-TEST(SaveHashPubKey, IsNotSupportedByTheBaseClass)
-{
-    const TemporaryFolder folder;
-    CapturedOutput output;
-    EXPECT_EQ(Crypto().SaveHashPubKey(key().get(), Bytes(folder / "hash.bin")), -1);
-    EXPECT_EQ(output.text(), Error("Not supported operation\n") +
-                                 "Error: converting public Key to DER Format fails \n" +
-                                 Error("Error: calculating PubKey hash fails\n"));
-    EXPECT_FALSE(fs::exists(folder / "hash.bin"));
 }
 
 TEST(SaveHashTableHash, WritesTheRequestedNumberOfBytes)

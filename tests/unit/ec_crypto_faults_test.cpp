@@ -6,6 +6,7 @@
 #include "tests/support/library_memory.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/support/test_keys.h"
+#include "tests/support/written_keys.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +16,6 @@
 #include <openssl/x509.h>
 
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,17 +24,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int prime256v1 = 415;
-constexpr int brainpoolP256t1 = 928;
-
 // Some versions of the library do not declare the key to encode const.
 #if OPENSSL_VERSION_NUMBER >= 0x30000000L
 using PrivateKey = const EVP_PKEY;
 #else
 using PrivateKey = EVP_PKEY;
 #endif
-
-using Preparation = std::function<void(LibraryFaults &)>;
 
 /// Fills the library's error queue as a failing function does.
 void raise()
@@ -44,8 +39,6 @@ void raise()
 
 class EcKeyGenUnderFaults : public testing::Test {
 protected:
-    ~EcKeyGenUnderFaults() override { ERR_clear_error(); }
-
     void generate(const Preparation &prepare)
     {
         const KeyOwner old = FixedKey(prime256v1, 7);
@@ -60,7 +53,6 @@ protected:
         EXPECT_EQ(key == old.get(), status != 1);
         if (status == 1)
             EVP_PKEY_free(key);
-        ERR_clear_error();
     }
 
     void expectFailure(const Preparation &prepare)
@@ -89,11 +81,7 @@ TEST_F(EcKeyGenUnderFaults, PerformsItsStepsInOrder)
     EVP_PKEY *key = nullptr;
     ASSERT_EQ(EC_Crypto(prime256v1).KeyGen(&key), 1);
     EVP_PKEY_free(key);
-    EXPECT_EQ(faults.callsOf({"EVP_PKEY_CTX_new_id", "EVP_PKEY_paramgen_init", setCurveFunction,
-                              "EVP_PKEY_paramgen", "EVP_PKEY_CTX_new", "EVP_PKEY_keygen_init",
-                              "EVP_PKEY_keygen", "EVP_PKEY_get1_EC_KEY", "EC_KEY_set_asn1_flag",
-                              "EVP_PKEY_assign", "EC_KEY_check_key"}),
-              steps);
+    EXPECT_EQ(faults.callsOf(steps), steps);
 }
 
 TEST_F(EcKeyGenUnderFaults, ReturnsZeroAndPrintsNothingIfAStepFails)
@@ -109,7 +97,7 @@ TEST_F(EcKeyGenUnderFaults, ReturnsZeroAndPrintsNothingIfAStepFails)
         EXPECT_EQ(errors, "");
     }
 #if OPENSSL_VERSION_NUMBER >= 0x30000000L
-    expectFailure([](LibraryFaults &faults) { faults.fail("OSSL_LIB_CTX_get0_global_default"); });
+    expectFailure(Failing("OSSL_LIB_CTX_get0_global_default"));
     EXPECT_EQ(errors, "");
 #endif
 }
@@ -130,7 +118,7 @@ TEST_F(EcKeyGenUnderFaults, PrintsTheErrorsOfTheLibraryIfTheGenerationItselfFail
         });
         EXPECT_EQ(errors.find('\n'), errors.size() - 1);
     }
-    expectFailure([](LibraryFaults &faults) { faults.fail("EVP_PKEY_keygen", 1); });
+    expectFailure(Failing("EVP_PKEY_keygen", 1));
 }
 
 TEST_F(EcKeyGenUnderFaults, TreatsOnlyZeroAsAFailureBeforeTheGeneration)
@@ -139,7 +127,7 @@ TEST_F(EcKeyGenUnderFaults, TreatsOnlyZeroAsAFailureBeforeTheGeneration)
          {"EVP_PKEY_paramgen_init", setCurveFunction, "EVP_PKEY_paramgen", "EVP_PKEY_keygen_init"}) {
         SCOPED_TRACE(step);
         for (const long result : {-1L, -2L, 2L}) {
-            generate([=](LibraryFaults &faults) { faults.overrideResult(step, result); });
+            generate(Overriding(step, result));
             EXPECT_EQ(status, 1);
             EXPECT_EQ(errors, "");
         }
@@ -149,7 +137,7 @@ TEST_F(EcKeyGenUnderFaults, TreatsOnlyZeroAsAFailureBeforeTheGeneration)
 TEST_F(EcKeyGenUnderFaults, ReturnsZeroUnlessTheCheckReturnsOne)
 {
     for (const long result : {0L, -1L, 2L}) {
-        expectFailure([=](LibraryFaults &faults) { faults.fail("EC_KEY_check_key", result); });
+        expectFailure(Failing("EC_KEY_check_key", result));
         EXPECT_EQ(errors, "");
     }
 }
@@ -226,8 +214,6 @@ std::string privateNumberOf(EVP_PKEY *key)
 /// A generation and its three files, with injected faults.
 class EcGenerateKeysUnderFaults : public testing::Test {
 protected:
-    ~EcGenerateKeysUnderFaults() override { ERR_clear_error(); }
-
     /// Makes `memory` search released blocks for the private number of the pair, from its generation on.
     static void searchForTheNewNumber(LibraryFaults &faults, ReleasedMemory &memory)
     {
@@ -287,50 +273,7 @@ TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileAndNoSecretIfTheNewKeyFails)
 {
     for (const char *function : {"EVP_PKEY_get1_EC_KEY", "EVP_PKEY_assign", "EC_KEY_check_key"}) {
         SCOPED_TRACE(function);
-        expectFailure(keyPairError, [=](LibraryFaults &faults) { faults.fail(function); });
-        expectFiles(false, false, false);
-    }
-}
-
-TEST_F(EcGenerateKeysUnderFaults, PrintsTheErrorsOfTheLibraryIfTheGenerationFails)
-{
-    const auto run = [&] {
-        LibraryFaults faults;
-        faults.before("EVP_PKEY_keygen", raise);
-        faults.fail("EVP_PKEY_keygen");
-        CapturedOutput errorOutput(2);
-        CapturedOutput output;
-        EXPECT_EQ(EC_Crypto(prime256v1)
-                      .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath), Bytes("password"),
-                                    AES256_CBC),
-                  -1);
-        EXPECT_EQ(output.text(), aes256Line + primeLine + keyPairError);
-        const std::string errors = errorOutput.text();
-        EXPECT_NE(errors.find(":error:"), std::string::npos) << errors;
-        EXPECT_EQ(errors.find('\n'), errors.size() - 1);
-    };
-    EXPECT_EQ(LeakedBy(run), 0);
-    expectFiles(false, false, false);
-}
-
-TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileIfTheSetupFails)
-{
-    for (const char *function : {"EVP_PKEY_CTX_new_id", "EVP_PKEY_paramgen", "EVP_PKEY_keygen_init"}) {
-        SCOPED_TRACE(function);
-        const auto run = [&] {
-            LibraryFaults faults;
-            faults.before(function, raise);
-            faults.fail(function);
-            CapturedOutput errors(2);
-            CapturedOutput output;
-            EXPECT_EQ(EC_Crypto(prime256v1)
-                          .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath),
-                                        Bytes("password"), AES256_CBC),
-                      -1);
-            EXPECT_EQ(output.text(), aes256Line + primeLine + keyPairError);
-            EXPECT_EQ(errors.text(), "");
-        };
-        EXPECT_EQ(LeakedBy(run), 0);
+        expectFailure(keyPairError, Failing(function));
         expectFiles(false, false, false);
     }
 }
@@ -338,72 +281,51 @@ TEST_F(EcGenerateKeysUnderFaults, LeavesNoFileIfTheSetupFails)
 TEST_F(EcGenerateKeysUnderFaults, LeavesNoOtherFileIfThePrivateKeyFileFails)
 {
     const std::string writingError = Error("Error: writing encrypted private Key fails\n") + privateError;
-    expectFailure(Error("Error: creating Key File fails\n") + privateError,
-                  [](LibraryFaults &faults) { faults.fail("fopen"); });
+    expectFailure(Error("Error: creating Key File fails\n") + privateError, Failing("fopen"));
     expectFiles(false, false, false);
     for (const char *function :
          {"EVP_PKEY2PKCS8", "PKCS5_pbe2_set_iv", "PKCS8_set0_pbe", "PEM_write_PKCS8"}) {
         SCOPED_TRACE(function);
-        expectFailure(
-            writingError, [=](LibraryFaults &faults) { faults.fail(function); }, 1);
+        expectFailure(writingError, Failing(function), 1);
         expectFiles(true, false, false);
         EXPECT_EQ(fs::file_size(privatePath), 0u);
     }
-    expectFailure(
-        writingError, [](LibraryFaults &faults) { faults.overrideResult("fflush", EOF); }, 1);
+    expectFailure(writingError, Overriding("fflush", EOF), 1);
     expectFiles(true, false, false);
-    expectFailure(writingError, [](LibraryFaults &faults) { faults.overrideResult("fclose", EOF); });
+    expectFailure(writingError, Overriding("fclose", EOF));
     expectFiles(true, false, false);
 }
 
 TEST_F(EcGenerateKeysUnderFaults, KeepsThePrivateKeyIfThePublicKeyFileFails)
 {
     expectFailure(privateLine + Error("Error: creating key file fails\n") + publicError,
-                  [](LibraryFaults &faults) { faults.fail("fopen", 0, 2); });
+                  Failing("fopen", 0, 2));
     expectFiles(true, false, false);
-    expectFailure(privateLine + Error("Error: writing key fails\n") + publicError,
-                  [](LibraryFaults &faults) { faults.fail("PEM_write_PUBKEY"); });
-    expectFiles(true, true, false);
-    EXPECT_EQ(ModeOf(privatePath), 0400);
-    EXPECT_EQ(ModeOf(publicPath), 0444);
-    expectFailure(privateLine + Error("Error: writing key fails\n") + publicError,
-                  [](LibraryFaults &faults) { faults.overrideResult("fclose", EOF, 2); });
-    expectFiles(true, true, false);
+    for (const Preparation &prepare : {Failing("PEM_write_PUBKEY"), Overriding("fclose", EOF, 2)}) {
+        expectFailure(privateLine + Error("Error: writing key fails\n") + publicError, prepare);
+        expectFiles(true, true, false);
+        EXPECT_EQ(ModeOf(privatePath), 0400);
+        EXPECT_EQ(ModeOf(publicPath), 0444);
+        EXPECT_TRUE(OpensPrivateKey(privatePath, "password"));
+    }
 }
 
 TEST_F(EcGenerateKeysUnderFaults, KeepsBothKeysIfTheHashFileFails)
 {
-    const std::string before = privateLine + publicLine;
-    const std::string plainLine = "Error: converting public Key to DER Format fails \n";
-    const std::string formerError = Error("Error: calculating PubKey hash fails\n") + hashError;
-    const struct {
-        const char *function;
-        int call;
-        std::string messages;
-    } cases[] = {
-        {"CRYPTO_malloc", 1, Error("Error: allocating buffer for PubKey hash fails\n") + hashError},
-        {"i2d_PUBKEY", 1, Error("Error: extracting public key fails\n") + plainLine + formerError},
-        {"CRYPTO_malloc", 2,
-         Error("Error: creating buffer for DER fromat public key fails\n") + plainLine + formerError},
-        {"i2d_PUBKEY", 2, Error("Error: creating DER fromat public key fails\n") + plainLine + formerError},
-        {"EVP_sha256", 1,
-         Error("unknown message digest ") +
-             Error("Error : calculating public Key (DER Format) hash fails\n") + formerError},
-        {"EVP_MD_CTX_new", 1,
-         Error("unknown message digest ") +
-             Error("Error : calculating public Key (DER Format) hash fails\n") + formerError},
-        {"EVP_DigestUpdate", 1,
-         Error("Error : calculating public Key (DER Format) hash fails\n") + formerError},
-        {"fopen", 3, CannotOpen(hashPath) + hashError},
+    const std::string digestError = Error("Error : calculating public Key (DER Format) hash fails\n") +
+                                    Error("Error: calculating PubKey hash fails\n") + hashError;
+    const std::pair<Preparation, std::string> cases[] = {
+        {Failing("CRYPTO_malloc"), Error("Error: allocating buffer for PubKey hash fails\n") + hashError},
+        {Failing("EVP_MD_CTX_new"), Error("unknown message digest ") + digestError},
+        {Failing("EVP_DigestUpdate"), digestError},
+        {Failing("fopen", 0, 3), CannotOpen(hashPath) + hashError},
     };
-    for (const auto &[function, call, messages] : cases) {
-        SCOPED_TRACE(std::string(function) + " " + std::to_string(call));
-        expectFailure(before + messages, [name = function, number = call](LibraryFaults &faults) {
-            faults.fail(name, 0, number);
-        });
+    for (const auto &[prepare, messages] : cases) {
+        expectFailure(privateLine + publicLine + messages, prepare);
         expectFiles(true, true, false);
         EXPECT_EQ(ModeOf(privatePath), 0400);
         EXPECT_EQ(ModeOf(publicPath), 0444);
+        EXPECT_EQ(PointOfPrivateKey(privatePath, "password"), PointOfPublicKey(publicPath));
     }
 }
 
@@ -427,37 +349,18 @@ TEST_F(EcGenerateKeysUnderFaults, FlushesStandardOutputBetweenTheSteps)
 {
     CapturedOutput output;
     LibraryFaults faults;
+    std::string seenAtGeneration;
+    faults.before("EVP_PKEY_keygen", [&] { seenAtGeneration = output.flushedText(); });
     EXPECT_EQ(EC_Crypto(prime256v1)
                   .GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath), Bytes("password"),
                                 AES256_CBC),
               1);
-    output.text();
+    EXPECT_EQ(seenAtGeneration, aes256Line + primeLine);
     const std::vector<std::string> order = {"fflush(stdout)", "EVP_PKEY_keygen", "EC_KEY_check_key",
                                             "fflush(stdout)", "PEM_write_PKCS8", "PEM_write_PUBKEY",
                                             "EVP_sha256",     "fflush(stdout)"};
-    EXPECT_EQ(faults.callsOf({"fflush(stdout)", "EVP_PKEY_keygen", "EC_KEY_check_key", "PEM_write_PKCS8",
-                              "PEM_write_PUBKEY", "EVP_sha256"}),
-              order);
+    EXPECT_EQ(faults.callsOf(order), order);
     EXPECT_EQ(faults.calls("fopen"), faults.calls("fclose"));
-}
-
-TEST_F(EcGenerateKeysUnderFaults, FlushesTheMessageAboutACurveButNotAboutACipher)
-{
-    CapturedOutput output;
-    LibraryFaults faults;
-    EC_Crypto engine;
-    const auto generate = [&](CIHERTYPE cipher) {
-        return engine.GenerateKeys(Bytes(privatePath), Bytes(publicPath), Bytes(hashPath), Bytes("password"),
-                                   cipher);
-    };
-    EXPECT_EQ(generate(static_cast<CIHERTYPE>(2)), -1);
-    EXPECT_EQ(faults.calls("fflush(stdout)"), 0);
-    EXPECT_EQ(generate(AES256_CBC), -1);
-    EXPECT_EQ(faults.calls("fflush(stdout)"), 1);
-    for (const int nid : {0, prime256v1, brainpoolP256t1})
-        engine.SetCurveNID(nid);
-    EXPECT_EQ(faults.calls("fflush(stdout)"), 4);
-    EXPECT_EQ(faults.calls("fopen"), 0);
 }
 
 } // namespace

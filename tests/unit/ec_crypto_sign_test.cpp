@@ -1,6 +1,7 @@
 // ECDSA signatures: two numbers of 32 bytes each.
 #include "src/ec_crypto.h"
 
+#include "tests/support/buffer_call.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/library_faults.h"
 #include "tests/support/library_memory.h"
@@ -11,17 +12,13 @@
 
 #include <openssl/bn.h>
 #include <openssl/ec.h>
-#include <openssl/err.h>
 #include <openssl/obj_mac.h>
 
-#include <functional>
+#include <algorithm>
 #include <string>
 #include <vector>
 
 namespace {
-
-constexpr int prime256v1 = 415;
-constexpr int brainpoolP256t1 = 928;
 
 const std::string generatedLine = Info("ECDSA signature generated.\n");
 const std::string verificationLine = Info("Signature verification: ");
@@ -31,64 +28,24 @@ const std::string successLines = generatedLine + verificationLine + Success("SUC
 const std::string digest("\xAB\x53\x0A\x13\xE4\x59\x14\x98\x2B\x79\xF9\xB7\xE3\xFB\xA9\x94"
                          "\xCF\xD1\xF3\xFB\x22\xF7\x1C\xEA\x1A\xFB\xF0\x2B\x46\x0C\x6D\x1D");
 
-/// The result of one signing call. The buffer initially points to memory that the engine cannot have
-/// allocated.
-struct Signed {
-    int status = 0;
-    unsigned char *buffer = nullptr;
-    std::size_t size = 0;
-    std::string printed;
-    std::string errors;
-
-    /// Releases the buffer.
-    std::string take() { return TakeBuffer(buffer, size); }
-};
-
-unsigned char untouchedByte = 0;
-constexpr std::size_t untouchedSize = 12345;
-
-Signed signedWith(EVP_PKEY *key, const std::string &data, bool giveData = true)
+BufferCall signedWith(EVP_PKEY *key, const std::string &data, bool giveData = true)
 {
-    Signed result;
-    result.buffer = &untouchedByte;
-    result.size = untouchedSize;
-    EC_Crypto engine;
-    CapturedOutput errors(2);
-    CapturedOutput output;
-    result.status =
-        engine.sign(giveData ? Bytes(data) : nullptr, data.size(), &result.buffer, &result.size, key);
-    result.printed = output.text();
-    result.errors = errors.text();
-    return result;
+    return BufferCall([&](unsigned char **signature, std::size_t *size) {
+        return EC_Crypto().sign(giveData ? Bytes(data) : nullptr, data.size(), signature, size, key);
+    });
 }
 
 void expectNoSignature(EVP_PKEY *key, const std::string &message, bool giveData = true)
 {
-    const Signed result = signedWith(key, digest, giveData);
+    const BufferCall result = signedWith(key, digest, giveData);
     EXPECT_EQ(result.status, -1);
     EXPECT_EQ(result.printed, Error(message));
-    EXPECT_EQ(result.errors, "");
-    EXPECT_EQ(result.buffer, &untouchedByte);
-    EXPECT_EQ(result.size, untouchedSize);
-    ERR_clear_error();
+    EXPECT_TRUE(result.isUntouched());
 }
 
 class EcSign : public testing::TestWithParam<int> {};
 
-TEST_P(EcSign, ASignatureIsTwoNumbersOf32BytesThatTheOpensslToolVerifies)
-{
-    const KeyOwner key = FixedKey(GetParam(), 0x1234567);
-    Signed result = signedWith(key.get(), digest);
-    EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.printed, successLines);
-    EXPECT_EQ(result.errors, "");
-    ASSERT_EQ(result.size, 64u);
-    const std::string signature = EncodedSignature(result.take());
-    EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, signature));
-    EXPECT_FALSE(OpensslAcceptsEcdsa(key.get(), Sha256Of("another message"), signature));
-}
-
-TEST_P(EcSign, DigestsOfAnyLengthAreSigned)
+TEST_P(EcSign, ASignatureOfAnyDigestIsTwoNumbersOf32BytesThatTheOpensslToolVerifies)
 {
     const KeyOwner key = FixedKey(GetParam(), 0x1234567);
     for (const std::size_t size : {1u, 20u, 32u, 48u, 64u}) {
@@ -96,21 +53,21 @@ TEST_P(EcSign, DigestsOfAnyLengthAreSigned)
         std::string data(size, '\x5A');
         data.front() = '\1';
         data.back() = '\xFE';
-        Signed result = signedWith(key.get(), data);
+        const BufferCall result = signedWith(key.get(), data);
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.printed, successLines);
         ASSERT_EQ(result.size, 64u);
-        EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), data, EncodedSignature(result.take())));
+        const std::string signature = EncodedSignature(result.bytes());
+        EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), data, signature));
+        EXPECT_FALSE(OpensslAcceptsEcdsa(key.get(), digest, signature));
     }
 }
 
 TEST_P(EcSign, EachSignatureIsDifferent)
 {
     const KeyOwner key = FixedKey(GetParam(), 77);
-    Signed first = signedWith(key.get(), digest);
-    Signed second = signedWith(key.get(), digest);
-    const std::string numbers = first.take();
-    const std::string others = second.take();
+    const std::string numbers = signedWith(key.get(), digest).bytes();
+    const std::string others = signedWith(key.get(), digest).bytes();
     EXPECT_NE(numbers.substr(0, 32), others.substr(0, 32));
     EXPECT_NE(numbers.substr(32), others.substr(32));
 }
@@ -148,32 +105,12 @@ TEST_P(EcSign, EachNumberIsPaddedWithLeadingZeroBytes)
                 *size = static_cast<unsigned int>(encoded.size());
                 return 1;
             });
-        Signed result = signedWith(key.get(), digest);
+        const BufferCall result = signedWith(key.get(), digest);
         EXPECT_EQ(result.status, 1);
         ASSERT_EQ(result.size, 64u);
-        const std::string numbers = result.take();
+        const std::string numbers = result.bytes();
         EXPECT_EQ(numbers[inSecond ? 32 : 0], '\0');
         EXPECT_EQ(EncodedSignature(numbers), encoded);
-    }
-}
-
-TEST(EcSignOnPrime256v1, NumbersOfItsOwnSignaturesArePadded)
-{
-    const KeyOwner key = FixedKey(prime256v1, 77);
-    bool firstPadded = false;
-    bool secondPadded = false;
-    while (!firstPadded || !secondPadded) {
-        Signed result = signedWith(key.get(), digest);
-        ASSERT_EQ(result.status, 1);
-        ASSERT_EQ(result.size, 64u);
-        const std::string numbers = result.take();
-        const bool padsFirst = numbers[0] == '\0';
-        const bool padsSecond = numbers[32] == '\0';
-        if ((padsFirst && !firstPadded) || (padsSecond && !secondPadded)) {
-            EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(numbers)));
-        }
-        firstPadded = firstPadded || padsFirst;
-        secondPadded = secondPadded || padsSecond;
     }
 }
 
@@ -182,8 +119,9 @@ TEST_P(EcSign, TheDataIsCheckedAfterTheBufferIsAllocated)
     const KeyOwner key = FixedKey(GetParam(), 77);
     LibraryFaults faults;
     expectNoSignature(key.get(), "Error: unvalid hash pointer \n", false);
-    EXPECT_EQ(faults.callsOf({"EVP_PKEY_get1_EC_KEY", "ECDSA_size", "CRYPTO_malloc", "ECDSA_sign"}),
-              (std::vector<std::string>{"EVP_PKEY_get1_EC_KEY", "ECDSA_size", "CRYPTO_malloc"}));
+    const std::vector<std::string> steps = {"EVP_PKEY_get1_EC_KEY", "ECDSA_size", "CRYPTO_malloc"};
+    EXPECT_EQ(faults.callsOf(steps), steps);
+    EXPECT_EQ(faults.calls("ECDSA_sign"), 0);
 
     faults.fail("CRYPTO_malloc");
     expectNoSignature(key.get(), "Error: allocating signature buffer fails \n", false);
@@ -193,11 +131,10 @@ TEST_P(EcSign, TheEncodingIsVerifiedFirstAndThenTheParsedSignature)
 {
     const KeyOwner key = FixedKey(GetParam(), 77);
     LibraryFaults faults;
-    signedWith(key.get(), digest).take();
-    EXPECT_EQ(
-        faults.callsOf({"ECDSA_sign", "ECDSA_verify", "d2i_ECDSA_SIG", "ECDSA_do_verify", "BN_bn2binpad"}),
-        (std::vector<std::string>{"ECDSA_sign", "ECDSA_verify", "d2i_ECDSA_SIG", "ECDSA_do_verify",
-                                  "BN_bn2binpad", "BN_bn2binpad"}));
+    signedWith(key.get(), digest);
+    const std::vector<std::string> steps = {"ECDSA_sign",      "ECDSA_verify", "d2i_ECDSA_SIG",
+                                            "ECDSA_do_verify", "BN_bn2binpad", "BN_bn2binpad"};
+    EXPECT_EQ(faults.callsOf(steps), steps);
 }
 
 INSTANTIATE_TEST_SUITE_P(OnBothCurves, EcSign, testing::Values(prime256v1, brainpoolP256t1),
@@ -205,9 +142,9 @@ INSTANTIATE_TEST_SUITE_P(OnBothCurves, EcSign, testing::Values(prime256v1, brain
                              return curve.param == prime256v1 ? "prime256v1" : "brainpoolP256t1";
                          });
 
-TEST(EcSignature, TheBufferHoldsBothNumbersOnACurveWithAShortOrder)
+/// Signs, and expects the engine to have allocated a buffer of this size.
+std::string signedInABufferOf(std::size_t expected, EVP_PKEY *key)
 {
-    const KeyOwner key = FixedKey(NID_secp112r1, 77);
     std::size_t allocated = 0;
     LibraryFaults faults;
     faults.replace<decltype(CRYPTO_malloc)>("CRYPTO_malloc",
@@ -215,42 +152,37 @@ TEST(EcSignature, TheBufferHoldsBothNumbersOnACurveWithAShortOrder)
                                                 allocated = size;
                                                 return CRYPTO_zalloc(size, file, line);
                                             });
-    Signed result = signedWith(key.get(), digest);
+    const BufferCall result = signedWith(key, digest);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.printed, successLines);
-    EXPECT_GE(allocated, 64u);
-    ASSERT_EQ(result.size, 64u);
-    const std::string numbers = result.take();
+    EXPECT_EQ(allocated, expected);
+    EXPECT_EQ(result.size, 64u);
+    return result.bytes();
+}
+
+TEST(EcSignature, TheBufferHasTheSizeOfTheLargestEncoding)
+{
+    for (const int nid : {prime256v1, brainpoolP256t1})
+        signedInABufferOf(72, FixedKey(nid, 77).get());
+}
+
+TEST(EcSignature, TheBufferHoldsBothNumbersOnACurveWithAShortOrder)
+{
+    const KeyOwner key = FixedKey(NID_secp112r1, 77);
+    const std::string numbers = signedInABufferOf(64, key.get());
     EXPECT_EQ(numbers.substr(0, 18), std::string(18, '\0'));
     EXPECT_EQ(numbers.substr(32, 18), std::string(18, '\0'));
     EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(numbers)));
 }
 
-TEST(EcSignature, TheBufferHasTheSizeOfTheLargestEncoding)
-{
-    for (const int nid : {prime256v1, brainpoolP256t1}) {
-        const KeyOwner key = FixedKey(nid, 77);
-        std::size_t allocated = 0;
-        LibraryFaults faults;
-        faults.replace<decltype(CRYPTO_malloc)>("CRYPTO_malloc",
-                                                [&](std::size_t size, const char *file, int line) {
-                                                    allocated = size;
-                                                    return CRYPTO_zalloc(size, file, line);
-                                                });
-        signedWith(key.get(), digest).take();
-        EXPECT_EQ(allocated, 72u);
-    }
-}
-
 TEST(EcSignature, TheEncodedSizeIsReturnedIfANumberExceeds32Bytes)
 {
     const KeyOwner key = FixedKey(NID_secp384r1, 77);
-    Signed result = signedWith(key.get(), digest);
+    const BufferCall result = signedWith(key.get(), digest);
     EXPECT_EQ(result.status, -1);
     EXPECT_EQ(result.printed, successLines);
     EXPECT_GT(result.size, 90u);
-    ASSERT_NE(result.buffer, &untouchedByte);
-    result.take();
+    EXPECT_TRUE(result.returnsBuffer());
 }
 
 TEST(EcSignature, AKeyOfAnotherTypeIsRefused)
@@ -295,18 +227,17 @@ TEST(EcSignature, EachStepFailsWithItsOwnMessage)
 }
 
 /// Signs with injected faults, and expects a signature regardless of the results of its verifications.
-void expectVerification(const std::function<void(LibraryFaults &)> &prepare, int status,
-                        const std::string &verdict)
+void expectVerification(const Preparation &prepare, int status, const std::string &verdict)
 {
     const KeyOwner key = FixedKey(prime256v1, 77);
     const auto run = [&] {
         LibraryFaults faults;
         prepare(faults);
-        Signed result = signedWith(key.get(), digest);
+        const BufferCall result = signedWith(key.get(), digest);
         EXPECT_EQ(result.status, status);
         EXPECT_EQ(result.printed, generatedLine + verificationLine + verdict);
         ASSERT_EQ(result.size, 64u);
-        EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(result.take())));
+        EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, EncodedSignature(result.bytes())));
     };
     EXPECT_EQ(LeakedBy(run), 0);
 }
@@ -315,18 +246,16 @@ TEST(EcSignature, TheResultOfTheFirstVerificationIsPrinted)
 {
     const std::string incorrect = Error("Incorrect signature!\n");
     const std::string failed = Error("Error occured during signature verification!\n");
-    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_verify", 0); }, 1, incorrect);
-    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_verify", -1); }, 1, failed);
-    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_verify", 2); }, 1, failed);
+    expectVerification(Overriding("ECDSA_verify", 0), 1, incorrect);
+    expectVerification(Overriding("ECDSA_verify", -1), 1, failed);
+    expectVerification(Overriding("ECDSA_verify", 2), 1, failed);
 }
 
 TEST(EcSignature, TheResultOfTheSecondVerificationIsReturned)
 {
     const std::string success = Success("SUCCESS \n");
-    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_do_verify", 0); }, 0,
-                       success);
-    expectVerification([](LibraryFaults &faults) { faults.overrideResult("ECDSA_do_verify", -1); }, -1,
-                       success);
+    expectVerification(Overriding("ECDSA_do_verify", 0), 0, success);
+    expectVerification(Overriding("ECDSA_do_verify", -1), -1, success);
     expectVerification(
         [](LibraryFaults &faults) {
             faults.overrideResult("ECDSA_verify", 0);
@@ -349,11 +278,11 @@ TEST(EcSignature, AWrongSignatureIsReported)
         *signatureSize = static_cast<unsigned int>(i2d_ECDSA_SIG(made.get(), &cursor));
         return 1;
     });
-    Signed result = signedWith(key.get(), digest);
+    const BufferCall result = signedWith(key.get(), digest);
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.printed, generatedLine + verificationLine + Error("Incorrect signature!\n"));
     ASSERT_EQ(result.size, 64u);
-    EXPECT_TRUE(OpensslAcceptsEcdsa(other.get(), digest, EncodedSignature(result.take())));
+    EXPECT_TRUE(OpensslAcceptsEcdsa(other.get(), digest, EncodedSignature(result.bytes())));
 }
 
 TEST(EcSignature, TheEncodedSizeIsReturnedIfANumberCannotBeWritten)
@@ -364,14 +293,13 @@ TEST(EcSignature, TheEncodedSizeIsReturnedIfANumberCannotBeWritten)
             const auto run = [&] {
                 LibraryFaults faults;
                 faults.fail("BN_bn2binpad", written, number);
-                Signed result = signedWith(key.get(), digest);
+                const BufferCall result = signedWith(key.get(), digest);
                 EXPECT_EQ(result.status, -1);
                 EXPECT_EQ(result.printed, successLines);
                 EXPECT_GT(result.size, 64u);
                 EXPECT_LE(result.size, 72u);
-                ASSERT_NE(result.buffer, &untouchedByte);
+                EXPECT_TRUE(result.returnsBuffer());
                 EXPECT_EQ(faults.calls("BN_bn2binpad"), number);
-                result.take();
             };
             EXPECT_EQ(LeakedBy(run), 0);
         }
@@ -383,10 +311,10 @@ TEST(EcSignature, AnEncodingThatCannotBeParsedIsAFailure)
     const KeyOwner key = FixedKey(prime256v1, 77);
     LibraryFaults faults;
     faults.fail("d2i_ECDSA_SIG");
-    Signed result = signedWith(key.get(), digest);
+    const BufferCall result = signedWith(key.get(), digest);
     EXPECT_EQ(result.status, -1);
     EXPECT_EQ(result.printed, successLines);
-    const std::string encoded = result.take();
+    const std::string encoded = result.bytes();
     EXPECT_TRUE(OpensslAcceptsEcdsa(key.get(), digest, encoded));
 }
 
@@ -395,7 +323,7 @@ TEST(EcSignature, SigningDoesNotReleaseTheKeyAndDoesNotLeak)
     const KeyOwner key = FixedKey(prime256v1, 77);
     const ReleaseWatch watch(key.get());
     EXPECT_EQ(LeakedBy([&] {
-                  signedWith(key.get(), digest).take();
+                  signedWith(key.get(), digest);
                   expectNoSignature(key.get(), "Error: unvalid hash pointer \n", false);
               }),
               0);
