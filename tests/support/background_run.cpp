@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -96,11 +95,6 @@ ProgramResult BackgroundRun::end()
         result.signal = WTERMSIG(status);
     else if (WIFSTOPPED(status))
         result.signal = WSTOPSIG(status);
-    std::array<char, 4096> chunk;
-    const auto next = [&] {
-        return pread(output, chunk.data(), chunk.size(), static_cast<off_t>(result.output.size()));
-    };
-    for (ssize_t size = next(); size > 0; size = next())
-        result.output.append(chunk.data(), static_cast<std::size_t>(size));
+    result.output = ContentOf(output);
     return result;
 }

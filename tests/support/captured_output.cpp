@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <cstdio>
 
 CapturedOutput::CapturedOutput(int captured) : descriptor(captured), original(-1), file(UnnamedFile())
@@ -38,15 +37,7 @@ std::string CapturedOutput::text()
 
 std::string CapturedOutput::flushedText() const
 {
-    std::string content;
-    std::array<char, 4096> chunk;
-    // Reads without moving the file position, which the writers share.
-    const auto next = [&] {
-        return pread(file, chunk.data(), chunk.size(), static_cast<off_t>(content.size()));
-    };
-    for (ssize_t size = next(); size > 0; size = next())
-        content.append(chunk.data(), static_cast<std::size_t>(size));
-    return content;
+    return ContentOf(file);
 }
 
 std::string Success(const std::string &text)

@@ -71,14 +71,6 @@ void setTimeLimit(int milliseconds)
     std::exit(marked == 1 ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
-std::string contentOf(int file)
-{
-    std::string content(static_cast<std::size_t>(lseek(file, 0, SEEK_END)), '\0');
-    if (pread(file, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size()))
-        throw std::runtime_error("cannot read the output of a child process");
-    return content;
-}
-
 } // namespace
 
 ChildRun RunInChild(const std::function<void()> &function, const ChildCall &call)
@@ -100,10 +92,10 @@ ChildRun RunInChild(const std::function<void()> &function, const ChildCall &call
     while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
     }
     ChildRun run;
-    run.returned = !contentOf(returned.get()).empty();
+    run.returned = !ContentOf(returned.get()).empty();
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     run.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    run.output = contentOf(output.get());
-    run.errors = contentOf(errors.get());
+    run.output = ContentOf(output.get());
+    run.errors = ContentOf(errors.get());
     return run;
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -41,6 +42,18 @@ int UnnamedFile()
         throw std::runtime_error("cannot create the temporary file " + name);
     unlink(name.c_str());
     return file;
+}
+
+std::string ContentOf(int file)
+{
+    std::string content;
+    std::array<char, 4096> chunk;
+    const auto next = [&] {
+        return pread(file, chunk.data(), chunk.size(), static_cast<off_t>(content.size()));
+    };
+    for (ssize_t size = next(); size > 0; size = next())
+        content.append(chunk.data(), static_cast<std::size_t>(size));
+    return content;
 }
 
 std::string ReadFile(const std::string &path)

@@ -24,6 +24,9 @@ private:
 /// The descriptor of a new file without a name.
 int UnnamedFile();
 
+/// The whole content of an open file. Does not move its position, which the writers share.
+std::string ContentOf(int file);
+
 /// The whole content of the file at `path`. If it cannot be read, the test fails.
 std::string ReadFile(const std::string &path);
 

@@ -1,6 +1,7 @@
 #include "tests/support/transcript.h"
 
 #include "tests/support/captured_output.h"
+#include "tests/support/temporary_folder.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -71,14 +72,6 @@ std::string pathOf(const std::string &name)
     return std::string(TRANSCRIPT_FOLDER "/") + name;
 }
 
-/// The content of a file; empty if there is none.
-std::string contentOf(const std::string &path)
-{
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
-}
-
 } // namespace
 
 const char *const versionShown = "v" KEYGEN_VERSION;
@@ -109,9 +102,7 @@ testing::AssertionResult Same(const std::string &actual, const std::string &expe
 
 std::string Transcript(const std::string &name)
 {
-    const std::string text = replaced(contentOf(pathOf(name)), versionKept, versionShown);
-    EXPECT_NE(text, "") << "cannot read the transcript " << name;
-    return text;
+    return replaced(ReadFile(pathOf(name)), versionKept, versionShown);
 }
 
 std::string InvalidCommand(const std::string &name)
@@ -121,8 +112,7 @@ std::string InvalidCommand(const std::string &name)
 
 testing::AssertionResult MatchesTranscript(const std::string &name, const std::string &actual)
 {
-    const testing::AssertionResult same =
-        Same(actual, replaced(contentOf(pathOf(name)), versionKept, versionShown));
+    const testing::AssertionResult same = Same(actual, Transcript(name));
     const char *const update = std::getenv("KEYGEN_UPDATE_TRANSCRIPTS");
     if (same || update == nullptr || std::string(update) != "1")
         return same ? same

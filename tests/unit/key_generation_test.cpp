@@ -7,6 +7,7 @@
 #include "tests/support/fresh_settings.h"
 #include "tests/support/library_faults.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/written_keys.h"
 
 #include <gtest/gtest.h>
 
@@ -117,19 +118,6 @@ protected:
             passwordTable.append("password " + QString::number(i));
     }
 
-    /// Whether `candidate` opens the private key file.
-    bool opensUnder(const std::string &name, const std::string &candidate)
-    {
-        const CapturedOutput output;
-        EVP_PKEY *key = nullptr;
-        const std::string path = folder / name;
-        const int status =
-            EC_Crypto().ReadEncPrvKey(reinterpret_cast<const unsigned char *>(path.c_str()), &key,
-                                      reinterpret_cast<const unsigned char *>(candidate.c_str()));
-        EVP_PKEY_free(key);
-        return status == 1;
-    }
-
     TemporaryFolder folder;
 };
 
@@ -138,8 +126,8 @@ TEST_F(KeyGeneration, ReportsOnePair)
     expectOutput(Info("Prime256v1 curve is selected. \n") + prime() + filesCreated +
                  Success("Keys generated successfully.\n") +
                  report("privateKey.pem", "publicKey.pem", "publicKeyhash.bin"));
-    EXPECT_TRUE(opensUnder("privateKey.pem", "good pass"));
-    EXPECT_FALSE(opensUnder("privateKey.pem", "bad pass"));
+    EXPECT_TRUE(OpensPrivateKey(folder / "privateKey.pem", "good pass"));
+    EXPECT_FALSE(OpensPrivateKey(folder / "privateKey.pem", "bad pass"));
     EXPECT_EQ(ReadFile(folder / "publicKeyhash.bin").size(), 32U);
     EXPECT_FALSE(fs::exists(folder / "publicKeysHashHashes.bin"));
 }
@@ -178,7 +166,7 @@ TEST_F(KeyGeneration, UsesTheSinglePasswordSettingForOnePair)
     passwordTable = {"from the table"};
     password = QString::fromUtf8("clé €");
     generate();
-    EXPECT_TRUE(opensUnder("privateKey.pem", "clé €"));
+    EXPECT_TRUE(OpensPrivateKey(folder / "privateKey.pem", "clé €"));
 }
 
 TEST_F(KeyGeneration, CreatesTheDirectoriesBeforeItSelectsTheCurve)
@@ -259,7 +247,9 @@ TEST_F(PacketGeneration, UsesThePasswordsInOrder)
     requestPacket(8);
     generate();
     for (int i = 0; i < 8; ++i)
-        EXPECT_TRUE(opensUnder(numbered("privateKey", i, ".pem"), "password " + std::to_string(i))) << i;
+        EXPECT_TRUE(
+            OpensPrivateKey(folder / numbered("privateKey", i, ".pem"), "password " + std::to_string(i)))
+            << i;
 }
 
 TEST_F(PacketGeneration, APacketMayHaveOnePair)
@@ -268,7 +258,7 @@ TEST_F(PacketGeneration, APacketMayHaveOnePair)
     password = "unused";
     expectOutput(Info("Prime256v1 curve is selected. \n") + prime() + filesCreated + packetReport(0) +
                  tableReport("publicKeysHashHashes.bin"));
-    EXPECT_TRUE(opensUnder("privateKey00.pem", "password 0"));
+    EXPECT_TRUE(OpensPrivateKey(folder / "privateKey00.pem", "password 0"));
     EXPECT_FALSE(fs::exists(folder / "privateKey01.pem"));
 }
 
