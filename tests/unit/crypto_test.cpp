@@ -148,11 +148,14 @@ TEST(CryptoDeathTest, TheConstructorReadsTheStandardConfigurationFile)
 
 TEST(Crypto, ReleasesABufferAndRefusesANullPointer)
 {
-    Crypto engine;
-    CapturedOutput output;
-    EXPECT_EQ(engine.Buffer_Cleanup(nullptr), 0);
-    EXPECT_EQ(engine.Buffer_Cleanup(static_cast<unsigned char *>(OPENSSL_malloc(16))), 1);
-    EXPECT_EQ(output.text(), "");
+    const auto run = [] {
+        Crypto engine;
+        CapturedOutput output;
+        EXPECT_EQ(engine.Buffer_Cleanup(nullptr), 0);
+        EXPECT_EQ(engine.Buffer_Cleanup(static_cast<unsigned char *>(OPENSSL_malloc(16))), 1);
+        EXPECT_EQ(output.text(), "");
+    };
+    EXPECT_EQ(LeakedBy(run), 0);
 }
 
 TEST(Crypto, DoesNotSupportTheBinaryForm)
