@@ -239,9 +239,11 @@ TEST(GenerateSignature, SignsWithKeysMadeByTheEngine)
     const std::string publicPath = folder / "public.pem";
     for (const int nid : {prime256v1, brainpoolP256t1}) {
         EC_Crypto engine(nid);
+        CapturedOutput output;
         ASSERT_EQ(engine.GenerateKeys(Bytes(path), Bytes(publicPath), Bytes(folder / "hash.bin"),
                                       Bytes("password"), AES256_CBC),
                   1);
+        output.text();
         const BufferCall call = generatedSignature(engine, path, "data", "password");
         EXPECT_EQ(call.status, 1);
         EVP_PKEY *key = nullptr;
