@@ -66,7 +66,7 @@ protected:
         errors = errorOutput.text();
         queuePrints = faults.calls("ERR_print_errors") + faults.calls("ERR_print_errors_fp");
         generatedKey = key;
-        if (status == 1)
+        if (key != old.get())
             EVP_PKEY_free(key);
     }
 

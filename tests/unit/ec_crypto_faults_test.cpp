@@ -51,7 +51,7 @@ protected:
         EXPECT_EQ(output.text(), "");
         errors = errorOutput.text();
         EXPECT_EQ(key == old.get(), status != 1);
-        if (status == 1)
+        if (key != old.get())
             EVP_PKEY_free(key);
     }
 
