@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <openssl/err.h>
 #include <openssl/pem.h>
 
 #include <fcntl.h>

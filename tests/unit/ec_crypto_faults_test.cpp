@@ -12,7 +12,6 @@
 
 #include <openssl/bn.h>
 #include <openssl/err.h>
-#include <openssl/obj_mac.h>
 #include <openssl/x509.h>
 
 #include <filesystem>
