@@ -57,14 +57,6 @@ Arguments with(Arguments arguments, std::size_t count, const std::string &value)
     return arguments;
 }
 
-std::string repeated(const std::string &text, int times)
-{
-    std::string result;
-    for (int i = 0; i < times; ++i)
-        result += text;
-    return result;
-}
-
 TEST(CommandLineErrors, AnArgumentThatIsNotAnOptionIsRefusedWithoutTheHelp)
 {
     expectRefusal({{"key.pem"}, {""}, {"", "-h"}, {" -h"}, {"key.pem", "-v"}},
@@ -253,15 +245,15 @@ TEST(CommandLineErrors, CharactersOutsideTheBasicPlaneCountTwice)
     expectRefusalWithHelp({{"-pwd", "🔑a"}}, tooShort("🔑a"));
     const TemporaryFolder folder;
     EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", "🔑🔑"}), 0, Transcript("banner.txt")));
-    EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", repeated("🔑", 511) + "a"}), 0, Transcript("banner.txt")));
-    expectRefusalWithHelp({{"-pwd", repeated("🔑", 512)}}, tooLong());
+    EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", Repeated("🔑", 511) + "a"}), 0, Transcript("banner.txt")));
+    expectRefusalWithHelp({{"-pwd", Repeated("🔑", 512)}}, tooLong());
 }
 
 TEST(CommandLineErrors, APasswordOf1024CharactersIsRefusedAndNotShown)
 {
-    expectRefusalWithHelp({{"-pwd", repeated("a", 1024)}, {"-pwd", repeated("€", 1024)}}, tooLong());
+    expectRefusalWithHelp({{"-pwd", Repeated("a", 1024)}, {"-pwd", Repeated("€", 1024)}}, tooLong());
     const TemporaryFolder folder;
-    EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", repeated("€", 1023)}), 0, Transcript("banner.txt")));
+    EXPECT_TRUE(Ended(RunIn(folder, {"-pwd", Repeated("€", 1023)}), 0, Transcript("banner.txt")));
 }
 
 TEST(CommandLineErrors, AMissingPasswordIsRefused)
@@ -282,7 +274,7 @@ TEST(CommandLineErrors, EachOfEightPasswordsIsCheckedAndNoOther)
                               "p222", "p333", "p444", "p555", "p666", "p777"};
     expectRefusalWithHelp({with(packet, 1, "p88")}, tooShort("p88"));
     expectRefusalWithHelp({with(packet, 1, "")}, missing());
-    expectRefusalWithHelp({with(packet, 1, repeated("a", 1024))}, tooLong());
+    expectRefusalWithHelp({with(packet, 1, Repeated("a", 1024))}, tooLong());
     // The first refusal ends the checks.
     expectRefusalWithHelp({{"-n", "8", "-pwd", "p111", "abc", "p333", "p444", "", "p666", "p777", "xyz"}},
                           tooShort("abc"));

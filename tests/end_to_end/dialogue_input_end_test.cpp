@@ -4,6 +4,7 @@
 #include "tests/support/pseudo_terminal.h"
 #include "tests/support/sanitizer.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/support/transcript.h"
 #include "tests/support/written_keys.h"
 
 #include <gtest/gtest.h>
@@ -40,14 +41,6 @@ std::unique_ptr<PseudoTerminal> withInput(const std::string &input, const Tempor
         close(ends[1]);
         ExecKeygen(folder.path());
     });
-}
-
-std::string repeated(const std::string &text, int times)
-{
-    std::string result;
-    for (int i = 0; i < times; ++i)
-        result += text;
-    return result;
 }
 
 struct EndedInput {
@@ -89,7 +82,7 @@ TEST_P(DialogueAtTheEndOfInput, TheQuestionIsRepeatedAtMostTwentyTimesASecond)
     const TemporaryFolder folder;
     const auto start = std::chrono::steady_clock::now();
     const std::unique_ptr<PseudoTerminal> terminal = withInput(GetParam().input, folder);
-    const std::string expected = GetParam().question + repeated(GetParam().repeated, times);
+    const std::string expected = GetParam().question + Repeated(GetParam().repeated, times);
     EXPECT_TRUE(terminal->reaches([&] { return terminal->screen().find(expected) != std::string::npos; }));
     // There is one pause before each repetition; the rest may take any time.
     EXPECT_GE(std::chrono::steady_clock::now() - start, times * std::chrono::milliseconds(50));

@@ -10,18 +10,8 @@
 #include <iomanip>
 #include <iterator>
 #include <sstream>
-#include <vector>
 
 namespace {
-
-std::vector<std::string> linesOf(const std::string &visible)
-{
-    std::vector<std::string> lines;
-    std::istringstream stream(visible);
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(line);
-    return lines;
-}
 
 /// The number of lines shown before and after those that differ.
 constexpr std::ptrdiff_t linesAround = 2;
@@ -30,8 +20,8 @@ constexpr std::size_t bytesShown = 400;
 
 std::string difference(const std::string &actual, const std::string &expected)
 {
-    const std::vector<std::string> before = linesOf(Visible(expected));
-    const std::vector<std::string> after = linesOf(Visible(actual));
+    const std::vector<std::string> before = LinesOf(Visible(expected));
+    const std::vector<std::string> after = LinesOf(Visible(actual));
     const auto [firstBefore, firstAfter] =
         std::mismatch(before.begin(), before.end(), after.begin(), after.end());
     // Searches from the end, at most up to the first difference.
@@ -121,4 +111,21 @@ testing::AssertionResult MatchesTranscript(const std::string &name, const std::s
     return testing::AssertionFailure() << "tests/transcripts/" << name
                                        << " was rewritten. A test fails when it writes; run it again without "
                                           "KEYGEN_UPDATE_TRANSCRIPTS.";
+}
+
+std::vector<std::string> LinesOf(const std::string &text)
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::string Repeated(const std::string &text, int times)
+{
+    std::string result;
+    for (int i = 0; i < times; ++i)
+        result += text;
+    return result;
 }

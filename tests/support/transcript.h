@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 /// The version that the program shows, "v2.0.1", which is that of the build. Transcripts contain it as
 /// "v@VERSION@".
@@ -27,3 +28,8 @@ testing::AssertionResult Same(const std::string &actual, const std::string &expe
 /// `bytes` in readable form: ESC as "␛", other unprintable bytes as "\x1F". Line feeds end lines and are
 /// marked "⏎".
 std::string Visible(const std::string &bytes);
+
+/// The lines of `text`, without their line feeds.
+std::vector<std::string> LinesOf(const std::string &text);
+
+std::string Repeated(const std::string &text, int times);

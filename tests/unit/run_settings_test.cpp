@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 
 #include <set>
-#include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -31,20 +30,11 @@ public:
 
 std::string SettingsAtStart::text;
 
-std::vector<std::string> linesOf(const std::string &text)
-{
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(line);
-    return lines;
-}
-
 const testing::Environment *const settingsAtStart = testing::AddGlobalTestEnvironment(new SettingsAtStart);
 
 TEST(RunSettings, TheInitialSettingsGenerateOnePairAndNothingElse)
 {
-    EXPECT_THAT(linesOf(SettingsAtStart::text),
+    EXPECT_THAT(LinesOf(SettingsAtStart::text),
                 IsSupersetOf<std::string>({"numberKeys=1",
                                            "numberPassword=1",
                                            "isKeyGeneration=true",
