@@ -56,6 +56,9 @@ class Security(InTemporaryFolder):
         result = self.keygen("-abs", "keys")
         self.assertEqual(result.returncode, 0)
         self.assertIn("Error: writing encrypted private Key fails\n", result.stdout)
+        self.assertEqual(self.mode("keys/privateKey.pem"), 0o226)
+        # Nor can its owner read it.
+        (self.folder / "keys/privateKey.pem").chmod(0o400)
         self.assertEqual([(self.folder / "keys" / name).read_bytes() for name in KEYS], [b"", *older[1:]])
 
     def test_links_are_followed_and_files_keep_their_owner(self):
