@@ -40,8 +40,12 @@ if(KEYGEN_HARDENING)
   # Fortified functions need an optimised build.
   target_compile_options(project_settings INTERFACE
     $<$<NOT:$<CONFIG:Debug,>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug,>>:-D_FORTIFY_SOURCE=2>)
-  target_link_options(project_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+  target_link_options(project_settings INTERFACE -Wl,-z,relro -Wl,-z,noexecstack)
 endif()
+
+# If a function were bound at its first call, the dynamic linker would save the registers on the stack, and with them
+# what they still contain of a password.
+target_link_options(project_settings INTERFACE -Wl,-z,now)
 
 # The same program from any folder: debug information and macros name files relative to the tree. Coverage data keeps
 # the real paths, where its tools look for the sources.
